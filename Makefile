@@ -1,0 +1,59 @@
+# Tessera: the two commands a newcomer needs are `make demo` and `make test`.
+# Both install what is missing (Debian 12, apt-get), build and run.
+
+BUILD_DIR      ?= build
+ASAN_BUILD_DIR ?= build-asan
+BUILD_TYPE     ?= RelWithDebInfo
+JOBS           ?= $(shell nproc)
+FUZZ_SECONDS   ?= 60
+
+# Every Debian package the build, tests, demo and benchmarks need.
+DEB_PACKAGES := build-essential cmake pkg-config git openssl libssl-dev \
+                libgtest-dev libbenchmark-dev binutils
+
+SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
+
+.PHONY: all deps build test test-asan demo bench fuzz install clean
+
+all: build
+
+deps:
+	@missing=""; \
+	for p in $(DEB_PACKAGES); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q '^install ok installed$$' \
+	        || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	    echo "Installing:$$missing"; \
+	    $(SUDO) apt-get update && \
+	    DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y --no-install-recommends $$missing; \
+	fi
+
+$(BUILD_DIR)/CMakeCache.txt:
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE)
+
+build: deps $(BUILD_DIR)/CMakeCache.txt
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test: build
+	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
+
+test-asan: deps
+	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTESSERA_SANITIZE=ON
+	cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
+	ctest --test-dir $(ASAN_BUILD_DIR) --output-on-failure -j $(JOBS)
+
+demo: build
+	./demo/run.sh $(BUILD_DIR)
+
+bench:
+	@echo "make bench: no benchmarks yet (they arrive with the crypto primitives)."
+
+fuzz:
+	@echo "make fuzz: no fuzz targets yet (they arrive with the first decoders)."
+
+install: build
+	cmake --install $(BUILD_DIR)
+
+clean:
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR)
