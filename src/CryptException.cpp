@@ -92,7 +92,8 @@ const ErrorEntry kErrorTable[] = {
     {157, "ErrAtsHashIndexV3Multiple",
      L"The signature unsigned attribute ats-hash-index-v3 occurs more than once."},
     {158, "ErrTimeStampAfterVerifyTime", L"The timestamp time is higher than verify time."},
-    {159, "ErrAtsHashIndexCertMismatch", L"ATSHashIndex value of certificate field does not match."},
+    {159, "ErrAtsHashIndexCertMismatch",
+     L"ATSHashIndex value of certificate field does not match."},
     {160, "ErrAtsHashIndexCrlMismatch", L"ATSHashIndex value of crl field does not match."},
     {161, "ErrAtsHashIndexAttrMismatch",
      L"ATSHashIndex value of unsigned attr field does not match."},
@@ -163,11 +164,17 @@ CryptException& CryptException::operator=(const CryptException& other) {
 
 CryptException::~CryptException() = default;
 
-qorstd::QorStringW CryptException::GetErrorDescription() const { return m_description; }
+qorstd::QorStringW CryptException::GetErrorDescription() const {
+    return m_description;
+}
 
-qorstd::QorException* CryptException::Clone() const { return new CryptException(*this); }
+qorstd::QorException* CryptException::Clone() const {
+    return new CryptException(*this);
+}
 
-void CryptException::ReThrow() const { throw CryptException(*this); }
+void CryptException::ReThrow() const {
+    throw CryptException(*this);
+}
 
 void CryptException::Throw(int code, const qorstd::QorStringW& message) {
     throw CryptException(code, message.c_str());
@@ -188,7 +195,8 @@ qorstd::QorString CryptException::GetErrorCodeName(int code) {
 }
 
 qorstd::QorVector<int> CryptException::GetErrorCodes() {
-    qorstd::QorVector<int> codes(static_cast<unsigned int>(sizeof(kErrorTable) / sizeof(kErrorTable[0])));
+    qorstd::QorVector<int> codes(
+        static_cast<unsigned int>(sizeof(kErrorTable) / sizeof(kErrorTable[0])));
     for (const ErrorEntry& entry : kErrorTable) {
         codes.Add(entry.code);
     }
@@ -217,9 +225,13 @@ TimeStampException& TimeStampException::operator=(const TimeStampException& othe
 
 TimeStampException::~TimeStampException() = default;
 
-qorstd::QorException* TimeStampException::Clone() const { return new TimeStampException(*this); }
+qorstd::QorException* TimeStampException::Clone() const {
+    return new TimeStampException(*this);
+}
 
-void TimeStampException::ReThrow() const { throw TimeStampException(*this); }
+void TimeStampException::ReThrow() const {
+    throw TimeStampException(*this);
+}
 
 void TimeStampException::Throw(const TimeStampAttribute* timeStamp, int code,
                                const wchar_t* message) {

@@ -67,9 +67,13 @@ bool EnsureRegistered() {
     return true;
 }
 
-bool IsRegistered() { return g_registered.load(); }
+bool IsRegistered() {
+    return g_registered.load();
+}
 
-void ClearRegisteredFlag() { g_registered.store(false); }
+void ClearRegisteredFlag() {
+    g_registered.store(false);
+}
 
 }  // namespace objects
 }  // namespace TesseraLib

@@ -19,7 +19,9 @@ QorExceptionStore& QorExceptionStore::operator=(const QorExceptionStore& other) 
     return *this;
 }
 
-QorExceptionStore::~QorExceptionStore() { delete m_exception; }
+QorExceptionStore::~QorExceptionStore() {
+    delete m_exception;
+}
 
 void QorExceptionStore::SetException(const qorstd::QorException& exception) {
     // Clone first: `exception` may be the one held here.

@@ -60,9 +60,9 @@ void RegisterExtensionHandlers() {
 }  // namespace
 
 qorstd::QorStringW VersionText() {
-    const char* const parts[] = {"Version:",     TESSERA_VERSION_TEXT,    ",Revision:",
-                                 TESSERA_REVISION_TEXT, ",Build date:", TESSERA_BUILD_DATE_TEXT,
-                                 ",Build time:", TESSERA_BUILD_TIME_TEXT};
+    const char* const parts[] = {
+        "Version:",     TESSERA_VERSION_TEXT,    ",Revision:",   TESSERA_REVISION_TEXT,
+        ",Build date:", TESSERA_BUILD_DATE_TEXT, ",Build time:", TESSERA_BUILD_TIME_TEXT};
     qorstd::QorStringW text;
     for (const char* part : parts) {
         // The constants are ASCII: widen byte by byte.
@@ -74,7 +74,9 @@ qorstd::QorStringW VersionText() {
     return text;
 }
 
-LogChannel* Channel() { return ChannelSlot().get(); }
+LogChannel* Channel() {
+    return ChannelSlot().get();
+}
 
 int Initialize() {
     if (OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_ADD_ALL_CIPHERS |
@@ -164,7 +166,9 @@ int Tessera_InitializePkcs11(const wchar_t* modulePath, const wchar_t* /*engineP
     return 0;
 }
 
-int Tessera_UninitializePkcs11() { return 1; }
+int Tessera_UninitializePkcs11() {
+    return 1;
+}
 
 int Tessera_GetVersionString(qorstd::QorStringW* out) {
     if (out == nullptr) {

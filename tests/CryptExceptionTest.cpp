@@ -13,7 +13,9 @@ using namespace TesseraLib;
 
 namespace {
 
-std::wstring Description(int code) { return CryptException(code, nullptr).GetErrorDescription().c_str(); }
+std::wstring Description(int code) {
+    return CryptException(code, nullptr).GetErrorDescription().c_str();
+}
 
 }  // namespace
 

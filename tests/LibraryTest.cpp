@@ -19,7 +19,8 @@ std::string LongName(const char* oid) {
 }
 
 bool EndsWith(const std::wstring& text, const std::wstring& tail) {
-    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+    return text.size() >= tail.size() &&
+           text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 class LoggingSetupTest : public ::testing::Test {
@@ -39,7 +40,8 @@ TEST(VersionTest, TextHasTheFixedFrame) {
     ASSERT_EQ(Tessera_GetVersionString(&text), 1);
     const std::wstring version = text.c_str();
     EXPECT_EQ(version.rfind(L"Version:v2.22.1.0,Revision:", 0), 0u) << "replaces, not appends";
-    EXPECT_TRUE(EndsWith(version, L",Build date:Apr 11 2018,Build time:09:10:36")) << "got: " << text.c_str();
+    EXPECT_TRUE(EndsWith(version, L",Build date:Apr 11 2018,Build time:09:10:36"))
+        << "got: " << text.c_str();
     EXPECT_EQ(Tessera_GetVersionString(nullptr), 0);
 }
 
@@ -88,7 +90,8 @@ TEST_F(LoggingSetupTest, ReinstallingClosesThePreviousLibraryChannel) {
     ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
     ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
     EXPECT_EQ(log.Opened().size(), 2u);
-    EXPECT_EQ(log.Closed(), std::vector<std::wstring>{L"Tessera"}) << "the first channel was replaced";
+    EXPECT_EQ(log.Closed(), std::vector<std::wstring>{L"Tessera"})
+        << "the first channel was replaced";
 }
 
 TEST_F(LoggingSetupTest, NullOrOpenlessTableTurnsLoggingOff) {

@@ -10,10 +10,10 @@
 #include "LogChannel.h"
 #include "RecordingLog.h"
 
-using TesseraLib::LogChannel;
-using TesseraLib::LogLevel;
 using tessera_test::Level;
 using tessera_test::RecordingLog;
+using TesseraLib::LogChannel;
+using TesseraLib::LogLevel;
 
 namespace {
 
@@ -42,8 +42,9 @@ TEST_F(LogChannelTest, NamesTakeThePrefixUnlessTheyStartWithAPoint) {
         LogChannel own(L".Tessera");
         EXPECT_TRUE(chain.IsOpen());
     }
-    EXPECT_EQ(log.Opened(), (std::vector<std::wstring>{L"Tessera.X509Chain",
-                                                        L"Tessera.SignedCms.SignerInfo", L"Tessera"}));
+    EXPECT_EQ(log.Opened(),
+              (std::vector<std::wstring>{L"Tessera.X509Chain", L"Tessera.SignedCms.SignerInfo",
+                                         L"Tessera"}));
     EXPECT_EQ(log.Closed().size(), 3u) << "each destroyed channel closes its handle";
 
     TesseraLib::logging::SetPrefix(L"");
@@ -122,7 +123,8 @@ TEST_F(LogChannelTest, FormattedTextIsLimitedTo1023Characters) {
     EXPECT_EQ(log.Lines()[0].text, L"Sign(Type:3 Detached:true)");
     EXPECT_EQ(log.Lines()[1].text, fits) << "1023 characters still fit";
     EXPECT_EQ(log.Lines()[2].text, L"Message too long.");
-    EXPECT_EQ(log.Lines()[3].text, L"Message too long.") << "an empty result is not written as such";
+    EXPECT_EQ(log.Lines()[3].text, L"Message too long.")
+        << "an empty result is not written as such";
 }
 
 TEST_F(LogChannelTest, CryptoErrorDumpWritesTheQueueAndClearsIt) {
@@ -136,7 +138,8 @@ TEST_F(LogChannelTest, CryptoErrorDumpWritesTheQueueAndClearsIt) {
     ASSERT_EQ(log.Lines().size(), 1u);
     const std::wstring& text = log.Lines()[0].text;
     EXPECT_EQ(log.Lines()[0].level, Level::Error);
-    EXPECT_EQ(text.rfind(L"Import: d2i_X509() failed. openssl errors:\n", 0), 0u) << "got: " << text;
+    EXPECT_EQ(text.rfind(L"Import: d2i_X509() failed. openssl errors:\n", 0), 0u)
+        << "got: " << text;
     EXPECT_NE(text.find(L"asn1"), std::wstring::npos) << "OpenSSL's own error lines follow";
     EXPECT_EQ(ERR_peek_error(), 0u) << "the queue is cleared";
 

@@ -13,7 +13,9 @@ std::string Text(const Bytes& bytes) {
     return std::string(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize());
 }
 
-const unsigned char* U(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
+const unsigned char* U(const char* text) {
+    return reinterpret_cast<const unsigned char*>(text);
+}
 
 // Every byte between the size and the capacity is zero.
 bool SpareIsZero(const Bytes& bytes) {
@@ -65,7 +67,8 @@ TEST(QorArrayTest, SetSizeGrowsWithZerosAndCuts) {
     Bytes bytes(U("ab"), 2);
     bytes.SetSize(5);
     ASSERT_EQ(bytes.GetSize(), 5u);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.GetData()), 5), std::string("ab\0\0\0", 5));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.GetData()), 5),
+              std::string("ab\0\0\0", 5));
     bytes.SetSize(1);
     EXPECT_EQ(Text(bytes), "a");
     EXPECT_TRUE(SpareIsZero(bytes)) << "cut bytes are wiped";

@@ -19,7 +19,8 @@ TEST(TextConvTest, Utf8RoundTripAndInvalidInput) {
     EXPECT_STREQ(WideToCharset(wide.c_str(), kCharsetUtf8).c_str(), utf8);
 
     EXPECT_STREQ(NarrowToWide("ab\xC5", 0, kCharsetUtf8).c_str(), L"") << "a cut sequence fails";
-    EXPECT_STREQ(NarrowToWide("abcdef", 3, kCharsetUtf8).c_str(), L"abc") << "length bounds the input";
+    EXPECT_STREQ(NarrowToWide("abcdef", 3, kCharsetUtf8).c_str(), L"abc")
+        << "length bounds the input";
     EXPECT_STREQ(NarrowToWide("text", 0, "NO-SUCH-CHARSET").c_str(), L"");
 }
 

@@ -299,8 +299,7 @@ TEST_F(QorVectorTest, AllocationFailureThrowsCode101AndChangesNothing) {
     };
     QorVector<Page> v;
     v.Add(Page{});
-    EXPECT_EQ(CodeThrownBy([&] { v.Reserve(0xFFFFFFFFu); }), 101)
-        << "16 TiB cannot be allocated";
+    EXPECT_EQ(CodeThrownBy([&] { v.Reserve(0xFFFFFFFFu); }), 101) << "16 TiB cannot be allocated";
     EXPECT_EQ(v.GetSize(), 1u);
     EXPECT_EQ(v.GetCapacity(), 1u);
 }

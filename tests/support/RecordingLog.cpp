@@ -62,10 +62,18 @@ void RecordingLog::Close(LogChannelHandle handle) {
     log.m_closed.push_back(found != log.m_names.end() ? found->second : L"<unknown handle>");
 }
 
-int RecordingLog::IsError(LogChannelHandle) { return Instance().Enabled(Level::Error); }
-int RecordingLog::IsWarning(LogChannelHandle) { return Instance().Enabled(Level::Warning); }
-int RecordingLog::IsInfo(LogChannelHandle) { return Instance().Enabled(Level::Info); }
-int RecordingLog::IsDebug(LogChannelHandle) { return Instance().Enabled(Level::Debug); }
+int RecordingLog::IsError(LogChannelHandle) {
+    return Instance().Enabled(Level::Error);
+}
+int RecordingLog::IsWarning(LogChannelHandle) {
+    return Instance().Enabled(Level::Warning);
+}
+int RecordingLog::IsInfo(LogChannelHandle) {
+    return Instance().Enabled(Level::Info);
+}
+int RecordingLog::IsDebug(LogChannelHandle) {
+    return Instance().Enabled(Level::Debug);
+}
 
 void RecordingLog::WriteError(LogChannelHandle h, const wchar_t* t) {
     Instance().Record(h, Level::Error, t);

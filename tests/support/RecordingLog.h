@@ -30,7 +30,9 @@ public:
     LoggingCallbacks Table() const;
 
     void SetOpenSucceeds(bool succeeds) { m_openSucceeds = succeeds; }
-    void SetLevelEnabled(Level level, bool enabled) { m_enabled[static_cast<int>(level)] = enabled; }
+    void SetLevelEnabled(Level level, bool enabled) {
+        m_enabled[static_cast<int>(level)] = enabled;
+    }
 
     const std::vector<std::wstring>& Opened() const { return m_opened; }
     const std::vector<std::wstring>& Closed() const { return m_closed; }

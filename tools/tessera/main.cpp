@@ -46,8 +46,8 @@ std::string Narrow(const wchar_t* text) {
 static void PrintUsage(std::FILE* out) {
     std::fprintf(out, "usage: tessera <command> [arguments]\n\ncommands:\n");
     for (const Command& command : Commands()) {
-        const std::string head = std::string(command.name) +
-                                 (command.synopsis[0] != '\0' ? " " : "") + command.synopsis;
+        const std::string head =
+            std::string(command.name) + (command.synopsis[0] != '\0' ? " " : "") + command.synopsis;
         std::fprintf(out, "  %-34s %s\n", head.c_str(), command.summary);
     }
 }

@@ -72,7 +72,8 @@ void QorArray<unsigned char>::SetSize(unsigned int size) {
 }
 
 bool QorArray<unsigned char>::operator==(const QorArray& other) const {
-    return m_size == other.m_size && (m_size == 0 || std::memcmp(m_data, other.m_data, m_size) == 0);
+    return m_size == other.m_size &&
+           (m_size == 0 || std::memcmp(m_data, other.m_data, m_size) == 0);
 }
 
 }  // namespace qorstd

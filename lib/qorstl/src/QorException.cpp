@@ -21,7 +21,9 @@ QorException& QorException::operator=(const QorException& other) {
 
 QorException::~QorException() = default;
 
-QorStringW QorException::GetErrorDescription() const { return QorStringW(); }
+QorStringW QorException::GetErrorDescription() const {
+    return QorStringW();
+}
 
 QorStringW QorException::ToString() const {
     const QorString className = GetClassNameW();
@@ -36,9 +38,13 @@ QorStringW QorException::ToString() const {
     return text;
 }
 
-QorException* QorException::Clone() const { return new QorException(*this); }
+QorException* QorException::Clone() const {
+    return new QorException(*this);
+}
 
-void QorException::ReThrow() const { throw QorException(*this); }
+void QorException::ReThrow() const {
+    throw QorException(*this);
+}
 
 QorString QorException::GetClassNameW() const {
     const char* mangled = typeid(*this).name();
@@ -76,9 +82,13 @@ QorStringW StdLibException::GetErrorDescription() const {
     }
 }
 
-QorException* StdLibException::Clone() const { return new StdLibException(*this); }
+QorException* StdLibException::Clone() const {
+    return new StdLibException(*this);
+}
 
-void StdLibException::ReThrow() const { throw StdLibException(*this); }
+void StdLibException::ReThrow() const {
+    throw StdLibException(*this);
+}
 
 void StdLibException::Throw(int code, const wchar_t* message) {
     throw StdLibException(code, message);
