@@ -79,6 +79,9 @@ LogChannel* Channel() {
 }
 
 int Initialize() {
+    // OpenSSL 3 allocates with the C runtime's malloc, realloc and free by
+    // default and refuses new memory functions once it has allocated, so
+    // start-up only loads the algorithms, error texts and built-in engines.
     if (OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_ADD_ALL_CIPHERS |
                                 OPENSSL_INIT_ADD_ALL_DIGESTS,
                             nullptr) != 1 ||
