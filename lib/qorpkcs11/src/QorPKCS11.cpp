@@ -1,0 +1,1 @@
+// Placeholder until the PKCS#11 module wrapper lands.

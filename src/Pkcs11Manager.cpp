@@ -1,0 +1,1 @@
+// Placeholder until PKCS#11 start-up lands.
