@@ -5,6 +5,7 @@ BUILD_DIR      ?= build
 ASAN_BUILD_DIR ?= build-asan
 BUILD_TYPE     ?= RelWithDebInfo
 JOBS           ?= $(shell nproc)
+FUZZ_BUILD_DIR ?= build-fuzz
 FUZZ_SECONDS   ?= 60
 
 # Every Debian package the build, tests, demo and benchmarks need.
@@ -50,11 +51,14 @@ demo: build
 bench:
 	@echo "make bench: no benchmarks yet (they arrive with the crypto primitives)."
 
-fuzz:
-	@echo "make fuzz: no fuzz targets yet (they arrive with the first decoders)."
+fuzz: deps
+	CC=clang-14 CXX=clang++-14 cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug \
+	    -DTESSERA_FUZZ=ON -DTESSERA_BUILD_TESTS=OFF
+	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target fuzzers
+	./fuzz/run.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS)
 
 install: build
 	cmake --install $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(FUZZ_BUILD_DIR)

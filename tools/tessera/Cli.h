@@ -29,5 +29,7 @@ std::string Narrow(const wchar_t* text);
 int RunHelp(const std::vector<std::string>& args);
 int RunVersion(const std::vector<std::string>& args);
 int RunErrors(const std::vector<std::string>& args);
+int RunTimestamp(const std::vector<std::string>& args);
+int RunOcsp(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

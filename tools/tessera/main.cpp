@@ -17,6 +17,10 @@ const std::vector<Command>& Commands() {
         {"help", "", "show the subcommands", RunHelp},
         {"version", "", "print the library's version text", RunVersion},
         {"errors", "", "list the error codes with their names and descriptions", RunErrors},
+        {"timestamp", "--url URL [--hash sha256] [--out TOKEN] FILE",
+         "ask a time-stamp authority for a token over FILE's digest", RunTimestamp},
+        {"ocsp", "--url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem]",
+         "ask an OCSP responder for a certificate's status", RunOcsp},
     };
     return commands;
 }
