@@ -6,7 +6,14 @@
 
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/cms.h>
 #include <openssl/engine.h>
+#include <openssl/evp.h>
+#include <openssl/ocsp.h>
+#include <openssl/ts.h>
+#include <openssl/x509.h>
+#include <openssl/x509_vfy.h>
 
 #include <memory>
 
@@ -28,5 +35,27 @@ using OpenSslPtr = std::unique_ptr<T, OpenSslDeleter<FreeFn>>;
 using Asn1ObjectPtr = OpenSslPtr<ASN1_OBJECT, ASN1_OBJECT_free>;
 using BioPtr = OpenSslPtr<BIO, BIO_free_all>;
 using EnginePtr = OpenSslPtr<ENGINE, ENGINE_free>;
+using Asn1IntegerPtr = OpenSslPtr<ASN1_INTEGER, ASN1_INTEGER_free>;
+using BignumPtr = OpenSslPtr<BIGNUM, BN_free>;
+using CmsContentInfoPtr = OpenSslPtr<CMS_ContentInfo, CMS_ContentInfo_free>;
+using TsMsgImprintPtr = OpenSslPtr<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
+using TsReqPtr = OpenSslPtr<TS_REQ, TS_REQ_free>;
+using TsRespPtr = OpenSslPtr<TS_RESP, TS_RESP_free>;
+using TsTstInfoPtr = OpenSslPtr<TS_TST_INFO, TS_TST_INFO_free>;
+using X509AlgorPtr = OpenSslPtr<X509_ALGOR, X509_ALGOR_free>;
+using EvpMdCtxPtr = OpenSslPtr<EVP_MD_CTX, EVP_MD_CTX_free>;
+using EvpPkeyPtr = OpenSslPtr<EVP_PKEY, EVP_PKEY_free>;
+using X509Ptr = OpenSslPtr<X509, X509_free>;
+using X509StorePtr = OpenSslPtr<X509_STORE, X509_STORE_free>;
+using OcspResponsePtr = OpenSslPtr<OCSP_RESPONSE, OCSP_RESPONSE_free>;
+using OcspBasicRespPtr = OpenSslPtr<OCSP_BASICRESP, OCSP_BASICRESP_free>;
+using OcspRequestPtr = OpenSslPtr<OCSP_REQUEST, OCSP_REQUEST_free>;
+using OcspCertIdPtr = OpenSslPtr<OCSP_CERTID, OCSP_CERTID_free>;
+
+// A stack that owns its certificates.
+inline void FreeX509Stack(STACK_OF(X509) * stack) {
+    sk_X509_pop_free(stack, X509_free);
+}
+using X509StackPtr = OpenSslPtr<STACK_OF(X509), FreeX509Stack>;
 
 }  // namespace TesseraLib

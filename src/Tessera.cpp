@@ -11,6 +11,7 @@
 #include "LogChannel.h"
 #include "ObjectTable.h"
 #include "OpenSslPtr.h"
+#include "Pkcs11Manager.h"
 #include "QorGetOneCrl.h"
 #include "QorOcsp2.h"
 #include "QorTsp2.h"
@@ -161,16 +162,20 @@ int Tessera_UnInitializeLogging() {
     return 1;
 }
 
-int Tessera_InitializePkcs11(const wchar_t* modulePath, const wchar_t* /*enginePath*/) {
-    if (modulePath == nullptr) {
+int Tessera_InitializePkcs11(const wchar_t* modulePath, const wchar_t* enginePath) {
+    try {
+        return Pkcs11Manager::GetInstance().Initialize(modulePath, enginePath);
+    } catch (...) {
         return 0;
     }
-    // No PKCS#11 module wrapper is linked into this build yet.
-    return 0;
 }
 
 int Tessera_UninitializePkcs11() {
-    return 1;
+    try {
+        return Pkcs11Manager::GetInstance().Finalize();
+    } catch (...) {
+        return 0;
+    }
 }
 
 int Tessera_GetVersionString(qorstd::QorStringW* out) {

@@ -1,9 +1,10 @@
-// OCSP library: logging entry point.
+// OCSP library: responses, the client, and the logging entry point.
 #pragma once
 
+#include "OcspClient.h"
+#include "OcspException.h"
+#include "OcspResponse.h"
 #include "QorLoggingCallbacks.h"
-
-#define QOROCSP2_API __attribute__((visibility("default")))
 
 extern "C" {
 // Installs the application's logging callbacks (null turns logging off); 1 on success.

@@ -1,0 +1,180 @@
+// Key identifiers of PKCS#11 keys and loading the fixture's key through the
+// engine "pkcs11" (libp11 over SoftHSM2).
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "OpenSslPtr.h"
+#include "Pkcs11Key.h"
+#include "Pkcs11Manager.h"
+#include "QorPKCS11.h"
+#include "SoftHsmFixture.h"
+#include "TestServers.h"
+
+using namespace TesseraLib;
+
+namespace {
+
+TEST(Pkcs11KeyIdentifier, FormatsSlotAndIdInLowerCaseHex) {
+    const unsigned char id0aff[] = {0x0A, 0xFF};
+    EXPECT_EQ(pkcs11::KeyIdentifier(1, id0aff, 2), "slot_1-id_0aff")
+        << "each id byte is two digits, leading zero kept";
+    const unsigned char id0102[] = {0x01, 0x02};
+    EXPECT_EQ(pkcs11::KeyIdentifier(26, id0102, 2), "slot_1a-id_0102")
+        << "the slot id is hexadecimal";
+    EXPECT_EQ(pkcs11::KeyIdentifier(0, id0102, 1), "slot_0-id_01")
+        << "slot 0 is written as one digit";
+    EXPECT_EQ(pkcs11::KeyIdentifier(0x38de7682ul, id0102, 2), "slot_38de7682-id_0102")
+        << "SoftHSM's large slot ids are written without leading zeros";
+    EXPECT_EQ(pkcs11::KeyIdentifier(ULONG_MAX, id0102, 0), "slot_ffffffffffffffff-id_")
+        << "the whole unsigned long range is written";
+}
+
+TEST(Pkcs11KeyIdentifier, EngineFormHasTheSlotInDecimal) {
+    EXPECT_EQ(pkcs11::EngineKeyIdentifier("slot_1a-id_0102"), "slot_26-id_0102")
+        << "the slot is translated to decimal, the id kept";
+    EXPECT_EQ(pkcs11::EngineKeyIdentifier("slot_38de7682-id_0aff"), "slot_954103426-id_0aff")
+        << "large slot ids translate exactly";
+    EXPECT_EQ(pkcs11::EngineKeyIdentifier("slot_1A-id_0A0B"), "slot_26-id_0A0B")
+        << "upper-case hex is read too";
+    EXPECT_EQ(pkcs11::EngineKeyIdentifier("slot_0-id_01"), "slot_0-id_01") << "slot 0 stays 0";
+
+    const char* const malformed[] = {
+        "",
+        "slot_-id_01",                   // no slot
+        "slot_1a-id_",                   // no id
+        "slot_1a-id_012",                // odd number of id digits
+        "slot_1g-id_01",                 // not hex
+        "slot_1a-id_0x",                 // not hex
+        "slot_1a_id_01",                 // wrong separator
+        "id_0102",                       // no slot part
+        "slot_10000000000000000-id_01",  // slot beyond an unsigned long
+    };
+    for (const char* keyId : malformed) {
+        EXPECT_EQ(pkcs11::EngineKeyIdentifier(keyId), "") << "'" << keyId << "' is refused";
+    }
+    EXPECT_EQ(pkcs11::EngineKeyIdentifier(nullptr), "") << "a null identifier is refused";
+}
+
+// The manager of this test program with module and engine loaded, and the
+// engine given the token's PIN (the library itself passes no PIN callback).
+class SoftHsmKey : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const std::wstring module = softhsm::WideValue("module");
+        const std::wstring engine = softhsm::WideValue("engine");
+        ASSERT_FALSE(module.empty()) << "the softhsm fixture must have written its module path";
+        softhsm::KeepEngineLibraryLoaded();
+        ASSERT_EQ(Pkcs11Manager::GetInstance().Initialize(module.c_str(), engine.c_str()), 1)
+            << "module and engine load";
+        m_engine.reset(Pkcs11Manager::GetInstance().GetEngine());
+        ASSERT_TRUE(m_engine) << "the engine pkcs11 is registered";
+        ERR_clear_error();
+    }
+
+    void TearDown() override {
+        m_engine.reset();
+        ERR_clear_error();
+        EXPECT_EQ(Pkcs11Manager::GetInstance().Finalize(), 1) << "shut-down succeeds";
+    }
+
+    void SetPin(const std::string& pin) {
+        ASSERT_EQ(ENGINE_ctrl_cmd_string(m_engine.get(), "PIN", pin.c_str(), 0), 1)
+            << "the engine takes the PIN";
+    }
+
+    EvpPkeyPtr Load(const std::string& keyId) {
+        return pkcs11::LoadPrivateKey(m_engine.get(), keyId.c_str(),
+                                      Pkcs11Manager::GetInstance().GetEnginePinCb());
+    }
+
+    EnginePtr m_engine;
+};
+
+TEST_F(SoftHsmKey, TokenObjectsGiveTheFixturesKeyIdentifier) {
+    QorPKCS11Lib::PKCS11Module* module = Pkcs11Manager::GetInstance().GetModule();
+    ASSERT_NE(module, nullptr) << "the manager holds the module";
+    QorPKCS11Lib::PKCS11Vector<QorPKCS11Lib::Slot*> slots = module->GetSlots(1, 1);
+    ASSERT_EQ(slots.GetSize(), 1u) << "the fixture's token is listed";
+    const QorPKCS11Lib::PKCS11Vector<QorPKCS11Lib::Object*> objects =
+        slots.GetAt(0)->FindObjects(QorPKCS11Lib::Slot::otCertificates);
+    std::string keyId;
+    if (objects.GetSize() == 1) {
+        const QorPKCS11Lib::PKCS11Array<unsigned char>& id = objects.GetAt(0)->GetId().GetValue();
+        keyId = pkcs11::KeyIdentifier(slots.GetAt(0)->GetSlotId(), id.GetData(), id.GetSize());
+    }
+    QorPKCS11Lib::Slot::FreeObjectList(objects);
+    EXPECT_EQ(keyId, softhsm::Value("keyid"))
+        << "slot id and CKA_ID of the certificate name the key the fixture stored";
+}
+
+TEST_F(SoftHsmKey, LoadedKeySignsAndTheCertificateVerifies) {
+    SetPin(softhsm::Value("pin"));
+    EvpPkeyPtr key = Load(softhsm::Value("keyid"));
+    ASSERT_TRUE(key) << "the key loads by its hexadecimal-slot identifier";
+
+    const unsigned char data[] = "data signed on the token";
+    EvpMdCtxPtr signing(EVP_MD_CTX_new());
+    ASSERT_TRUE(signing) << "a digest context is available";
+    // A null engine: the key carries its engine already.
+    ASSERT_EQ(EVP_DigestSignInit(signing.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1)
+        << "signing starts with the engine key";
+    size_t length = 0;
+    ASSERT_EQ(EVP_DigestSign(signing.get(), nullptr, &length, data, sizeof(data)), 1)
+        << "the signature size is known";
+    std::vector<unsigned char> signature(length);
+    ASSERT_EQ(EVP_DigestSign(signing.get(), signature.data(), &length, data, sizeof(data)), 1)
+        << "the token signs";
+    EXPECT_EQ(length, 256u) << "an RSA-2048 signature is 256 bytes";
+
+    const std::string certFile = tessera_test::ServerDir("softhsm") + "/cert.pem";
+    BioPtr bio(BIO_new_file(certFile.c_str(), "r"));
+    ASSERT_TRUE(bio) << "the fixture's certificate can be opened";
+    X509Ptr cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    ASSERT_TRUE(cert) << "the fixture's certificate decodes";
+
+    unsigned char changed[sizeof(data)];
+    std::copy(data, data + sizeof(data), changed);
+    changed[0] ^= 1;
+    for (const unsigned char* message : {data, static_cast<const unsigned char*>(changed)}) {
+        EvpMdCtxPtr verifying(EVP_MD_CTX_new());
+        ASSERT_EQ(EVP_DigestVerifyInit(verifying.get(), nullptr, EVP_sha256(), nullptr,
+                                       X509_get0_pubkey(cert.get())),
+                  1)
+            << "verification starts with the certificate's key";
+        EXPECT_EQ(
+            EVP_DigestVerify(verifying.get(), signature.data(), length, message, sizeof(data)),
+            message == data ? 1 : 0)
+            << (message == data ? "the signature verifies with the certificate"
+                                : "a changed message does not verify");
+    }
+    ERR_clear_error();
+}
+
+TEST_F(SoftHsmKey, FailedLoadsLeaveTheReasonQueued) {
+    // Wrong PIN first: once the engine is logged in, it does not ask again.
+    SetPin("0000");
+    EXPECT_FALSE(Load(softhsm::Value("keyid"))) << "a wrong PIN loads no key";
+    bool pinIncorrect = false;
+    for (unsigned long error = ERR_get_error(); error != 0; error = ERR_get_error()) {
+        // libp11 queues the CK_RV as the reason under a library number of its own.
+        pinIncorrect = pinIncorrect || ERR_GET_REASON(error) == 0xA0;
+    }
+    EXPECT_TRUE(pinIncorrect) << "a wrong PIN is queued with the reason CKR_PIN_INCORRECT";
+
+    SetPin(softhsm::Value("pin"));
+    EXPECT_FALSE(Load("slot_" + softhsm::Value("slot") + "-id_0909")) << "no key has CKA_ID 09 09";
+    EXPECT_NE(ERR_peek_error(), 0ul) << "the engine's error stays queued for the caller";
+    ERR_clear_error();
+    EXPECT_FALSE(Load("slot_" + softhsm::Value("slot") + "-id_01020")) << "malformed id";
+    EXPECT_EQ(ERR_peek_error(), 0ul) << "a malformed identifier never reaches the engine";
+}
+
+}  // namespace
