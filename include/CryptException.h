@@ -2,6 +2,7 @@
 // the exceptions derived from it.
 #pragma once
 
+#include "OcspException.h"
 #include "QorException.h"
 #include "QorString.h"
 #include "QorVector.h"
@@ -193,6 +194,25 @@ private:
     const X509Certificate* m_certificate;
     const X509Crl* m_crl;
     const QorOcsp2Lib::OcspResponse* m_ocspResponse;
+};
+
+// An OCSP failure while checking one time-stamp: the OCSP library's
+// exception with the time-stamp whose check failed (not owned; copies share
+// the pointer).
+class TESSERA_API TimeStampOcspException : public QorOcsp2Lib::OcspException {
+public:
+    TimeStampOcspException(const TimeStampAttribute* timeStamp, int code, const wchar_t* message);
+    TimeStampOcspException(const TimeStampOcspException& other);
+    TimeStampOcspException& operator=(const TimeStampOcspException& other);
+    ~TimeStampOcspException() override;
+
+    const TimeStampAttribute* GetTimeStamp() const { return m_timeStamp; }
+
+    [[noreturn]] static void Throw(const TimeStampAttribute* timeStamp, int code,
+                                   const wchar_t* message);
+
+private:
+    const TimeStampAttribute* m_timeStamp;
 };
 
 }  // namespace TesseraLib

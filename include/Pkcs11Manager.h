@@ -54,6 +54,9 @@ public:
     void* GetEnginePinCb();
 
 private:
+    // Finalises and deletes the module; false when finalising failed.
+    bool DropModule();
+
     QorPKCS11Lib::PKCS11Module* m_module;
 };
 

@@ -4,9 +4,12 @@
 
 #include <exception>
 
+#include "CryptException.h"
+#include "OcspException.h"
 #include "QorException.h"
 #include "QorString.h"
 #include "TesseraExport.h"
+#include "TspException.h"
 
 namespace TesseraLib {
 
@@ -35,6 +38,9 @@ private:
 };
 
 extern template class QorExceptionWrapper<std::exception>;
+extern template class QorExceptionWrapper<QorTsp2Lib::TspException>;
+extern template class QorExceptionWrapper<QorOcsp2Lib::OcspException>;
+extern template class QorExceptionWrapper<TimeStampOcspException>;
 
 // Holds at most one exception (an owned clone). Copies clone again.
 class TESSERA_API QorExceptionStore {

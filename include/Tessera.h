@@ -16,3 +16,7 @@
 #include "QorVector.h"
 #include "TesseraApi.h"
 #include "TesseraExport.h"
+#include "TspClient.h"
+#include "TspException.h"
+#include "TspTimeStamp.h"
+#include "TspTypes.h"

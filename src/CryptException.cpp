@@ -269,4 +269,27 @@ X509CertificateValidationException& X509CertificateValidationException::operator
 
 X509CertificateValidationException::~X509CertificateValidationException() = default;
 
+// ---- TimeStampOcspException ---------------------------------------------
+
+TimeStampOcspException::TimeStampOcspException(const TimeStampAttribute* timeStamp, int code,
+                                               const wchar_t* message)
+    : QorOcsp2Lib::OcspException(code, message), m_timeStamp(timeStamp) {}
+
+TimeStampOcspException::TimeStampOcspException(const TimeStampOcspException& other) = default;
+
+TimeStampOcspException& TimeStampOcspException::operator=(const TimeStampOcspException& other) {
+    if (this != &other) {
+        QorOcsp2Lib::OcspException::Copy(other);
+        m_timeStamp = other.m_timeStamp;
+    }
+    return *this;
+}
+
+TimeStampOcspException::~TimeStampOcspException() = default;
+
+void TimeStampOcspException::Throw(const TimeStampAttribute* timeStamp, int code,
+                                   const wchar_t* message) {
+    throw TimeStampOcspException(timeStamp, code, message);
+}
+
 }  // namespace TesseraLib

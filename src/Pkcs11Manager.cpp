@@ -129,29 +129,28 @@ int Pkcs11Manager::Initialize(const wchar_t* modulePath, const wchar_t* enginePa
     if (!available) {
         // Nothing of a failed engine set-up is left for later callers to read.
         ERR_clear_error();
-        try {
-            m_module->Finalize();
-        } catch (...) {
-            // The module is unloaded even when it fails to finalise.
-        }
-        delete m_module;
-        m_module = nullptr;
+        DropModule();
         return 0;
     }
     return 1;
 }
 
+bool Pkcs11Manager::DropModule() {
+    bool finalized = true;
+    try {
+        m_module->Finalize();
+    } catch (...) {
+        // The module is unloaded even when it fails to finalise.
+        finalized = false;
+    }
+    delete m_module;
+    m_module = nullptr;
+    return finalized;
+}
+
 int Pkcs11Manager::Finalize() {
-    if (m_module != nullptr) {
-        try {
-            m_module->Finalize();
-        } catch (...) {
-            delete m_module;
-            m_module = nullptr;
-            return 0;
-        }
-        delete m_module;
-        m_module = nullptr;
+    if (m_module != nullptr && !DropModule()) {
+        return 0;
     }
     ReleaseEngine();
     return 1;

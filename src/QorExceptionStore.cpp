@@ -3,6 +3,9 @@
 namespace TesseraLib {
 
 template class QorExceptionWrapper<std::exception>;
+template class QorExceptionWrapper<QorTsp2Lib::TspException>;
+template class QorExceptionWrapper<QorOcsp2Lib::OcspException>;
+template class QorExceptionWrapper<TimeStampOcspException>;
 
 QorExceptionStore::QorExceptionStore() : m_exception(nullptr) {}
 

@@ -197,3 +197,36 @@ TEST(ExceptionStoreTest, WrapperReThrowsTheWrappedException) {
     EXPECT_STREQ(clone->GetErrorDescription().c_str(), L"described") << "Clone copies all parts";
     EXPECT_STREQ(clone->GetErrorMessage().c_str(), L"msg");
 }
+
+TEST(ExceptionStoreTest, OcspFamilyExceptionsComeBackWithTheirFirstType) {
+    const auto* stamp = reinterpret_cast<const TimeStampAttribute*>(0x99);
+    TimeStampOcspException target(nullptr, 1, L"old");
+    target =
+        TimeStampOcspException(stamp, QorOcsp2Lib::OcspException::ocspErrResponseTooOld, nullptr);
+    EXPECT_EQ(target.GetTimeStamp(), stamp) << "assignment copies the time-stamp pointer";
+    EXPECT_EQ(target.GetErrorCode(), 138);
+    EXPECT_STREQ(target.GetErrorDescription().c_str(),
+                 QorOcsp2Lib::OcspException::DescribeErrorCode(138).c_str())
+        << "and the description of the OCSP library";
+
+    QorExceptionStore store;
+    store.SetException(QorExceptionWrapper<TimeStampOcspException>(target, 138, L"", L""));
+    try {
+        store.ReThrow();
+        FAIL();
+    } catch (const TimeStampOcspException& e) {
+        EXPECT_EQ(e.GetTimeStamp(), stamp) << "the wrapped exception, with its own type";
+    }
+
+    store.SetException(QorExceptionWrapper<QorOcsp2Lib::OcspException>(
+        QorOcsp2Lib::OcspException(141, L"untrusted"), 141, L"untrusted", L"signature"));
+    try {
+        store.ReThrow();
+        FAIL();
+    } catch (const TimeStampOcspException&) {
+        FAIL() << "a plain OCSP exception was stored";
+    } catch (const QorOcsp2Lib::OcspException& e) {
+        EXPECT_STREQ(e.GetErrorMessage().c_str(), L"untrusted");
+    }
+    EXPECT_THROW(TimeStampOcspException::Throw(stamp, 141, nullptr), QorOcsp2Lib::OcspException);
+}

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "QorOcsp2.h"
+#include "QorTsp2.h"
 #include "RecordingLog.h"
 #include "TesseraApi.h"
 
@@ -115,4 +117,32 @@ TEST_F(LoggingSetupTest, FailedOpenLeavesTheChannelClosed) {
     EXPECT_TRUE(log.Lines().empty());
     Tessera_UnInitializeLogging();
     EXPECT_TRUE(log.Closed().empty()) << "nothing to close when open failed";
+}
+
+TEST_F(LoggingSetupTest, IncludeLibrariesHandsTheTableToTheTimeStampAndOcspLibraries) {
+    RecordingLog& log = RecordingLog::Instance();
+    QorTsp2_InitializeLogging(nullptr);
+    QorOcsp2_InitializeLogging(nullptr);
+    const LoggingCallbacks table = log.Table();
+    auto useBoth = [] {
+        QorTsp2Lib::TspClient tsp(L"http://127.0.0.1:1/");
+        QorOcsp2Lib::OcspClient ocsp;
+        QorOcsp2Lib::OcspResponse response;
+        try {
+            ocsp.SendRequest(QorOcsp2Lib::OcspCertificate(), response, 1);
+        } catch (const QorOcsp2Lib::OcspException&) {
+        }
+    };
+
+    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
+    useBoth();
+    EXPECT_FALSE(log.WasOpened(L"QorTsp2.TspClient")) << "without includeLibraries";
+    EXPECT_FALSE(log.WasOpened(L"QorOcsp2.OcspClient"));
+
+    ASSERT_EQ(Tessera_InitializeLogging(&table, true), 1);
+    useBoth();
+    EXPECT_TRUE(log.WasOpened(L"QorTsp2.TspClient")) << "the time-stamp library logs now";
+    EXPECT_TRUE(log.WasOpened(L"QorOcsp2.OcspClient")) << "the OCSP library logs now";
+    QorTsp2_InitializeLogging(nullptr);
+    QorOcsp2_InitializeLogging(nullptr);
 }

@@ -23,6 +23,12 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "typeinfo for TesseraLib::QorExceptionWrapper<std::exception>" \
           "typeinfo for qorstd::QorException" \
           "typeinfo for qorstd::StdLibException" \
+          "typeinfo for QorTsp2Lib::TspException" \
+          "typeinfo for QorOcsp2Lib::OcspException" \
+          "typeinfo for TesseraLib::TimeStampOcspException" \
+          "typeinfo for TesseraLib::QorExceptionWrapper<QorOcsp2Lib::OcspException>" \
+          "typeinfo for QorPKCS11Lib::PKCS11Exception" \
+          "TesseraLib::Pkcs11Manager::GetInstance()" \
           "TesseraLib::QorExceptionStore::ReThrow() const" \
           "qorstd::QorString::icompare(char const*) const" \
           "qorstd::QorArray<unsigned char>::Append(unsigned char const*, unsigned int)"; do
@@ -33,7 +39,8 @@ done
 
 # Internal pieces stay hidden.
 for hidden in "TesseraLib::LogChannel" "TesseraLib::logging::" "TesseraLib::objects::" \
-              "TesseraLib::library::" "qorstd::text::"; do
+              "TesseraLib::library::" "qorstd::text::" "qorlog::" "qorcurl::" "qortime::" \
+              "qorssl::"; do
     if grep -qF "$hidden" <<<"$demangled"; then
         echo "internal symbol exported: $(grep -F "$hidden" <<<"$demangled" | head -n 3)"; fail=1
     fi

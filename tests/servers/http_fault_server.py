@@ -15,10 +15,9 @@ Writes the chosen port to PORTFILE once listening; exits by itself after
 LIFETIME_SECONDS (default 900) so that a forgotten server cannot linger.
 """
 import http.server
+import loopback
 import os
-import socketserver
 import sys
-import threading
 import time
 
 ROOT = sys.argv[1]
@@ -74,17 +73,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.handle_any(self.rfile.read(length))
 
 
-class Server(socketserver.ThreadingMixIn, http.server.HTTPServer):
-    daemon_threads = True
-
-
 def main():
-    server = Server(("127.0.0.1", 0), Handler)
-    threading.Timer(LIFETIME, server.shutdown).start()
-    with open(PORTFILE + ".tmp", "w") as f:
-        f.write(str(server.server_address[1]) + "\n")
-    os.rename(PORTFILE + ".tmp", PORTFILE)
-    server.serve_forever()
+    loopback.serve(Handler, PORTFILE, LIFETIME)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,8 @@
 // Shared pieces of the tessera command-line tool.
 #pragma once
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,29 @@ const std::vector<Command>& Commands();
 
 // Prints the usage text to stderr and returns kExitUsage.
 int UsageError(const std::string& problem);
+
+// "--name value" options and positional arguments of a subcommand.
+struct Arguments {
+    std::map<std::string, std::vector<std::string>> options;  // every value, in order
+    std::vector<std::string> positional;
+    std::string error;  // non-empty when the arguments are malformed
+
+    // The last value of an option, or `fallback`.
+    std::string Get(const std::string& name, const std::string& fallback = "") const;
+};
+
+// Options named in `valued` take the next argument as their value; any other
+// argument starting with "-" is an error.
+Arguments ParseArguments(const std::string& command, const std::vector<std::string>& args,
+                         const std::set<std::string>& valued);
+
+// Prints "tessera COMMAND: error CODE: DESCRIPTION (MESSAGE)" to stderr and
+// returns kExitFailure.
+int PrintError(const std::string& command, int code, const wchar_t* description,
+               const wchar_t* message);
+
+// Seconds since 1970 as "%d.%m.%Y %H:%M:%S UTC".
+std::string FormatUtc(long long seconds);
 
 // Wide text to the terminal's encoding.
 std::string Narrow(const wchar_t* text);

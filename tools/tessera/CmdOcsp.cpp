@@ -1,13 +1,161 @@
-// Placeholder until the client lands.
+// tessera ocsp --url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem]...
+//              [--hash sha1|sha256|...] [--no-nonce] [--out RESPONSE.der]
+//
+// Asks an OCSP responder about one certificate and prints its answer. The
+// response must be signed by the issuer, a responder it delegated, or a
+// responder certified by one of the --trust certificates.
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
 #include <cstdio>
+#include <memory>
+#include <string>
 
 #include "Cli.h"
+#include "QorOcsp2.h"
 
 namespace tessera_cli {
 
-int RunOcsp(const std::vector<std::string>& /*args*/) {
-    std::fprintf(stderr, "tessera: not available yet\n");
-    return kExitFailure;
+namespace {
+
+struct X509Free {
+    void operator()(X509* cert) const { X509_free(cert); }
+};
+using CertPtr = std::unique_ptr<X509, X509Free>;
+
+// The first certificate of a PEM file; null (with a message) when unreadable.
+CertPtr ReadCertificate(const std::string& path) {
+    std::FILE* file = std::fopen(path.c_str(), "r");
+    if (file == nullptr) {
+        std::fprintf(stderr, "tessera ocsp: cannot open %s\n", path.c_str());
+        return CertPtr();
+    }
+    CertPtr cert(PEM_read_X509(file, nullptr, nullptr, nullptr));
+    std::fclose(file);
+    if (!cert) {
+        std::fprintf(stderr, "tessera ocsp: no PEM certificate in %s\n", path.c_str());
+    }
+    return cert;
+}
+
+bool HashByName(const std::string& name, QorOcsp2Lib::OcspHash::ocspHashAlgorithm* out) {
+    using QorOcsp2Lib::OcspHash;
+    const std::pair<const char*, OcspHash::ocspHashAlgorithm> names[] = {
+        {"sha1", OcspHash::ocspHashSHA1},     {"sha224", OcspHash::ocspHashSHA224},
+        {"sha256", OcspHash::ocspHashSHA256}, {"sha384", OcspHash::ocspHashSHA384},
+        {"sha512", OcspHash::ocspHashSHA512},
+    };
+    for (const auto& entry : names) {
+        if (name == entry.first) {
+            *out = entry.second;
+            return true;
+        }
+    }
+    return false;
+}
+
+const char* ReasonName(int reason) {
+    static const char* const names[] = {
+        "unspecified",   "keyCompromise",        "cACompromise",    "affiliationChanged",
+        "superseded",    "cessationOfOperation", "certificateHold", "(7)",
+        "removeFromCRL", "privilegeWithdrawn",   "aACompromise"};
+    return reason >= 0 && reason <= 10 ? names[reason] : "none given";
+}
+
+void PrintResponse(const QorOcsp2Lib::OcspResponse& response) {
+    std::printf("responder:      %s\n", Narrow(response.GetResponderName().c_str()).c_str());
+    std::printf("producedAt:     %s\n", FormatUtc(response.GetProducedAt()).c_str());
+    const auto& answers = response.GetSingleResponses();
+    for (unsigned int i = 0; i < answers.GetSize(); ++i) {
+        const QorOcsp2Lib::OcspSingleResponse& answer = answers.GetAt(i);
+        std::printf("serial:         %s\n", answer.GetSerialNumberHex().c_str());
+        std::printf("status:         %s\n", answer.GetCertStatusString().c_str());
+        std::printf("thisUpdate:     %s\n", FormatUtc(answer.GetThisUpdate()).c_str());
+        std::printf("nextUpdate:     %s\n", answer.GetNextUpdate() != 0
+                                                ? FormatUtc(answer.GetNextUpdate()).c_str()
+                                                : "(none)");
+        if (answer.GetCertStatus() == QorOcsp2Lib::OcspSingleResponse::ocspStatusRevoked) {
+            std::printf("revocationTime: %s\n", FormatUtc(answer.GetRevocationTime()).c_str());
+            std::printf("reason:         %s\n", ReasonName(answer.GetRevocationReason()));
+        }
+    }
+}
+
+}  // namespace
+
+int RunOcsp(const std::vector<std::string>& args) {
+    std::vector<std::string> options(args);
+    bool nonce = true;
+    for (auto it = options.begin(); it != options.end();) {
+        if (*it == "--no-nonce") {
+            nonce = false;
+            it = options.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    const Arguments parsed = ParseArguments(
+        "ocsp", options, {"--url", "--issuer", "--cert", "--trust", "--hash", "--out"});
+    if (!parsed.error.empty()) {
+        return UsageError(parsed.error);
+    }
+    if (!parsed.positional.empty()) {
+        return UsageError("ocsp: unexpected argument '" + parsed.positional[0] + "'");
+    }
+    const std::string url = parsed.Get("--url");
+    if (url.empty() || parsed.Get("--issuer").empty() || parsed.Get("--cert").empty()) {
+        return UsageError("ocsp: --url, --issuer and --cert are required");
+    }
+    QorOcsp2Lib::OcspHash::ocspHashAlgorithm hash = QorOcsp2Lib::OcspHash::ocspHashDefault;
+    if (!parsed.Get("--hash").empty() && !HashByName(parsed.Get("--hash"), &hash)) {
+        return UsageError("ocsp: --hash must be sha1, sha224, sha256, sha384 or sha512");
+    }
+
+    const CertPtr issuer = ReadCertificate(parsed.Get("--issuer"));
+    const CertPtr subject = ReadCertificate(parsed.Get("--cert"));
+    if (!issuer || !subject) {
+        return kExitFailure;
+    }
+    QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate> trusted;
+    const auto found = parsed.options.find("--trust");
+    if (found != parsed.options.end()) {
+        for (const std::string& path : found->second) {
+            const CertPtr cert = ReadCertificate(path);
+            if (!cert) {
+                return kExitFailure;
+            }
+            trusted.Add(QorOcsp2Lib::OcspCertificate(cert.get()));
+        }
+    }
+    QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate> issuers;
+    issuers.Add(QorOcsp2Lib::OcspCertificate(issuer.get()));
+
+    try {
+        QorOcsp2Lib::OcspClient client;
+        client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
+        client.SetIssuerCertificates(issuers);
+        client.SetCACertificates(trusted);
+        client.SetHashAlgorithm(hash);
+        client.SetVerifyResponse(1);
+        QorOcsp2Lib::OcspResponse response;
+        client.SendRequest(QorOcsp2Lib::OcspCertificate(subject.get()), response, nonce ? 1 : 0);
+        PrintResponse(response);
+        const std::string out = parsed.Get("--out");
+        if (!out.empty()) {
+            const qorstd::QorArray<unsigned char> der = response.Encode();
+            std::FILE* file = std::fopen(out.c_str(), "wb");
+            const bool written = file != nullptr && std::fwrite(der.GetData(), 1, der.GetSize(),
+                                                                file) == der.GetSize();
+            if (file == nullptr || std::fclose(file) != 0 || !written) {
+                std::fprintf(stderr, "tessera ocsp: cannot write %s\n", out.c_str());
+                return kExitFailure;
+            }
+        }
+    } catch (const QorOcsp2Lib::OcspException& e) {
+        return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
+                          e.GetErrorMessage().c_str());
+    }
+    return kExitOk;
 }
 
 }  // namespace tessera_cli

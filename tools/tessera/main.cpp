@@ -2,6 +2,7 @@
 #include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <cwchar>
 #include <exception>
 #include <string>
@@ -19,7 +20,9 @@ const std::vector<Command>& Commands() {
         {"errors", "", "list the error codes with their names and descriptions", RunErrors},
         {"timestamp", "--url URL [--hash sha256] [--out TOKEN] FILE",
          "ask a time-stamp authority for a token over FILE's digest", RunTimestamp},
-        {"ocsp", "--url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem]",
+        {"ocsp",
+         "--url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem] [--hash sha1] "
+         "[--no-nonce] [--out RESPONSE.der]",
          "ask an OCSP responder for a certificate's status", RunOcsp},
     };
     return commands;
@@ -45,6 +48,54 @@ std::string Narrow(const wchar_t* text) {
     state = std::mbstate_t{};
     std::wcsrtombs(&narrow[0], &source, length, &state);
     return narrow;
+}
+
+std::string Arguments::Get(const std::string& name, const std::string& fallback) const {
+    const auto found = options.find(name);
+    return found != options.end() && !found->second.empty() ? found->second.back() : fallback;
+}
+
+Arguments ParseArguments(const std::string& command, const std::vector<std::string>& args,
+                         const std::set<std::string>& valued) {
+    Arguments parsed;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (valued.count(arg) != 0) {
+            if (i + 1 >= args.size()) {
+                parsed.error = command + ": " + arg + " needs a value";
+                return parsed;
+            }
+            parsed.options[arg].push_back(args[++i]);
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            parsed.error = command + ": unknown option '" + arg + "'";
+            return parsed;
+        } else {
+            parsed.positional.push_back(arg);
+        }
+    }
+    return parsed;
+}
+
+int PrintError(const std::string& command, int code, const wchar_t* description,
+               const wchar_t* message) {
+    std::fprintf(stderr, "tessera %s: error %d: %s", command.c_str(), code,
+                 Narrow(description).c_str());
+    if (message != nullptr && message[0] != L'\0') {
+        std::fprintf(stderr, " (%s)", Narrow(message).c_str());
+    }
+    std::fprintf(stderr, "\n");
+    return kExitFailure;
+}
+
+std::string FormatUtc(long long seconds) {
+    const std::time_t time = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    char text[64] = {0};
+    if (gmtime_r(&time, &parts) == nullptr ||
+        std::strftime(text, sizeof(text), "%d.%m.%Y %H:%M:%S UTC", &parts) == 0) {
+        return std::to_string(seconds);
+    }
+    return text;
 }
 
 static void PrintUsage(std::FILE* out) {
@@ -85,13 +136,8 @@ int main(int argc, char** argv) {
         try {
             return command.run(args);
         } catch (const qorstd::QorException& e) {
-            std::fprintf(stderr, "tessera %s: error %d: %s", command.name, e.GetErrorCode(),
-                         Narrow(e.GetErrorDescription().c_str()).c_str());
-            if (!e.GetErrorMessage().empty()) {
-                std::fprintf(stderr, " (%s)", Narrow(e.GetErrorMessage().c_str()).c_str());
-            }
-            std::fprintf(stderr, "\n");
-            return kExitFailure;
+            return PrintError(command.name, e.GetErrorCode(), e.GetErrorDescription().c_str(),
+                              e.GetErrorMessage().c_str());
         } catch (const std::exception& e) {
             std::fprintf(stderr, "tessera %s: %s\n", command.name, e.what());
             return kExitFailure;

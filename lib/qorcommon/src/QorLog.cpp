@@ -1,5 +1,7 @@
 #include "QorLog.h"
 
+#include "OpenSslPtr.h"
+
 #include <openssl/bio.h>
 #include <openssl/err.h>
 
@@ -69,8 +71,7 @@ void Registry::Snapshot(LoggingCallbacks* callbacks, std::wstring* prefix) const
     *prefix = m_prefix;
 }
 
-Channel::Channel(const Registry& registry, const wchar_t* name)
-    : m_handle(nullptr), m_callbacks{} {
+Channel::Channel(const Registry& registry, const wchar_t* name) : m_handle(nullptr), m_callbacks{} {
     LoggingCallbacks table{};
     std::wstring prefix;
     registry.Snapshot(&table, &prefix);
@@ -134,7 +135,7 @@ void Channel::WriteFormat(LogLevel level, const wchar_t* format, ...) const {
 void Channel::WriteCryptoErrors(const char* message) const {
     const LogWriteCallback write = WriteSlot(m_callbacks, LogLevel::Error);
     if (message != nullptr && message[0] != '\0' && m_handle != nullptr && write != nullptr) {
-        std::unique_ptr<BIO, void (*)(BIO*)> buffer(BIO_new(BIO_s_mem()), BIO_free_all);
+        qorssl::BioPtr buffer(BIO_new(BIO_s_mem()));
         if (buffer) {
             BIO_puts(buffer.get(), message);
             BIO_puts(buffer.get(), " openssl errors:\n");

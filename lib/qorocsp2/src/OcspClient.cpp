@@ -14,11 +14,11 @@
 
 namespace QorOcsp2Lib {
 
-using TesseraLib::OcspBasicRespPtr;
-using TesseraLib::OcspCertIdPtr;
-using TesseraLib::OcspRequestPtr;
-using TesseraLib::OcspResponsePtr;
 using qorlog::LogLevel;
+using qorssl::OcspBasicRespPtr;
+using qorssl::OcspCertIdPtr;
+using qorssl::OcspRequestPtr;
+using qorssl::OcspResponsePtr;
 
 namespace {
 
@@ -45,12 +45,12 @@ X509* FindIssuer(const OcspVector<OcspCertificate>& issuers, X509* certificate) 
     return nullptr;
 }
 
-// 1: the response echoes the request's nonce (or neither has one, or the
-// responder left it out); anything else is a mismatch.
+// Only an echoed nonce that differs is refused: many responders (those that
+// pre-produce their answers among them) leave the nonce out.
 bool NonceAccepted(OCSP_REQUEST* request, OCSP_BASICRESP* basic) {
     const int check = OCSP_check_nonce(request, basic);
     ERR_clear_error();
-    return check == 1 || check == 2 || check == 3;
+    return check != 0;
 }
 
 }  // namespace
@@ -107,7 +107,9 @@ void OcspClient::SetCACertificates(const OcspVector<OcspCertificate>& trusted) {
     m_trusted = trusted;
 }
 
-void OcspClient::SetUrl(const wchar_t* url) { m_url = url; }
+void OcspClient::SetUrl(const wchar_t* url) {
+    m_url = url;
+}
 
 void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& response,
                              int addNonce) const {
@@ -119,7 +121,8 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
     if (m_url.empty()) {
         OcspException::Throw(OcspException::ocspErrNoUrl, nullptr);
     }
-    const qorstd::QorString url = qorstd::text::WideToCharset(m_url.c_str(), qorstd::text::kCharsetUtf8);
+    const qorstd::QorString url =
+        qorstd::text::WideToCharset(m_url.c_str(), qorstd::text::kCharsetUtf8);
     if (log.IsInfoEnabled()) {
         log.WriteFormat(LogLevel::Info, L"SendRequest(URL:%ls Hash:%s Nonce:%d Verify:%d)",
                         m_url.c_str(), OcspHash::GetName(m_hashAlgorithm).c_str(), addNonce,
@@ -135,7 +138,8 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
     OcspCertIdPtr id(digest != nullptr ? OCSP_cert_to_id(digest, subject, issuer) : nullptr);
     OcspRequestPtr request(OCSP_REQUEST_new());
     OcspCertIdPtr requestId(id ? OCSP_CERTID_dup(id.get()) : nullptr);
-    if (!id || !request || !requestId || OCSP_request_add0_id(request.get(), requestId.get()) == nullptr) {
+    if (!id || !request || !requestId ||
+        OCSP_request_add0_id(request.get(), requestId.get()) == nullptr) {
         log.WriteCryptoErrors("SendRequest: building the request failed.");
         OcspException::Throw(OcspException::ocspErrRequest, L"certificate identifier");
     }
@@ -169,7 +173,8 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
     }
     const qorstd::QorArray<unsigned char> basicDer = received.GetBasicResponse();
     const unsigned char* cursor = basicDer.GetData();
-    OcspBasicRespPtr basic(d2i_OCSP_BASICRESP(nullptr, &cursor, static_cast<long>(basicDer.GetSize())));
+    OcspBasicRespPtr basic(
+        d2i_OCSP_BASICRESP(nullptr, &cursor, static_cast<long>(basicDer.GetSize())));
     if (!basic) {
         ERR_clear_error();
         OcspException::Throw(OcspException::ocspErrNoBasicResponse, nullptr);
@@ -186,11 +191,13 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
     }
     if (OCSP_resp_find(basic.get(), id.get(), -1) < 0) {
         ERR_clear_error();
-        log.Write(LogLevel::Error, L"SendRequest: the response does not answer for the certificate.");
+        log.Write(LogLevel::Error,
+                  L"SendRequest: the response does not answer for the certificate.");
         OcspException::Throw(OcspException::ocspErrCertNotAnswered, nullptr);
     }
     if (log.IsDebugEnabled()) {
-        log.WriteFormat(LogLevel::Debug, L"SendRequest: status %s", received.GetStatusString().c_str());
+        log.WriteFormat(LogLevel::Debug, L"SendRequest: status %s",
+                        received.GetStatusString().c_str());
     }
     response = received;
 }

@@ -15,11 +15,11 @@
 
 namespace QorOcsp2Lib {
 
-using TesseraLib::BioPtr;
-using TesseraLib::OcspBasicRespPtr;
-using TesseraLib::OcspResponsePtr;
-using TesseraLib::X509StackPtr;
-using TesseraLib::X509StorePtr;
+using qorssl::BioPtr;
+using qorssl::OcspBasicRespPtr;
+using qorssl::OcspResponsePtr;
+using qorssl::X509StackPtr;
+using qorssl::X509StorePtr;
 
 template class OcspVector<OcspCertificate>;
 template class OcspVector<OcspSingleResponse>;
@@ -80,7 +80,8 @@ StlStringW ResponderName(const OCSP_BASICRESP* basic) {
         return StlStringW(qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetUtf8));
     }
     BioPtr bio(BIO_new(BIO_s_mem()));
-    if (!bio || X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) < 0) {
+    if (!bio ||
+        X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) < 0) {
         ThrowDecoding(L"responder name");
     }
     char* data = nullptr;
@@ -148,7 +149,9 @@ OcspCertificate& OcspCertificate::operator=(const OcspCertificate& other) {
     return *this;
 }
 
-OcspCertificate::~OcspCertificate() { X509_free(m_certificate); }
+OcspCertificate::~OcspCertificate() {
+    X509_free(m_certificate);
+}
 
 // ---- OcspSingleResponse -------------------------------------------------
 
@@ -179,9 +182,13 @@ OcspResponse::OcspResponse(const OcspResponse& other) = default;
 OcspResponse& OcspResponse::operator=(const OcspResponse& other) = default;
 OcspResponse::~OcspResponse() = default;
 
-bool OcspResponse::operator==(const OcspResponse& other) const { return m_der == other.m_der; }
+bool OcspResponse::operator==(const OcspResponse& other) const {
+    return m_der == other.m_der;
+}
 
-void OcspResponse::Reset() { *this = OcspResponse(); }
+void OcspResponse::Reset() {
+    *this = OcspResponse();
+}
 
 void OcspResponse::Decode(const unsigned char* der, unsigned long length) {
     Reset();
@@ -223,14 +230,13 @@ void OcspResponse::Decode(const unsigned char* der, unsigned long length) {
             ASN1_OBJECT* digest = nullptr;
             ASN1_INTEGER* serial = nullptr;
             const OCSP_CERTID* id = OCSP_SINGLERESP_get0_id(single);
-            if (id == nullptr ||
-                OCSP_id_get0_info(nullptr, &digest, nullptr, &serial,
-                                  const_cast<OCSP_CERTID*>(id)) != 1) {
+            if (id == nullptr || OCSP_id_get0_info(nullptr, &digest, nullptr, &serial,
+                                                   const_cast<OCSP_CERTID*>(id)) != 1) {
                 ThrowDecoding(L"certificate identifier");
             }
             const int digestNid = OBJ_obj2nid(digest);
             answer.m_certIdHash = StlString(digestNid != NID_undef ? OBJ_nid2sn(digestNid) : "");
-            TesseraLib::OpenSslPtr<BIGNUM, BN_free> number(ASN1_INTEGER_to_BN(serial, nullptr));
+            qorssl::OpenSslPtr<BIGNUM, BN_free> number(ASN1_INTEGER_to_BN(serial, nullptr));
             char* hex = number ? BN_bn2hex(number.get()) : nullptr;
             if (hex == nullptr) {
                 ThrowDecoding(L"serial number");
@@ -248,7 +254,9 @@ void OcspResponse::Decode(const unsigned char* der, unsigned long length) {
     *this = parsed;
 }
 
-qorstd::QorArray<unsigned char> OcspResponse::Encode() const { return m_der; }
+qorstd::QorArray<unsigned char> OcspResponse::Encode() const {
+    return m_der;
+}
 
 qorstd::QorArray<unsigned char> OcspResponse::GetBasicResponse() const {
     qorstd::QorArray<unsigned char> out;

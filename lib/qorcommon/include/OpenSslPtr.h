@@ -1,4 +1,5 @@
-// Owning smart pointers for OpenSSL handles: one deleter per type.
+// Owning smart pointers for OpenSSL handles, one deleter per type, shared by
+// Tessera and the libraries beside it (internal, never installed).
 //
 // `get0` functions borrow, `get1`/`new` functions own; for `set0`/`add0`
 // functions release() the pointer only after the call succeeded.
@@ -17,7 +18,7 @@
 
 #include <memory>
 
-namespace TesseraLib {
+namespace qorssl {
 
 template <auto FreeFn>
 struct OpenSslDeleter {
@@ -58,4 +59,9 @@ inline void FreeX509Stack(STACK_OF(X509) * stack) {
 }
 using X509StackPtr = OpenSslPtr<STACK_OF(X509), FreeX509Stack>;
 
+}  // namespace qorssl
+
+// Tessera's own sources name the aliases without qualification.
+namespace TesseraLib {
+using namespace qorssl;
 }  // namespace TesseraLib

@@ -1,0 +1,140 @@
+// The OCSP client's transport failures (the http fixture) and its checks of
+// answers that a transport of the test's own hands back.
+#include <gtest/gtest.h>
+
+#include <openssl/ocsp.h>
+
+#include "OcspTestUtil.h"
+#include "TestOcsp.h"
+#include "TestServers.h"
+
+using namespace QorOcsp2Lib;
+using namespace ocsp_test;
+using namespace tessera_test;
+
+namespace {
+
+struct Pki {
+    Issued ca, responder, alice;
+    Pki() {
+        CertSpec spec;
+        spec.commonName = "Fault CA";
+        spec.extensions = CaExtensions();
+        ca = IssueCertificate(spec, nullptr);
+        spec.commonName = "Fault Responder";
+        spec.serial = 2;
+        spec.extensions = {{"extendedKeyUsage", "OCSPSigning"}};
+        responder = IssueCertificate(spec, &ca);
+        spec.commonName = "Alice";
+        spec.serial = 0x61;
+        spec.extensions = {};
+        alice = IssueCertificate(spec, &ca);
+    }
+};
+
+// Hands back a prepared answer and keeps the request it was given.
+class CannedTransport : public HttpClient {
+public:
+    std::vector<unsigned char> answer;
+    std::vector<unsigned char> request;
+    void Post(const StlString&, const char*, const qorstd::QorArray<unsigned char>& body,
+              qorstd::QorArray<unsigned char>& response) override {
+        request.assign(body.Begin(), body.End());
+        response.Assign(answer.data(), static_cast<unsigned int>(answer.size()));
+    }
+};
+
+std::vector<unsigned char> NonceOf(const std::vector<unsigned char>& requestDer) {
+    const unsigned char* cursor = requestDer.data();
+    OCSP_REQUEST* request =
+        d2i_OCSP_REQUEST(nullptr, &cursor, static_cast<long>(requestDer.size()));
+    std::vector<unsigned char> nonce;
+    const int at =
+        request != nullptr ? OCSP_REQUEST_get_ext_by_NID(request, NID_id_pkix_OCSP_Nonce, -1) : -1;
+    if (at >= 0) {
+        ASN1_OCTET_STRING* value = X509_EXTENSION_get_data(OCSP_REQUEST_get_ext(request, at));
+        nonce.assign(value->data, value->data + value->length);
+    }
+    OCSP_REQUEST_free(request);
+    return nonce;
+}
+
+class OcspFaultTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        client.SetIssuerCertificates(One(pki.ca.cert.get()));
+        client.SetUrl(L"http://127.0.0.1:1/");
+    }
+    int Ask() {
+        return CodeOf([&] {
+            OcspResponse response;
+            client.SendRequest(OcspCertificate(pki.alice.cert.get()), response, 1);
+        });
+    }
+    OcspResponseSpec Answer(X509* subject) {
+        OcspResponseSpec spec;
+        spec.signer = &pki.responder;
+        spec.issuer = pki.ca.cert.get();
+        spec.producedAt = UtcTime(2024, 6, 2);
+        OcspAnswer answer;
+        answer.certificate = subject;
+        answer.thisUpdate = UtcTime(2024, 6, 2);
+        spec.answers.push_back(answer);
+        return spec;
+    }
+
+    static const Pki pki;
+    OcspClient client;
+};
+const Pki OcspFaultTest::pki;
+
+}  // namespace
+
+TEST_F(OcspFaultTest, TransportFailuresHaveTheirOwnCodes) {
+    const std::string base = ServerFile("http", "url");
+    ASSERT_FALSE(base.empty()) << "the http fixture must be running";
+    CurlHttpClient transport;
+    transport.SetTimeout(1);
+    client.SetHttpClient(&transport);
+
+    client.SetUrl(Wide(base + "/status/404").c_str());
+    EXPECT_EQ(Ask(), 137) << "HTTP 404";
+    client.SetUrl(Wide(base + "/status/500").c_str());
+    EXPECT_EQ(Ask(), 137) << "HTTP 500";
+    client.SetUrl(Wide(base + "/garbage").c_str());
+    EXPECT_EQ(Ask(), 131) << "a body that is no OCSP response";
+    client.SetUrl(Wide(base + "/empty").c_str());
+    EXPECT_EQ(Ask(), 131) << "an empty body";
+    client.SetUrl(Wide(base + "/slow/3").c_str());
+    EXPECT_EQ(Ask(), 135) << "no answer within the 1 s limit";
+    client.SetUrl(Wide(base + "/drop").c_str());
+    EXPECT_EQ(Ask(), 136) << "connection closed without an answer";
+    client.SetUrl(L"http://127.0.0.1:1/");
+    EXPECT_EQ(Ask(), 134) << "nothing listens on port 1";
+}
+
+TEST_F(OcspFaultTest, NonceMustBeEchoedUnchangedWhenPresent) {
+    CannedTransport transport;
+    client.SetHttpClient(&transport);
+    OcspResponseSpec spec = Answer(pki.alice.cert.get());
+    transport.answer = MakeOcspResponse(spec);
+    EXPECT_EQ(Ask(), 0) << "a responder may leave the nonce out";
+    const std::vector<unsigned char> sent = NonceOf(transport.request);
+    ASSERT_GE(sent.size(), 16u) << "the request carries a nonce";
+
+    spec.nonce = {0x04, 0x02, 0xAB, 0xCD};
+    transport.answer = MakeOcspResponse(spec);
+    EXPECT_EQ(Ask(), 142) << "a different nonce";
+}
+
+TEST_F(OcspFaultTest, ResponseMustAnswerForTheCertificate) {
+    CannedTransport transport;
+    client.SetHttpClient(&transport);
+    transport.answer = MakeOcspResponse(Answer(pki.responder.cert.get()));
+    EXPECT_EQ(Ask(), 143) << "a signed answer about another certificate";
+
+    OcspResponseSpec refused;
+    refused.responseStatus = OCSP_RESPONSE_STATUS_UNAUTHORIZED;
+    transport.answer = MakeOcspResponse(refused);
+    EXPECT_EQ(Ask(), 139) << "the responder refused";
+}

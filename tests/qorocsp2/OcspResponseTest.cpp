@@ -1,0 +1,273 @@
+// OCSP responses made in-process with pinned times: what decoding reads,
+// what it refuses, and which signers Verify accepts.
+//
+//   ca ─┬─ responder (EKU OCSPSigning)      other-ca ── foreign (EKU OCSPSigning)
+//       ├─ plain (no OCSPSigning)
+//       ├─ alice (serial 0x51)
+//       └─ bob   (serial 0x52)
+#include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+#include <openssl/ocsp.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "QorOcsp2.h"
+#include "TestOcsp.h"
+#include "TestPki.h"
+
+using namespace QorOcsp2Lib;
+using namespace tessera_test;
+
+namespace {
+
+const std::int64_t kProducedAt = UtcTime(2024, 6, 2, 8, 0, 0);
+const std::int64_t kThisUpdate = UtcTime(2024, 6, 2, 7, 59, 0);
+const std::int64_t kNextUpdate = UtcTime(2024, 6, 3, 8, 0, 0);
+const std::int64_t kRevokedAt = UtcTime(2024, 6, 1, 12, 0, 0);
+
+struct Pki {
+    Issued ca, responder, plain, alice, bob, otherCa, foreign;
+
+    static const Pki& Get() {
+        static const Pki pki;
+        return pki;
+    }
+
+private:
+    Pki() {
+        ca = Issue("Test CA", 1, CaExtensions(), nullptr);
+        responder = Issue("Test Responder", 2, {{"extendedKeyUsage", "OCSPSigning"}}, &ca);
+        plain = Issue("Plain Signer", 3, {{"keyUsage", "digitalSignature"}}, &ca);
+        alice = Issue("Alice", 0x51, {}, &ca);
+        bob = Issue("Bob", 0x52, {}, &ca);
+        otherCa = Issue("Other CA", 1, CaExtensions(), nullptr);
+        foreign = Issue("Foreign Responder", 2, {{"extendedKeyUsage", "OCSPSigning"}}, &otherCa);
+    }
+    static Issued Issue(const char* name, long serial,
+                        std::vector<std::pair<std::string, std::string>> extensions,
+                        const Issued* issuer) {
+        CertSpec spec;
+        spec.commonName = name;
+        spec.serial = serial;
+        spec.extensions = std::move(extensions);
+        return IssueCertificate(spec, issuer);
+    }
+};
+
+OcspResponseSpec GoodFor(const Issued& subject, const Issued& signer) {
+    const Pki& pki = Pki::Get();
+    OcspResponseSpec spec;
+    spec.signer = &signer;
+    spec.issuer = pki.ca.cert.get();
+    spec.producedAt = kProducedAt;
+    OcspAnswer answer;
+    answer.certificate = subject.cert.get();
+    answer.thisUpdate = kThisUpdate;
+    answer.nextUpdate = kNextUpdate;
+    spec.answers.push_back(answer);
+    return spec;
+}
+
+OcspResponse Decoded(const std::vector<unsigned char>& der) {
+    OcspResponse response;
+    response.Decode(der.data(), der.size());
+    return response;
+}
+
+int CodeOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const OcspException& e) {
+        return e.GetErrorCode();
+    }
+    return 0;
+}
+
+OcspVector<OcspCertificate> Trust(std::initializer_list<const Issued*> issued) {
+    OcspVector<OcspCertificate> out;
+    for (const Issued* i : issued) {
+        out.Add(OcspCertificate(i->cert.get()));
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(OcspResponseTest, DecodesTimesStatusesAndReasons) {
+    const Pki& pki = Pki::Get();
+    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
+    OcspAnswer revoked;
+    revoked.certificate = pki.bob.cert.get();
+    revoked.status = V_OCSP_CERTSTATUS_REVOKED;
+    revoked.reason = OCSP_REVOKED_STATUS_CERTIFICATEHOLD;
+    revoked.revocationTime = kRevokedAt;
+    revoked.thisUpdate = kThisUpdate;  // and no nextUpdate
+    spec.answers.push_back(revoked);
+
+    const OcspResponse response = Decoded(MakeOcspResponse(spec));
+    EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspSuccessful);
+    EXPECT_EQ(response.GetProducedAt(), kProducedAt) << "producedAt as UTC seconds";
+    EXPECT_STREQ(response.GetResponderName().c_str(), L"CN=Test Responder,O=Tessera Test");
+    EXPECT_STREQ(response.GetSignatureAlgorithmName().c_str(), "ecdsa-with-SHA256");
+    EXPECT_STREQ(response.GetStatusString().c_str(), "good") << "status of the first answer";
+    EXPECT_EQ(response.GetCertificates().GetSize(), 1u) << "the signer certificate is carried";
+
+    ASSERT_EQ(response.GetSingleResponses().GetSize(), 2u);
+    const OcspSingleResponse& good = response.GetSingleResponses().GetAt(0);
+    EXPECT_EQ(good.GetCertStatus(), 0);
+    EXPECT_EQ(good.GetThisUpdate(), kThisUpdate);
+    EXPECT_EQ(good.GetNextUpdate(), kNextUpdate);
+    EXPECT_EQ(good.GetRevocationTime(), 0) << "no revocation time for a good answer";
+    EXPECT_STREQ(good.GetSerialNumberHex().c_str(), "51");
+    EXPECT_STREQ(good.GetCertIdHashName().c_str(), "SHA1");
+
+    const OcspSingleResponse& hold = response.GetSingleResponses().GetAt(1);
+    EXPECT_EQ(hold.GetCertStatus(), 1);
+    EXPECT_EQ(hold.GetRevocationReason(), OcspSingleResponse::ocspReasonCertificateHold)
+        << "certificateHold is reason 6";
+    EXPECT_EQ(hold.GetRevocationTime(), kRevokedAt);
+    EXPECT_EQ(hold.GetNextUpdate(), 0) << "an absent nextUpdate reads as 0";
+}
+
+TEST(OcspResponseTest, UnknownStatusRevokedWithoutReasonAndKeyHashResponder) {
+    const Pki& pki = Pki::Get();
+    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
+    spec.responderByKeyHash = true;
+    spec.certIdDigest = EVP_sha256();
+    spec.answers[0].status = V_OCSP_CERTSTATUS_UNKNOWN;
+    OcspAnswer revoked = spec.answers[0];
+    revoked.certificate = pki.bob.cert.get();
+    revoked.status = V_OCSP_CERTSTATUS_REVOKED;
+    revoked.revocationTime = kRevokedAt;
+    spec.answers.push_back(revoked);
+
+    const OcspResponse response = Decoded(MakeOcspResponse(spec));
+    EXPECT_EQ(response.GetSingleResponses().GetAt(0).GetCertStatus(), 2);
+    EXPECT_STREQ(response.GetStatusString().c_str(), "unknown");
+    EXPECT_STREQ(response.GetSingleResponses().GetAt(0).GetCertIdHashName().c_str(), "SHA256");
+    EXPECT_EQ(response.GetSingleResponses().GetAt(1).GetRevocationReason(),
+              OcspSingleResponse::ocspReasonNone)
+        << "a revoked answer without a reason";
+    const std::wstring name = response.GetResponderName().c_str();
+    EXPECT_EQ(name.rfind(L"KeyHash:", 0), 0u) << "got " << name;
+    EXPECT_EQ(name.size(), 8u + 40u) << "SHA-1 of the responder key in hex";
+}
+
+TEST(OcspResponseTest, EncodeCopyCompareAndDigest) {
+    const Pki& pki = Pki::Get();
+    const std::vector<unsigned char> der = MakeOcspResponse(GoodFor(pki.alice, pki.responder));
+    OcspResponse response = Decoded(der);
+    const qorstd::QorArray<unsigned char> encoded = response.Encode();
+    EXPECT_EQ(std::vector<unsigned char>(encoded.Begin(), encoded.End()), der) << "byte-exact";
+
+    OcspResponse copy(response);
+    EXPECT_TRUE(copy == response);
+    response.Reset();
+    EXPECT_TRUE(response.IsEmpty());
+    EXPECT_FALSE(copy.IsEmpty()) << "a copy is an independent value";
+    EXPECT_TRUE(copy != response);
+
+    unsigned char digest[20];
+    unsigned int length = 0;
+    EVP_Digest(der.data(), der.size(), digest, &length, EVP_sha1(), nullptr);
+    char hex[41];
+    for (int i = 0; i < 20; ++i) {
+        std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);
+    }
+    EXPECT_STREQ(copy.GetSHA1HashHex().c_str(), hex);
+
+    const qorstd::QorArray<unsigned char> basic = copy.GetBasicResponse();
+    const unsigned char* cursor = basic.GetData();
+    OCSP_BASICRESP* parsed = d2i_OCSP_BASICRESP(nullptr, &cursor, basic.GetSize());
+    EXPECT_NE(parsed, nullptr) << "GetBasicResponse is the BasicOCSPResponse DER";
+    OCSP_BASICRESP_free(parsed);
+}
+
+TEST(OcspResponseTest, BadBytesAreRefusedAndLeaveTheObjectEmpty) {
+    const Pki& pki = Pki::Get();
+    std::vector<unsigned char> der = MakeOcspResponse(GoodFor(pki.alice, pki.responder));
+    OcspResponse response = Decoded(der);
+
+    std::vector<unsigned char> trailing(der);
+    trailing.push_back(0);
+    EXPECT_EQ(CodeOf([&] { response.Decode(trailing.data(), trailing.size()); }), 131)
+        << "a trailing byte";
+    EXPECT_TRUE(response.IsEmpty()) << "a failed decode leaves nothing behind";
+    EXPECT_EQ(CodeOf([&] { response.Decode(der.data(), der.size() - 1); }), 131) << "truncated";
+    const unsigned char garbage[] = {0x30, 0x03, 0x0a, 0x01, 0x00};
+    EXPECT_EQ(CodeOf([&] { response.Decode(garbage, sizeof(garbage)); }), 131)
+        << "successful status without a basic response";
+    EXPECT_EQ(CodeOf([&] { response.Decode(nullptr, 0); }), 131);
+}
+
+TEST(OcspResponseTest, UnsuccessfulResponsesDecodeWithoutAnswers) {
+    OcspResponseSpec spec;
+    spec.responseStatus = OCSP_RESPONSE_STATUS_TRYLATER;
+    const OcspResponse response = Decoded(MakeOcspResponse(spec));
+    EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspTryLater);
+    EXPECT_EQ(response.GetSingleResponses().GetSize(), 0u);
+    EXPECT_STREQ(response.GetStatusString().c_str(), "trylater");
+    EXPECT_EQ(response.GetBasicResponse().GetSize(), 0u);
+    OcspVector<OcspCertificate> trusted;
+    EXPECT_EQ(CodeOf([&] { response.Verify(&trusted); }), 140) << "nothing to verify";
+}
+
+TEST(OcspResponseTest, VerifyAcceptsOnlySignersCertifiedByTheTrustedCertificates) {
+    const Pki& pki = Pki::Get();
+    const OcspResponse delegated = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.responder)));
+    OcspVector<OcspCertificate> ca = Trust({&pki.ca});
+    EXPECT_EQ(CodeOf([&] { delegated.Verify(&ca); }), 0) << "responder delegated by the CA";
+    OcspVector<OcspCertificate> self = Trust({&pki.responder});
+    EXPECT_EQ(CodeOf([&] { delegated.Verify(&self); }), 0) << "the responder trusted directly";
+    OcspVector<OcspCertificate> other = Trust({&pki.otherCa});
+    EXPECT_EQ(CodeOf([&] { delegated.Verify(&other); }), 141)
+        << "a CA that has nothing to do with it";
+    OcspVector<OcspCertificate> none;
+    EXPECT_EQ(CodeOf([&] { delegated.Verify(&none); }), 141);
+    EXPECT_EQ(CodeOf([&] { delegated.Verify(nullptr); }), 141) << "null trusts nothing";
+
+    const OcspResponse bySelf = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.ca)));
+    EXPECT_EQ(CodeOf([&] { bySelf.Verify(&ca); }), 0) << "the issuing CA signs its own answers";
+
+    const OcspResponse undelegated = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.plain)));
+    EXPECT_EQ(CodeOf([&] { undelegated.Verify(&ca); }), 141)
+        << "a certificate of the CA without the OCSPSigning purpose";
+
+    const OcspResponse foreign = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.foreign)));
+    OcspVector<OcspCertificate> both = Trust({&pki.ca, &pki.otherCa});
+    EXPECT_EQ(CodeOf([&] { foreign.Verify(&both); }), 141)
+        << "a responder delegated by another CA answers for none of this CA's certificates";
+}
+
+TEST(OcspResponseTest, VerifyNeedsTheSignerCertificateAndAnIntactSignature) {
+    const Pki& pki = Pki::Get();
+    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
+    spec.includeSignerCertificate = false;
+    const OcspResponse bare = Decoded(MakeOcspResponse(spec));
+    OcspVector<OcspCertificate> ca = Trust({&pki.ca});
+    EXPECT_EQ(CodeOf([&] { bare.Verify(&ca); }), 141) << "signer certificate nowhere to be found";
+    OcspVector<OcspCertificate> withSigner = Trust({&pki.ca, &pki.responder});
+    EXPECT_EQ(CodeOf([&] { bare.Verify(&withSigner); }), 0);
+
+    std::vector<unsigned char> der = MakeOcspResponse(GoodFor(pki.alice, pki.responder));
+    // The answer's thisUpdate text sits inside the signed data: change one digit.
+    const std::string stamp = "20240602075900Z";
+    auto at = std::search(der.begin(), der.end(), stamp.begin(), stamp.end());
+    ASSERT_NE(at, der.end());
+    at[3] = '5';
+    const OcspResponse tampered = Decoded(der);
+    EXPECT_EQ(CodeOf([&] { tampered.Verify(&ca); }), 141) << "signed data changed after signing";
+}
+
+TEST(OcspResponseTest, ResponderCertificatesAreJudgedAtProducedAt) {
+    const Pki& pki = Pki::Get();
+    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
+    spec.producedAt = UtcTime(2041, 1, 1);  // the responder certificate expired in 2040
+    const OcspResponse late = Decoded(MakeOcspResponse(spec));
+    OcspVector<OcspCertificate> ca = Trust({&pki.ca});
+    EXPECT_EQ(CodeOf([&] { late.Verify(&ca); }), 141) << "made after the responder expired";
+}
