@@ -48,8 +48,9 @@ test-asan: deps
 demo: build
 	./demo/run.sh $(BUILD_DIR)
 
-bench:
-	@echo "make bench: no benchmarks yet (they arrive with the crypto primitives)."
+bench: build
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target benchmarks
+	./bench/run.sh $(BUILD_DIR)
 
 fuzz: deps
 	CC=clang-14 CXX=clang++-14 cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug \

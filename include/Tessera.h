@@ -1,6 +1,7 @@
 // Umbrella header: every public header of Tessera and of the libraries beside it.
 #pragma once
 
+#include "CryptArray.h"
 #include "CryptException.h"
 #include "Pkcs11Manager.h"
 #include "QorArray.h"

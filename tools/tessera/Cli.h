@@ -56,5 +56,8 @@ int RunVersion(const std::vector<std::string>& args);
 int RunErrors(const std::vector<std::string>& args);
 int RunTimestamp(const std::vector<std::string>& args);
 int RunOcsp(const std::vector<std::string>& args);
+int RunHash(const std::vector<std::string>& args);
+int RunBase64(const std::vector<std::string>& args);
+int RunKeyinfo(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

@@ -1,0 +1,60 @@
+// The main of every benchmark program: runs the benchmarks, then prints for
+// each pair "<case>/tessera" and "<case>/openssl" how long Tessera takes
+// relative to the raw OpenSSL equivalent measured in the same run.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
+                m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+            }
+        }
+    }
+
+    void PrintRatios() const {
+        const std::string ours = "/tessera";
+        std::printf("\n%-48s %s\n", "case", "tessera / openssl");
+        for (const auto& entry : m_times) {
+            const std::string& name = entry.first;
+            const std::size_t at = name.find(ours);
+            if (at == std::string::npos) {
+                continue;
+            }
+            std::string other = name;
+            other.replace(at, ours.size(), "/openssl");
+            const auto found = m_times.find(other);
+            if (found == m_times.end() || found->second <= 0) {
+                continue;
+            }
+            const std::string label = name.substr(0, at) + name.substr(at + ours.size());
+            std::printf("%-48s %.3f\n", label.c_str(), entry.second / found->second);
+        }
+    }
+
+private:
+    std::map<std::string, double> m_times;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintRatios();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,1 @@
+# Placeholder until the byte buffer, Base64 and hashing tests land.
