@@ -149,38 +149,6 @@ TEST_F(TspClientTest, UnusableArgumentsAreRefusedBeforeSending) {
         << "a policy that is no dotted OID";
 }
 
-TEST(TspClientSettingsTest, DefaultsAndCopies) {
-    TspClient client;
-    EXPECT_EQ(client.GetHashAlgorithm(), tspHashNone) << "no algorithm until the caller sets one";
-    EXPECT_EQ(client.GetConnectTimeout(), 5) << "connect time-out default";
-    EXPECT_EQ(client.GetTotalTimeout(), 30) << "total time-out default";
-    EXPECT_TRUE(client.GetPolicyId().empty()) << "no policy by default";
-    EXPECT_TRUE(client.GetUser().empty()) << "no credentials by default";
-
-    client.SetUrl(L"http://127.0.0.1:1/tsa");
-    client.SetHashAlgorithm(tspHashSHA384);
-    client.SetPolicyId("1.2.3");
-    client.SetConnectTimeout(2);
-    client.SetTotalTimeout(9);
-    client.SetUser(L"u");
-    client.SetPassword(L"p");
-    const TspClient copy(client);
-    TspClient assigned;
-    assigned = client;
-    for (const TspClient* c : {&copy, static_cast<const TspClient*>(&assigned)}) {
-        EXPECT_EQ(c->GetUrl(), qorstd::QorStringW(L"http://127.0.0.1:1/tsa")) << "URL copied";
-        EXPECT_EQ(c->GetHashAlgorithm(), tspHashSHA384) << "algorithm copied";
-        EXPECT_STREQ(c->GetPolicyId().c_str(), "1.2.3") << "policy copied";
-        EXPECT_EQ(c->GetConnectTimeout(), 2) << "connect time-out copied";
-        EXPECT_EQ(c->GetTotalTimeout(), 9) << "total time-out copied";
-        EXPECT_EQ(c->GetUser(), qorstd::QorStringW(L"u")) << "user copied";
-        EXPECT_EQ(c->GetPassword(), qorstd::QorStringW(L"p")) << "password copied";
-    }
-    EXPECT_EQ(GetHashByName("SHA512"), tspHashSHA512) << "names are read case-insensitively";
-    EXPECT_EQ(GetHashByName("md5"), tspHashNone) << "an unnumbered digest";
-    EXPECT_EQ(GetHashSize(tspHashSHA224), 28u) << "SHA-224 size";
-}
-
 class TspClientLogTest : public TspClientTest {
 protected:
     void TearDown() override { QorTsp2_InitializeLogging(nullptr); }
