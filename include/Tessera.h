@@ -3,6 +3,10 @@
 
 #include "CryptArray.h"
 #include "CryptException.h"
+#include "CryptHash.h"
+#include "CryptKey.h"
+#include "CryptUtils.h"
+#include "EncryptionUtils.h"
 #include "Pkcs11Manager.h"
 #include "QorArray.h"
 #include "QorException.h"

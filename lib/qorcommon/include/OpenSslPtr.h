@@ -12,6 +12,8 @@
 #include <openssl/engine.h>
 #include <openssl/evp.h>
 #include <openssl/ocsp.h>
+#include <openssl/pkcs12.h>
+#include <openssl/rsa.h>
 #include <openssl/ts.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
@@ -45,6 +47,7 @@ using TsRespPtr = OpenSslPtr<TS_RESP, TS_RESP_free>;
 using TsTstInfoPtr = OpenSslPtr<TS_TST_INFO, TS_TST_INFO_free>;
 using X509AlgorPtr = OpenSslPtr<X509_ALGOR, X509_ALGOR_free>;
 using EvpMdCtxPtr = OpenSslPtr<EVP_MD_CTX, EVP_MD_CTX_free>;
+using EvpMdPtr = OpenSslPtr<EVP_MD, EVP_MD_free>;
 using EvpPkeyPtr = OpenSslPtr<EVP_PKEY, EVP_PKEY_free>;
 using X509Ptr = OpenSslPtr<X509, X509_free>;
 using X509StorePtr = OpenSslPtr<X509_STORE, X509_STORE_free>;
@@ -52,6 +55,19 @@ using OcspResponsePtr = OpenSslPtr<OCSP_RESPONSE, OCSP_RESPONSE_free>;
 using OcspBasicRespPtr = OpenSslPtr<OCSP_BASICRESP, OCSP_BASICRESP_free>;
 using OcspRequestPtr = OpenSslPtr<OCSP_REQUEST, OCSP_REQUEST_free>;
 using OcspCertIdPtr = OpenSslPtr<OCSP_CERTID, OCSP_CERTID_free>;
+using EvpPkeyCtxPtr = OpenSslPtr<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using Pkcs12Ptr = OpenSslPtr<PKCS12, PKCS12_free>;
+using RsaPtr = OpenSslPtr<RSA, RSA_free>;
+using RsaMethodPtr = OpenSslPtr<RSA_METHOD, RSA_meth_free>;
+
+// Names, and buffers that OpenSSL allocates for encodings and texts.
+using X509NamePtr = OpenSslPtr<X509_NAME, X509_NAME_free>;
+using X509ExtensionPtr = OpenSslPtr<X509_EXTENSION, X509_EXTENSION_free>;
+using Asn1OctetStringPtr = OpenSslPtr<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>;
+inline void FreeOpenSslBytes(unsigned char* bytes) {
+    OPENSSL_free(bytes);
+}
+using OpenSslBytesPtr = OpenSslPtr<unsigned char, FreeOpenSslBytes>;
 
 // A stack that owns its certificates.
 inline void FreeX509Stack(STACK_OF(X509) * stack) {
