@@ -3,9 +3,6 @@
 // private copy held elsewhere), against the same signature made with a plain
 // private key.
 
-// The callback works with OpenSSL's RSA interface, deprecated since 3.0.
-#define OPENSSL_API_COMPAT 0x10100000L
-
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>

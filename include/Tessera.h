@@ -8,6 +8,7 @@
 #include "CryptUtils.h"
 #include "EncryptionUtils.h"
 #include "Pkcs11Manager.h"
+#include "QcStatement.h"
 #include "QorArray.h"
 #include "QorException.h"
 #include "QorExceptionStore.h"
@@ -25,3 +26,4 @@
 #include "TspException.h"
 #include "TspTimeStamp.h"
 #include "TspTypes.h"
+#include "X509Name.h"

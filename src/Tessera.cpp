@@ -17,6 +17,7 @@
 #include "QorTsp2.h"
 #include "TesseraApi.h"
 #include "Version.h"
+#include "x509/QcAsn1.h"
 
 namespace TesseraLib {
 namespace library {
@@ -56,6 +57,10 @@ void RegisterExtensionHandlers() {
     for (int attempt = 0; attempt < handlersNeedingObjects && !objects::EnsureRegistered();
          ++attempt) {
     }
+    // The qualified-statements handler lists the statements when OpenSSL
+    // prints a certificate; it needs no objects of the table. Without it the
+    // extension prints as a hex dump, so a failure is no reason to stop.
+    x509::RegisterQcStatementsHandler();
 }
 
 }  // namespace

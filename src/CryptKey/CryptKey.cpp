@@ -139,6 +139,19 @@ void CryptKey::ImportPEM(const char* text, const wchar_t* password) {
               password);
 }
 
+namespace {
+
+// A file's own MAC iteration count decides how long checking the password
+// takes; far beyond what any producer writes, it only serves to stall us.
+bool MacIterationsExceedLimit(const PKCS12* pkcs12) {
+    const long kMaxMacIterations = 10000000;
+    const ASN1_INTEGER* iterations = nullptr;
+    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, pkcs12);
+    return iterations != nullptr && ASN1_INTEGER_get(iterations) > kMaxMacIterations;
+}
+
+}  // namespace
+
 void CryptKey::ImportPKCS12(const unsigned char* data, long size, const char* password) {
     if (data == nullptr) {
         Fail(ErrInvalidParameter, L"CryptKey - pData=NULL");
@@ -148,7 +161,7 @@ void CryptKey::ImportPKCS12(const unsigned char* data, long size, const char* pa
     }
     const unsigned char* cursor = data;
     Pkcs12Ptr pkcs12(d2i_PKCS12(nullptr, &cursor, size));
-    if (!pkcs12) {
+    if (!pkcs12 || MacIterationsExceedLimit(pkcs12.get())) {
         ERR_clear_error();
         Fail(ErrPkcs12Decoding);
     }

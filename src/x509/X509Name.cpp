@@ -1,1 +1,219 @@
-// Placeholder until this part lands.
+#include "X509Name.h"
+
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <cwchar>
+#include <vector>
+
+#include "CryptException.h"
+#include "OpenSslPtr.h"
+#include "QorTextConv.h"
+#include "x509/X509NamePrint.h"
+
+namespace TesseraLib {
+
+namespace {
+
+// The maker writes its own serial numbers with this prefix; only those are
+// kept (without it).
+const wchar_t kQorSerialPrefix[] = L"QOR - ";
+const std::size_t kQorSerialPrefixLength = 6;
+
+X509_NAME* DuplicateName(const X509_NAME* name) {
+    if (name == nullptr) {
+        return nullptr;
+    }
+    X509_NAME* copy = X509_NAME_dup(name);
+    if (copy == nullptr) {
+        ERR_clear_error();
+        CryptException::Throw(ErrAsn1Decoding, L"X509_NAME_dup() failed");
+    }
+    return copy;
+}
+
+// DER of `name`; false when OpenSSL cannot encode it.
+bool EncodeName(const X509_NAME* name, std::vector<unsigned char>& der) {
+    unsigned char* encoded = nullptr;
+    const int length = i2d_X509_NAME(name, &encoded);
+    OpenSslBytesPtr owned(encoded);
+    if (length <= 0 || !owned) {
+        ERR_clear_error();
+        return false;
+    }
+    der.assign(owned.get(), owned.get() + length);
+    return true;
+}
+
+}  // namespace
+
+void X509Name::NameDeleter::operator()(X509_name_st* name) const {
+    X509_NAME_free(name);
+}
+
+X509Name::X509Name() = default;
+
+X509Name::X509Name(const X509_name_st* name) {
+    if (name == nullptr) {
+        CryptException::Throw(ErrInvalidParameter, L"pName=NULL");
+    }
+    m_name.reset(DuplicateName(name));
+    Parse();
+}
+
+X509Name::X509Name(const X509Name& other)
+    : m_name(DuplicateName(other.m_name.get())),
+      m_country(other.m_country),
+      m_stateOrProvince(other.m_stateOrProvince),
+      m_locality(other.m_locality),
+      m_organization(other.m_organization),
+      m_organizationUnit(other.m_organizationUnit),
+      m_commonName(other.m_commonName),
+      m_qorSerialNumber(other.m_qorSerialNumber),
+      m_emailAddress(other.m_emailAddress),
+      m_pseudonym(other.m_pseudonym) {}
+
+X509Name& X509Name::operator=(const X509Name& other) {
+    if (this == &other) {
+        return *this;
+    }
+    // Duplicate first: a failure leaves this name as it was.
+    X509NamePtr copy(DuplicateName(other.m_name.get()));
+    Reset();
+    m_name.reset(copy.release());
+    m_country = other.m_country;
+    m_stateOrProvince = other.m_stateOrProvince;
+    m_locality = other.m_locality;
+    m_organization = other.m_organization;
+    m_organizationUnit = other.m_organizationUnit;
+    m_commonName = other.m_commonName;
+    m_qorSerialNumber = other.m_qorSerialNumber;
+    m_emailAddress = other.m_emailAddress;
+    m_pseudonym = other.m_pseudonym;
+    return *this;
+}
+
+X509Name::~X509Name() {
+    Reset();
+}
+
+void X509Name::Reset() {
+    m_name.reset();
+    ClearAttributes();
+}
+
+void X509Name::ClearAttributes() {
+    m_country.clear();
+    m_stateOrProvince.clear();
+    m_locality.clear();
+    m_organization.clear();
+    m_organizationUnit.clear();
+    m_commonName.clear();
+    m_qorSerialNumber.clear();
+    m_emailAddress.clear();
+    m_pseudonym.clear();
+}
+
+void X509Name::Parse() {
+    struct Attribute {
+        const char* oid;
+        qorstd::QorStringW X509Name::*field;
+    };
+    static const Attribute kAttributes[] = {
+        {"2.5.4.6", &X509Name::m_country},
+        {"2.5.4.8", &X509Name::m_stateOrProvince},
+        {"2.5.4.7", &X509Name::m_locality},
+        {"2.5.4.10", &X509Name::m_organization},
+        {"2.5.4.11", &X509Name::m_organizationUnit},
+        {"2.5.4.3", &X509Name::m_commonName},
+        {"1.2.840.113549.1.9.1", &X509Name::m_emailAddress},
+        {"2.5.4.65", &X509Name::m_pseudonym},
+    };
+    static const char kSerialNumberOid[] = "2.5.4.5";
+
+    std::vector<x509::NameEntry> entries;
+    if (!x509::ListNameEntries(m_name.get(), entries)) {
+        CryptException::Throw(ErrAsn1Decoding, L"pNameValues=NULL");
+    }
+    ClearAttributes();
+    for (const x509::NameEntry& entry : entries) {
+        const qorstd::QorStringW value = qorstd::text::NarrowToWide(
+            entry.value.c_str(), static_cast<unsigned>(entry.value.size()),
+            qorstd::text::kCharsetUtf8);
+        if (entry.oid == kSerialNumberOid) {
+            if (value.length() >= kQorSerialPrefixLength &&
+                std::wcsncmp(value.c_str(), kQorSerialPrefix, kQorSerialPrefixLength) == 0) {
+                m_qorSerialNumber = value.c_str() + kQorSerialPrefixLength;
+            }
+            continue;
+        }
+        for (const Attribute& attribute : kAttributes) {
+            if (entry.oid == attribute.oid) {
+                this->*attribute.field = value;
+                break;
+            }
+        }
+    }
+}
+
+int X509Name::Equals(const X509Name& other) const {
+    if (!m_name || !other.m_name) {
+        return 0;
+    }
+    return X509_NAME_cmp(m_name.get(), other.m_name.get()) == 0 ? 1 : 0;
+}
+
+qorstd::QorArray<unsigned char> X509Name::Export() const {
+    qorstd::QorArray<unsigned char> out;
+    if (!m_name) {
+        return out;
+    }
+    std::vector<unsigned char> der;
+    if (!EncodeName(m_name.get(), der)) {
+        CryptException::Throw(ErrAsn1Encoding, L"i2d_X509_NAME() failed");
+    }
+    out.Assign(der.data(), static_cast<unsigned>(der.size()));
+    return out;
+}
+
+qorstd::QorArray<unsigned char> X509Name::GetSHA1Hash() const {
+    qorstd::QorArray<unsigned char> out;
+    if (!m_name) {
+        return out;
+    }
+    std::vector<unsigned char> der;
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int digestLength = 0;
+    if (!EncodeName(m_name.get(), der) ||
+        EVP_Digest(der.data(), der.size(), digest, &digestLength, EVP_sha1(), nullptr) != 1) {
+        ERR_clear_error();
+        CryptException::Throw(ErrAsn1Decoding, L"QOR_X509Name_SHA1() failed");
+    }
+    out.Assign(digest, digestLength);
+    return out;
+}
+
+qorstd::QorString X509Name::GetSHA1HashHex() const {
+    static const char kDigits[] = "0123456789abcdef";
+    const qorstd::QorArray<unsigned char> hash = GetSHA1Hash();
+    std::string hex;
+    for (unsigned i = 0; i < hash.GetSize(); ++i) {
+        hex.push_back(kDigits[hash.GetData()[i] >> 4]);
+        hex.push_back(kDigits[hash.GetData()[i] & 0x0F]);
+    }
+    return qorstd::QorString(hex.c_str());
+}
+
+qorstd::QorStringW X509Name::GetStringX500() const {
+    qorstd::QorStringW out;
+    if (!m_name) {
+        return out;
+    }
+    if (!x509::PrintName(m_name.get(), x509::kNamePrintX500Flags, out)) {
+        CryptException::Throw(ErrAsn1Decoding, L"QOR_X509Name_Print() failed");
+    }
+    return out;
+}
+
+}  // namespace TesseraLib

@@ -180,6 +180,24 @@ TEST(CryptKeyImport, Pkcs12PasswordsAndContents) {
         CodeOf([&] { rsa.ImportPKCS12(certOnly.data(), static_cast<long>(certOnly.size()), "p"); }),
         ErrPrivateKeyRead)
         << "a PKCS#12 without a private key";
+
+    // A MAC iteration count far beyond any producer's is refused before the
+    // password check would spend minutes on it.
+    const unsigned char* cursor = p12.data();
+    std::unique_ptr<PKCS12, decltype(&PKCS12_free)> stalling(
+        d2i_PKCS12(nullptr, &cursor, static_cast<long>(p12.size())), PKCS12_free);
+    const ASN1_INTEGER* iterations = nullptr;
+    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, stalling.get());
+    ASSERT_NE(iterations, nullptr);
+    ASN1_INTEGER_set(const_cast<ASN1_INTEGER*>(iterations), 1L << 40);
+    unsigned char* der = nullptr;
+    const int length = i2d_PKCS12(stalling.get(), &der);
+    const std::vector<unsigned char> bytes(der, der + (length > 0 ? length : 0));
+    OPENSSL_free(der);
+    EXPECT_EQ(
+        CodeOf([&] { rsa.ImportPKCS12(bytes.data(), static_cast<long>(bytes.size()), "p12pass"); }),
+        ErrPkcs12Decoding)
+        << "2^40 MAC iterations";
     ERR_clear_error();
 }
 

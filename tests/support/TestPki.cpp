@@ -1,11 +1,14 @@
 #include "TestPki.h"
 
+#include <openssl/asn1.h>
 #include <openssl/bio.h>
 #include <openssl/ec.h>
+#include <openssl/objects.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -44,7 +47,116 @@ void AddExtension(X509* cert, X509* issuer, const std::string& name, const std::
     }
 }
 
+using Bytes = std::vector<unsigned char>;
+
+// One DER element of universal class: tag, length and `content`.
+Bytes DerElement(int tag, bool constructed, const Bytes& content) {
+    const int length = static_cast<int>(content.size());
+    const int total = ASN1_object_size(constructed ? 1 : 0, length, tag);
+    if (total <= 0) {
+        Fail("DER element size");
+    }
+    Bytes out(static_cast<std::size_t>(total));
+    unsigned char* cursor = out.data();
+    ASN1_put_object(&cursor, constructed ? 1 : 0, length, tag, V_ASN1_UNIVERSAL);
+    if (length > 0) {
+        std::memcpy(cursor, content.data(), content.size());
+    }
+    return out;
+}
+
+Bytes Concat(const std::vector<Bytes>& parts) {
+    Bytes out;
+    for (const Bytes& part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
+Bytes OidDer(const std::string& oid) {
+    std::unique_ptr<ASN1_OBJECT, void (*)(ASN1_OBJECT*)> object(OBJ_txt2obj(oid.c_str(), 1),
+                                                                ASN1_OBJECT_free);
+    const int length = object ? i2d_ASN1_OBJECT(object.get(), nullptr) : 0;
+    if (length <= 0) {
+        Fail("OID " + oid);
+    }
+    Bytes out(static_cast<std::size_t>(length));
+    unsigned char* cursor = out.data();
+    i2d_ASN1_OBJECT(object.get(), &cursor);
+    return out;
+}
+
+void AddQcStatementsExtension(X509* cert, const Bytes& value) {
+    std::unique_ptr<ASN1_OCTET_STRING, void (*)(ASN1_OCTET_STRING*)> octets(ASN1_OCTET_STRING_new(),
+                                                                            ASN1_OCTET_STRING_free);
+    if (!octets ||
+        ASN1_OCTET_STRING_set(octets.get(), value.data(), static_cast<int>(value.size())) != 1) {
+        Fail("qualified statements value");
+    }
+    std::unique_ptr<X509_EXTENSION, void (*)(X509_EXTENSION*)> ext(
+        X509_EXTENSION_create_by_NID(nullptr, NID_qcStatements, 0, octets.get()),
+        X509_EXTENSION_free);
+    if (!ext || X509_add_ext(cert, ext.get(), -1) != 1) {
+        Fail("adding qualified statements");
+    }
+}
+
 }  // namespace
+
+NamePtr BuildName(const std::vector<NameAttribute>& attributes) {
+    NamePtr name(X509_NAME_new());
+    if (!name) {
+        Fail("name");
+    }
+    for (const NameAttribute& attribute : attributes) {
+        if (X509_NAME_add_entry_by_txt(
+                name.get(), attribute.type.c_str(), attribute.stringType,
+                reinterpret_cast<const unsigned char*>(attribute.value.data()),
+                static_cast<int>(attribute.value.size()), -1,
+                attribute.joinPrevious ? -1 : 0) != 1) {
+            Fail("name attribute " + attribute.type);
+        }
+    }
+    return name;
+}
+
+QcStatementValue QcComplianceStatement() {
+    return {"0.4.0.1862.1.1", {}};
+}
+
+QcStatementValue QcSscdStatement() {
+    return {"0.4.0.1862.1.4", {}};
+}
+
+QcStatementValue QcTypeStatement(const std::vector<std::string>& typeOids) {
+    return {"0.4.0.1862.1.6", OidSequenceDer(typeOids)};
+}
+
+QcStatementValue QcPdsStatement(const std::string& url, const std::string& language) {
+    const Bytes location = DerElement(
+        V_ASN1_SEQUENCE, true,
+        Concat(
+            {DerElement(V_ASN1_IA5STRING, false, Bytes(url.begin(), url.end())),
+             DerElement(V_ASN1_PRINTABLESTRING, false, Bytes(language.begin(), language.end()))}));
+    return {"0.4.0.1862.1.5", DerElement(V_ASN1_SEQUENCE, true, location)};
+}
+
+std::vector<unsigned char> QcStatementsDer(const std::vector<QcStatementValue>& statements) {
+    std::vector<Bytes> encoded;
+    for (const QcStatementValue& statement : statements) {
+        encoded.push_back(
+            DerElement(V_ASN1_SEQUENCE, true, Concat({OidDer(statement.oid), statement.infoDer})));
+    }
+    return DerElement(V_ASN1_SEQUENCE, true, Concat(encoded));
+}
+
+std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids) {
+    std::vector<Bytes> encoded;
+    for (const std::string& oid : oids) {
+        encoded.push_back(OidDer(oid));
+    }
+    return DerElement(V_ASN1_SEQUENCE, true, Concat(encoded));
+}
 
 std::int64_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
     // Days from civil (Howard Hinnant's algorithm): no time zone involved.
@@ -79,13 +191,18 @@ Issued IssueCertificate(const CertSpec& spec, const Issued* issuer) {
         ASN1_INTEGER_set(X509_get_serialNumber(cert), spec.serial) != 1) {
         Fail("certificate set-up");
     }
+    if (!spec.subject.empty() && X509_set_subject_name(cert, BuildName(spec.subject).get()) != 1) {
+        Fail("subject");
+    }
     X509_NAME* name = X509_get_subject_name(cert);
-    X509_NAME_add_entry_by_txt(name, "O", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(spec.organization.c_str()), -1,
-                               -1, 0);
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                               reinterpret_cast<const unsigned char*>(spec.commonName.c_str()), -1,
-                               -1, 0);
+    if (spec.subject.empty()) {
+        X509_NAME_add_entry_by_txt(
+            name, "O", MBSTRING_UTF8,
+            reinterpret_cast<const unsigned char*>(spec.organization.c_str()), -1, -1, 0);
+        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
+                                   reinterpret_cast<const unsigned char*>(spec.commonName.c_str()),
+                                   -1, -1, 0);
+    }
     X509* issuerCert = issuer != nullptr ? issuer->cert.get() : cert;
     EVP_PKEY* signingKey = issuer != nullptr ? issuer->key.get() : out.key.get();
     if (X509_set_issuer_name(cert, X509_get_subject_name(issuerCert)) != 1 ||
@@ -100,6 +217,9 @@ Issued IssueCertificate(const CertSpec& spec, const Issued* issuer) {
     }
     for (const auto& extension : spec.extensions) {
         AddExtension(cert, issuerCert, extension.first, extension.second);
+    }
+    if (!spec.qcStatements.empty()) {
+        AddQcStatementsExtension(cert, spec.qcStatements);
     }
     if (X509_sign(cert, signingKey, spec.digest) <= 0) {
         Fail("certificate signature");

@@ -29,6 +29,45 @@ std::int64_t UtcTime(int year, int month, int day, int hour = 0, int minute = 0,
 enum class KeyKind { Rsa2048, EcP256 };
 KeyPtr NewKey(KeyKind kind);
 
+// One attribute of a distinguished name. `type` is a short name ("CN",
+// "serialNumber") or a dotted OID. `stringType` is MBSTRING_UTF8 (OpenSSL
+// picks the string type) or a V_ASN1_* string type whose bytes are stored as
+// given, so that malformed values (an odd-length BMPString) can be made.
+// `joinPrevious` puts the attribute into the RDN of the one before it
+// (multi-valued RDN).
+struct NameAttribute {
+    std::string type;
+    std::string value;
+    bool joinPrevious = false;
+    int stringType = MBSTRING_UTF8;
+};
+
+struct X509NameFree {
+    void operator()(X509_NAME* n) const { X509_NAME_free(n); }
+};
+using NamePtr = std::unique_ptr<X509_NAME, X509NameFree>;
+
+// A name with the attributes in the given order.
+NamePtr BuildName(const std::vector<NameAttribute>& attributes);
+
+// Qualified-certificate statements (RFC 3739), built with OpenSSL's ASN.1
+// primitives: each statement is its OID and, when `infoDer` is not empty,
+// that DER as its information.
+struct QcStatementValue {
+    std::string oid;
+    std::vector<unsigned char> infoDer;
+};
+QcStatementValue QcComplianceStatement();  // 0.4.0.1862.1.1, no information
+QcStatementValue QcSscdStatement();        // 0.4.0.1862.1.4, no information
+// 0.4.0.1862.1.6 with SEQUENCE OF the given OIDs (e.g. "0.4.0.1862.1.6.2" eSeal).
+QcStatementValue QcTypeStatement(const std::vector<std::string>& typeOids);
+// 0.4.0.1862.1.5: SEQUENCE OF SEQUENCE { IA5String url, PrintableString language }.
+QcStatementValue QcPdsStatement(const std::string& url, const std::string& language);
+// DER of QCStatements (the extension's value).
+std::vector<unsigned char> QcStatementsDer(const std::vector<QcStatementValue>& statements);
+// DER of SEQUENCE OF OBJECT IDENTIFIER.
+std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids);
+
 struct CertSpec {
     std::string commonName;
     std::string organization = "Tessera Test";
@@ -42,6 +81,11 @@ struct CertSpec {
     // {"extendedKeyUsage", "critical,timeStamping"},
     // {"authorityInfoAccess", "OCSP;URI:http://127.0.0.1:8080"}.
     std::vector<std::pair<std::string, std::string>> extensions;
+    // When not empty: the subject instead of O=organization, CN=commonName.
+    std::vector<NameAttribute> subject;
+    // When not empty: the value of a qualified-statements extension
+    // (1.3.6.1.5.5.7.1.3), e.g. QcStatementsDer(...), added after `extensions`.
+    std::vector<unsigned char> qcStatements;
 };
 
 // Extensions of a certification authority (basic constraints, key usage).
