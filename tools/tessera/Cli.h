@@ -59,5 +59,7 @@ int RunOcsp(const std::vector<std::string>& args);
 int RunHash(const std::vector<std::string>& args);
 int RunBase64(const std::vector<std::string>& args);
 int RunKeyinfo(const std::vector<std::string>& args);
+int RunCert(const std::vector<std::string>& args);
+int RunCrl(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

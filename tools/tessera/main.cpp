@@ -23,6 +23,8 @@ const std::vector<Command>& Commands() {
          "Base64-encode or decode a file or standard input", RunBase64},
         {"keyinfo", "KEYFILE [--password P]", "show the type and size of a private key",
          RunKeyinfo},
+        {"cert", "FILE [--json]", "show a certificate (DER or PEM)", RunCert},
+        {"crl", "FILE [--cert CERT] [--json]", "show a CRL and the entry of a certificate", RunCrl},
         {"timestamp", "--url URL [--hash sha256] [--out TOKEN] FILE",
          "ask a time-stamp authority for a token over FILE's digest", RunTimestamp},
         {"ocsp",

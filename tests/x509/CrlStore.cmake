@@ -1,0 +1,1 @@
+# Placeholder until the CRL and store tests land.
