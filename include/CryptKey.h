@@ -11,6 +11,8 @@ struct ec_key_st;
 
 namespace TesseraLib {
 
+class X509Certificate;
+
 // One asymmetric key of OpenSSL, shared by reference counting: taking a key
 // adds a reference to the same EVP_PKEY, releasing drops one. Changes made to
 // the key through OpenSSL are seen by every holder.
@@ -54,6 +56,15 @@ public:
     // unparsable: ErrPkcs12Parsing; no private key in it: ErrPrivateKeyRead.
     virtual void ImportPKCS12(const unsigned char* data, long size, const char* password);
     virtual void ImportPKCS12(const unsigned char* data, long size, const wchar_t* password);
+    // A key of `certificate`: cptKeyRsaPublic or cptKeyEcPublic take its
+    // public key (shared); cptKeyRsaPrivate or cptKeyEcPrivate take the
+    // private key attached to it. Without an attached key, cptKeyRsaPrivate
+    // builds a key of the certificate's modulus and public exponent only,
+    // which signs once given a private-encrypt callback (CryptKeyRSA).
+    // No certificate in it: ErrInvalidParameter "CryptKey - cert.GetX509()=NULL";
+    // any other type: ErrInvalidParameter "CryptKey - eKeyType"; nothing
+    // to take: ErrPrivateKeyRead.
+    virtual void ImportX509(const X509Certificate& certificate, cptKeyType type);
 
     virtual cptKeyType GetKeyType() const = 0;
 
@@ -97,6 +108,7 @@ public:
     void ImportPEM(const char* text, const wchar_t* password) override;
     void ImportPKCS12(const unsigned char* data, long size, const char* password) override;
     void ImportPKCS12(const unsigned char* data, long size, const wchar_t* password) override;
+    void ImportX509(const X509Certificate& certificate, cptKeyType type) override;
 
     cptKeyType GetKeyType() const override;
 
@@ -141,6 +153,7 @@ public:
     void ImportPEM(const char* text, const wchar_t* password) override;
     void ImportPKCS12(const unsigned char* data, long size, const char* password) override;
     void ImportPKCS12(const unsigned char* data, long size, const wchar_t* password) override;
+    void ImportX509(const X509Certificate& certificate, cptKeyType type) override;
 
     cptKeyType GetKeyType() const override;
 

@@ -26,4 +26,7 @@
 #include "TspException.h"
 #include "TspTimeStamp.h"
 #include "TspTypes.h"
+#include "X509Certificate.h"
+#include "X509Crl.h"
 #include "X509Name.h"
+#include "X509Store.h"

@@ -11,6 +11,7 @@
 #include "CryptKey/KeyInternals.h"
 #include "OpenSslPtr.h"
 #include "QorTextConv.h"
+#include "X509Certificate.h"
 
 namespace TesseraLib {
 
@@ -139,19 +140,6 @@ void CryptKey::ImportPEM(const char* text, const wchar_t* password) {
               password);
 }
 
-namespace {
-
-// A file's own MAC iteration count decides how long checking the password
-// takes; far beyond what any producer writes, it only serves to stall us.
-bool MacIterationsExceedLimit(const PKCS12* pkcs12) {
-    const long kMaxMacIterations = 10000000;
-    const ASN1_INTEGER* iterations = nullptr;
-    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, pkcs12);
-    return iterations != nullptr && ASN1_INTEGER_get(iterations) > kMaxMacIterations;
-}
-
-}  // namespace
-
 void CryptKey::ImportPKCS12(const unsigned char* data, long size, const char* password) {
     if (data == nullptr) {
         Fail(ErrInvalidParameter, L"CryptKey - pData=NULL");
@@ -159,9 +147,8 @@ void CryptKey::ImportPKCS12(const unsigned char* data, long size, const char* pa
     if (size <= 0) {
         Fail(ErrInvalidParameter, L"CryptKey - nSize<=0");
     }
-    const unsigned char* cursor = data;
-    Pkcs12Ptr pkcs12(d2i_PKCS12(nullptr, &cursor, size));
-    if (!pkcs12 || MacIterationsExceedLimit(pkcs12.get())) {
+    Pkcs12Ptr pkcs12 = keys::DecodePkcs12(data, size);
+    if (!pkcs12) {
         ERR_clear_error();
         Fail(ErrPkcs12Decoding);
     }
@@ -185,6 +172,36 @@ void CryptKey::ImportPKCS12(const unsigned char* data, long size, const wchar_t*
     qorstd::QorString narrow;
     const char* ascii = AsciiPassword(password, &narrow);
     ImportPKCS12(data, size, ascii);
+}
+
+void CryptKey::ImportX509(const X509Certificate& certificate, cptKeyType type) {
+    X509* x509 = certificate.GetX509();
+    if (x509 == nullptr) {
+        Fail(ErrInvalidParameter, L"CryptKey - cert.GetX509()=NULL");
+    }
+    FreeKey();
+    switch (type) {
+        case cptKeyRsaPublic:
+        case cptKeyEcPublic:
+            m_key = X509_get_pubkey(x509);
+            break;
+        case cptKeyRsaPrivate:
+        case cptKeyEcPrivate: {
+            CryptKey* attached = certificate.GetPrivateKey();
+            if (attached != nullptr) {
+                m_key = CloneKey(attached->GetKeyEVP());
+            } else if (type == cptKeyRsaPrivate) {
+                m_key = keys::BuildModulusOnlyRsaKey(X509_get0_pubkey(x509)).release();
+            }
+            break;
+        }
+        default:
+            Fail(ErrInvalidParameter, L"CryptKey - eKeyType");
+    }
+    ERR_clear_error();
+    if (m_key == nullptr) {
+        Fail(ErrPrivateKeyRead);
+    }
 }
 
 }  // namespace TesseraLib

@@ -106,4 +106,9 @@ CryptKey::cptKeyType CryptKeyEC::GetKeyType() const {
     return point ? cptKeyEcPublic : cptKeyNone;
 }
 
+void CryptKeyEC::ImportX509(const X509Certificate& certificate, cptKeyType type) {
+    CryptKey::ImportX509(certificate, type);
+    RequireEc();
+}
+
 }  // namespace TesseraLib

@@ -136,4 +136,9 @@ void CryptKeyRSA::SetPrivateEncryptCallback(PrivateEncryptFunction callback) {
     m_privateEncrypt = callback;
 }
 
+void CryptKeyRSA::ImportX509(const X509Certificate& certificate, cptKeyType type) {
+    CryptKey::ImportX509(certificate, type);
+    RequireRsa();
+}
+
 }  // namespace TesseraLib

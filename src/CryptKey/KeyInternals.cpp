@@ -106,6 +106,21 @@ bool TakeBadPassphraseError() {
     return bad;
 }
 
+Pkcs12Ptr DecodePkcs12(const unsigned char* data, long size) {
+    const long kMaxMacIterations = 10000000;
+    const unsigned char* cursor = data;
+    Pkcs12Ptr pkcs12(d2i_PKCS12(nullptr, &cursor, size));
+    if (!pkcs12 || cursor != data + size) {
+        return Pkcs12Ptr();
+    }
+    const ASN1_INTEGER* iterations = nullptr;
+    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, pkcs12.get());
+    if (iterations != nullptr && ASN1_INTEGER_get(iterations) > kMaxMacIterations) {
+        return Pkcs12Ptr();
+    }
+    return pkcs12;
+}
+
 bool TakePkcs12MacError() {
     bool mac = false;
     for (unsigned long error = ERR_get_error(); error != 0; error = ERR_get_error()) {

@@ -36,5 +36,10 @@ bool InstallPrivateEncrypt(EVP_PKEY* key, PrivateEncryptFunction callback);
 bool TakeBadPassphraseError();
 bool TakePkcs12MacError();
 
+// The PKCS#12 structure in exactly `size` bytes; null when the bytes are no
+// PKCS#12 or its MAC iteration count is far beyond what any producer writes
+// (checking the password would only stall).
+Pkcs12Ptr DecodePkcs12(const unsigned char* data, long size);
+
 }  // namespace keys
 }  // namespace TesseraLib

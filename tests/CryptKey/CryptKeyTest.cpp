@@ -42,10 +42,10 @@ std::string ToPem(EVP_PKEY* key, PemForm form, const char* password) {
 // A PKCS#12 made by PKCS12_create: an RSA key (`*key`) with its certificate,
 // or the certificate alone when `key` is null.
 std::vector<unsigned char> MakePkcs12(const char* password, KeyPtr* key) {
-    tessera_test::CertSpec spec;
-    spec.commonName = "PKCS12 holder";
-    spec.keyKind = KeyKind::Rsa2048;
-    tessera_test::Issued holder = tessera_test::IssueCertificate(spec, nullptr);
+    tessera_test::CertSpec profile;
+    profile.commonName = "PKCS12 holder";
+    profile.keyKind = KeyKind::Rsa2048;
+    tessera_test::Issued holder = tessera_test::IssueCertificate(profile, nullptr);
     std::unique_ptr<PKCS12, decltype(&PKCS12_free)> p12(
         PKCS12_create(password, "holder", key != nullptr ? holder.key.get() : nullptr,
                       holder.cert.get(), nullptr, 0, 0, 0, 0, 0),

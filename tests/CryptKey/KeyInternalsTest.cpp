@@ -31,10 +31,10 @@ int NeverCalled(int, const unsigned char*, unsigned char*, RSA*, int) {
 }
 
 TEST(ModulusOnlyRsaKey, TakesModulusAndExponentOfACertificateKey) {
-    tessera_test::CertSpec spec;
-    spec.commonName = "card holder";
-    spec.keyKind = tessera_test::KeyKind::Rsa2048;
-    const tessera_test::Issued issued = tessera_test::IssueCertificate(spec, nullptr);
+    tessera_test::CertSpec profile;
+    profile.commonName = "card holder";
+    profile.keyKind = tessera_test::KeyKind::Rsa2048;
+    const tessera_test::Issued issued = tessera_test::IssueCertificate(profile, nullptr);
     EVP_PKEY* certificateKey = X509_get0_pubkey(issued.cert.get());
 
     EvpPkeyPtr built = keys::BuildModulusOnlyRsaKey(certificateKey);
@@ -49,8 +49,8 @@ TEST(ModulusOnlyRsaKey, TakesModulusAndExponentOfACertificateKey) {
     EXPECT_EQ(RSA_get_method(key.GetRSA()), keys::SharedRsaMethod())
         << "a callback installs the process-wide method on the built key";
 
-    spec.keyKind = tessera_test::KeyKind::EcP256;
-    const tessera_test::Issued ec = tessera_test::IssueCertificate(spec, nullptr);
+    profile.keyKind = tessera_test::KeyKind::EcP256;
+    const tessera_test::Issued ec = tessera_test::IssueCertificate(profile, nullptr);
     EXPECT_FALSE(keys::BuildModulusOnlyRsaKey(X509_get0_pubkey(ec.cert.get())))
         << "nothing for an EC certificate key";
     EXPECT_FALSE(keys::BuildModulusOnlyRsaKey(nullptr)) << "nothing for no key";

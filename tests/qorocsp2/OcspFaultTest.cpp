@@ -17,18 +17,18 @@ namespace {
 struct Pki {
     Issued ca, responder, alice;
     Pki() {
-        CertSpec spec;
-        spec.commonName = "Fault CA";
-        spec.extensions = CaExtensions();
-        ca = IssueCertificate(spec, nullptr);
-        spec.commonName = "Fault Responder";
-        spec.serial = 2;
-        spec.extensions = {{"extendedKeyUsage", "OCSPSigning"}};
-        responder = IssueCertificate(spec, &ca);
-        spec.commonName = "Alice";
-        spec.serial = 0x61;
-        spec.extensions = {};
-        alice = IssueCertificate(spec, &ca);
+        CertSpec profile;
+        profile.commonName = "Fault CA";
+        profile.extensions = CaExtensions();
+        ca = IssueCertificate(profile, nullptr);
+        profile.commonName = "Fault Responder";
+        profile.serial = 2;
+        profile.extensions = {{"extendedKeyUsage", "OCSPSigning"}};
+        responder = IssueCertificate(profile, &ca);
+        profile.commonName = "Alice";
+        profile.serial = 0x61;
+        profile.extensions = {};
+        alice = IssueCertificate(profile, &ca);
     }
 };
 
@@ -72,15 +72,15 @@ protected:
         });
     }
     OcspResponseSpec Answer(X509* subject) {
-        OcspResponseSpec spec;
-        spec.signer = &pki.responder;
-        spec.issuer = pki.ca.cert.get();
-        spec.producedAt = UtcTime(2024, 6, 2);
+        OcspResponseSpec profile;
+        profile.signer = &pki.responder;
+        profile.issuer = pki.ca.cert.get();
+        profile.producedAt = UtcTime(2024, 6, 2);
         OcspAnswer answer;
         answer.certificate = subject;
         answer.thisUpdate = UtcTime(2024, 6, 2);
-        spec.answers.push_back(answer);
-        return spec;
+        profile.answers.push_back(answer);
+        return profile;
     }
 
     static const Pki pki;
@@ -116,14 +116,14 @@ TEST_F(OcspFaultTest, TransportFailuresHaveTheirOwnCodes) {
 TEST_F(OcspFaultTest, NonceMustBeEchoedUnchangedWhenPresent) {
     CannedTransport transport;
     client.SetHttpClient(&transport);
-    OcspResponseSpec spec = Answer(pki.alice.cert.get());
-    transport.answer = MakeOcspResponse(spec);
+    OcspResponseSpec profile = Answer(pki.alice.cert.get());
+    transport.answer = MakeOcspResponse(profile);
     EXPECT_EQ(Ask(), 0) << "a responder may leave the nonce out";
     const std::vector<unsigned char> sent = NonceOf(transport.request);
     ASSERT_GE(sent.size(), 16u) << "the request carries a nonce";
 
-    spec.nonce = {0x04, 0x02, 0xAB, 0xCD};
-    transport.answer = MakeOcspResponse(spec);
+    profile.nonce = {0x04, 0x02, 0xAB, 0xCD};
+    transport.answer = MakeOcspResponse(profile);
     EXPECT_EQ(Ask(), 142) << "a different nonce";
 }
 

@@ -50,26 +50,26 @@ private:
     static Issued Issue(const char* name, long serial,
                         std::vector<std::pair<std::string, std::string>> extensions,
                         const Issued* issuer) {
-        CertSpec spec;
-        spec.commonName = name;
-        spec.serial = serial;
-        spec.extensions = std::move(extensions);
-        return IssueCertificate(spec, issuer);
+        CertSpec profile;
+        profile.commonName = name;
+        profile.serial = serial;
+        profile.extensions = std::move(extensions);
+        return IssueCertificate(profile, issuer);
     }
 };
 
 OcspResponseSpec GoodFor(const Issued& subject, const Issued& signer) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec spec;
-    spec.signer = &signer;
-    spec.issuer = pki.ca.cert.get();
-    spec.producedAt = kProducedAt;
+    OcspResponseSpec profile;
+    profile.signer = &signer;
+    profile.issuer = pki.ca.cert.get();
+    profile.producedAt = kProducedAt;
     OcspAnswer answer;
     answer.certificate = subject.cert.get();
     answer.thisUpdate = kThisUpdate;
     answer.nextUpdate = kNextUpdate;
-    spec.answers.push_back(answer);
-    return spec;
+    profile.answers.push_back(answer);
+    return profile;
 }
 
 OcspResponse Decoded(const std::vector<unsigned char>& der) {
@@ -99,16 +99,16 @@ OcspVector<OcspCertificate> Trust(std::initializer_list<const Issued*> issued) {
 
 TEST(OcspResponseTest, DecodesTimesStatusesAndReasons) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
+    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
     OcspAnswer revoked;
     revoked.certificate = pki.bob.cert.get();
     revoked.status = V_OCSP_CERTSTATUS_REVOKED;
     revoked.reason = OCSP_REVOKED_STATUS_CERTIFICATEHOLD;
     revoked.revocationTime = kRevokedAt;
     revoked.thisUpdate = kThisUpdate;  // and no nextUpdate
-    spec.answers.push_back(revoked);
+    profile.answers.push_back(revoked);
 
-    const OcspResponse response = Decoded(MakeOcspResponse(spec));
+    const OcspResponse response = Decoded(MakeOcspResponse(profile));
     EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspSuccessful);
     EXPECT_EQ(response.GetProducedAt(), kProducedAt) << "producedAt as UTC seconds";
     EXPECT_STREQ(response.GetResponderName().c_str(), L"CN=Test Responder,O=Tessera Test");
@@ -135,17 +135,17 @@ TEST(OcspResponseTest, DecodesTimesStatusesAndReasons) {
 
 TEST(OcspResponseTest, UnknownStatusRevokedWithoutReasonAndKeyHashResponder) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
-    spec.responderByKeyHash = true;
-    spec.certIdDigest = EVP_sha256();
-    spec.answers[0].status = V_OCSP_CERTSTATUS_UNKNOWN;
-    OcspAnswer revoked = spec.answers[0];
+    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    profile.responderByKeyHash = true;
+    profile.certIdDigest = EVP_sha256();
+    profile.answers[0].status = V_OCSP_CERTSTATUS_UNKNOWN;
+    OcspAnswer revoked = profile.answers[0];
     revoked.certificate = pki.bob.cert.get();
     revoked.status = V_OCSP_CERTSTATUS_REVOKED;
     revoked.revocationTime = kRevokedAt;
-    spec.answers.push_back(revoked);
+    profile.answers.push_back(revoked);
 
-    const OcspResponse response = Decoded(MakeOcspResponse(spec));
+    const OcspResponse response = Decoded(MakeOcspResponse(profile));
     EXPECT_EQ(response.GetSingleResponses().GetAt(0).GetCertStatus(), 2);
     EXPECT_STREQ(response.GetStatusString().c_str(), "unknown");
     EXPECT_STREQ(response.GetSingleResponses().GetAt(0).GetCertIdHashName().c_str(), "SHA256");
@@ -205,9 +205,9 @@ TEST(OcspResponseTest, BadBytesAreRefusedAndLeaveTheObjectEmpty) {
 }
 
 TEST(OcspResponseTest, UnsuccessfulResponsesDecodeWithoutAnswers) {
-    OcspResponseSpec spec;
-    spec.responseStatus = OCSP_RESPONSE_STATUS_TRYLATER;
-    const OcspResponse response = Decoded(MakeOcspResponse(spec));
+    OcspResponseSpec profile;
+    profile.responseStatus = OCSP_RESPONSE_STATUS_TRYLATER;
+    const OcspResponse response = Decoded(MakeOcspResponse(profile));
     EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspTryLater);
     EXPECT_EQ(response.GetSingleResponses().GetSize(), 0u);
     EXPECT_STREQ(response.GetStatusString().c_str(), "trylater");
@@ -245,9 +245,9 @@ TEST(OcspResponseTest, VerifyAcceptsOnlySignersCertifiedByTheTrustedCertificates
 
 TEST(OcspResponseTest, VerifyNeedsTheSignerCertificateAndAnIntactSignature) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
-    spec.includeSignerCertificate = false;
-    const OcspResponse bare = Decoded(MakeOcspResponse(spec));
+    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    profile.includeSignerCertificate = false;
+    const OcspResponse bare = Decoded(MakeOcspResponse(profile));
     OcspVector<OcspCertificate> ca = Trust({&pki.ca});
     EXPECT_EQ(CodeOf([&] { bare.Verify(&ca); }), 141) << "signer certificate nowhere to be found";
     OcspVector<OcspCertificate> withSigner = Trust({&pki.ca, &pki.responder});
@@ -265,9 +265,9 @@ TEST(OcspResponseTest, VerifyNeedsTheSignerCertificateAndAnIntactSignature) {
 
 TEST(OcspResponseTest, ResponderCertificatesAreJudgedAtProducedAt) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec spec = GoodFor(pki.alice, pki.responder);
-    spec.producedAt = UtcTime(2041, 1, 1);  // the responder certificate expired in 2040
-    const OcspResponse late = Decoded(MakeOcspResponse(spec));
+    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    profile.producedAt = UtcTime(2041, 1, 1);  // the responder certificate expired in 2040
+    const OcspResponse late = Decoded(MakeOcspResponse(profile));
     OcspVector<OcspCertificate> ca = Trust({&pki.ca});
     EXPECT_EQ(CodeOf([&] { late.Verify(&ca); }), 141) << "made after the responder expired";
 }

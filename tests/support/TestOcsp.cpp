@@ -39,9 +39,9 @@ TimePtr GeneralizedTime(std::int64_t seconds) {
 
 // OCSP_basic_sign stamps producedAt with the current time; put the chosen
 // one in and sign the response data again.
-void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponseSpec& spec) {
+void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponseSpec& profile) {
     auto* producedAt = const_cast<ASN1_GENERALIZEDTIME*>(OCSP_resp_get0_produced_at(basic));
-    if (ASN1_GENERALIZEDTIME_set(producedAt, static_cast<time_t>(spec.producedAt)) == nullptr) {
+    if (ASN1_GENERALIZEDTIME_set(producedAt, static_cast<time_t>(profile.producedAt)) == nullptr) {
         Fail("producedAt");
     }
     auto* data = const_cast<OCSP_RESPDATA*>(OCSP_resp_get0_respdata(basic));
@@ -49,25 +49,25 @@ void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponseSpec& spec) {
     auto* signature = reinterpret_cast<ASN1_BIT_STRING*>(
         const_cast<ASN1_OCTET_STRING*>(OCSP_resp_get0_signature(basic)));
     if (ASN1_item_sign(ASN1_ITEM_rptr(OCSP_RESPDATA), algorithm, nullptr, signature, data,
-                       spec.signer->key.get(), EVP_sha256()) <= 0) {
+                       profile.signer->key.get(), EVP_sha256()) <= 0) {
         Fail("re-signing");
     }
 }
 
 }  // namespace
 
-std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& spec) {
+std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& profile) {
     std::unique_ptr<OCSP_RESPONSE, ResponseFree> response;
-    if (spec.responseStatus != OCSP_RESPONSE_STATUS_SUCCESSFUL) {
-        response.reset(OCSP_response_create(spec.responseStatus, nullptr));
+    if (profile.responseStatus != OCSP_RESPONSE_STATUS_SUCCESSFUL) {
+        response.reset(OCSP_response_create(profile.responseStatus, nullptr));
     } else {
-        if (spec.signer == nullptr) {
+        if (profile.signer == nullptr) {
             Fail("a signer is needed");
         }
         std::unique_ptr<OCSP_BASICRESP, BasicFree> basic(OCSP_BASICRESP_new());
-        for (const OcspAnswer& answer : spec.answers) {
+        for (const OcspAnswer& answer : profile.answers) {
             std::unique_ptr<OCSP_CERTID, CertIdFree> id(
-                OCSP_cert_to_id(spec.certIdDigest, answer.certificate, spec.issuer));
+                OCSP_cert_to_id(profile.certIdDigest, answer.certificate, profile.issuer));
             TimePtr revoked = answer.status == V_OCSP_CERTSTATUS_REVOKED
                                   ? GeneralizedTime(answer.revocationTime)
                                   : TimePtr();
@@ -80,25 +80,25 @@ std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& spec) {
                 Fail("adding an answer");
             }
         }
-        if (!spec.nonce.empty()) {
-            std::vector<unsigned char> nonce(spec.nonce);
+        if (!profile.nonce.empty()) {
+            std::vector<unsigned char> nonce(profile.nonce);
             if (OCSP_basic_add1_nonce(basic.get(), nonce.data(), static_cast<int>(nonce.size())) !=
                 1) {
                 Fail("nonce");
             }
         }
         unsigned long flags = 0;
-        if (!spec.includeSignerCertificate) {
+        if (!profile.includeSignerCertificate) {
             flags |= OCSP_NOCERTS;
         }
-        if (spec.responderByKeyHash) {
+        if (profile.responderByKeyHash) {
             flags |= OCSP_RESPID_KEY;
         }
-        if (OCSP_basic_sign(basic.get(), spec.signer->cert.get(), spec.signer->key.get(),
+        if (OCSP_basic_sign(basic.get(), profile.signer->cert.get(), profile.signer->key.get(),
                             EVP_sha256(), nullptr, flags) != 1) {
             Fail("signing");
         }
-        PinProducedAt(basic.get(), spec);
+        PinProducedAt(basic.get(), profile);
         response.reset(OCSP_response_create(OCSP_RESPONSE_STATUS_SUCCESSFUL, basic.get()));
     }
     if (!response) {

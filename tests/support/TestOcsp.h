@@ -33,6 +33,6 @@ struct OcspResponseSpec {
 };
 
 // The DER of an OCSPResponse.
-std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& spec);
+std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& profile);
 
 }  // namespace tessera_test

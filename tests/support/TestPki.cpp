@@ -2,15 +2,19 @@
 
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/ec.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs12.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <mutex>
 #include <stdexcept>
 
 namespace tessera_test {
@@ -101,7 +105,49 @@ void AddQcStatementsExtension(X509* cert, const Bytes& value) {
     }
 }
 
+void AddRawExtension(X509* cert, const std::string& oid, const Bytes& value) {
+    std::unique_ptr<ASN1_OBJECT, void (*)(ASN1_OBJECT*)> object(OBJ_txt2obj(oid.c_str(), 1),
+                                                                ASN1_OBJECT_free);
+    std::unique_ptr<ASN1_OCTET_STRING, void (*)(ASN1_OCTET_STRING*)> octets(ASN1_OCTET_STRING_new(),
+                                                                            ASN1_OCTET_STRING_free);
+    if (!object || !octets ||
+        ASN1_OCTET_STRING_set(octets.get(), value.data(), static_cast<int>(value.size())) != 1) {
+        Fail("extension value " + oid);
+    }
+    std::unique_ptr<X509_EXTENSION, void (*)(X509_EXTENSION*)> ext(
+        X509_EXTENSION_create_by_OBJ(nullptr, object.get(), 0, octets.get()), X509_EXTENSION_free);
+    if (!ext || X509_add_ext(cert, ext.get(), -1) != 1) {
+        Fail("adding extension " + oid);
+    }
+}
+
 }  // namespace
+
+std::vector<unsigned char> StringDer(int tag, const std::string& value) {
+    return DerElement(tag, false, Bytes(value.begin(), value.end()));
+}
+
+std::vector<unsigned char> CertificatePoliciesDer(const std::vector<std::string>& oids) {
+    std::vector<Bytes> policies;
+    for (const std::string& oid : oids) {
+        policies.push_back(DerElement(V_ASN1_SEQUENCE, true, OidDer(oid)));
+    }
+    return DerElement(V_ASN1_SEQUENCE, true, Concat(policies));
+}
+
+KeyPtr CachedKey(KeyKind kind, int slot) {
+    static std::mutex mutex;
+    static std::map<std::pair<int, int>, KeyPtr> pool;
+    std::lock_guard<std::mutex> lock(mutex);
+    KeyPtr& cached = pool[{static_cast<int>(kind), slot}];
+    if (!cached) {
+        cached = NewKey(kind);
+    }
+    if (EVP_PKEY_up_ref(cached.get()) != 1) {
+        Fail("key reference");
+    }
+    return KeyPtr(cached.get());
+}
 
 NamePtr BuildName(const std::vector<NameAttribute>& attributes) {
     NamePtr name(X509_NAME_new());
@@ -182,46 +228,69 @@ std::vector<std::pair<std::string, std::string>> CaExtensions() {
             {"keyUsage", "critical,keyCertSign,cRLSign,digitalSignature"}};
 }
 
-Issued IssueCertificate(const CertSpec& spec, const Issued* issuer) {
+Issued IssueCertificate(const CertSpec& profile, const Issued* issuer) {
     Issued out;
-    out.key = NewKey(spec.keyKind);
+    if (profile.key != nullptr) {
+        if (EVP_PKEY_up_ref(profile.key) != 1) {
+            Fail("key reference");
+        }
+        out.key.reset(profile.key);
+    } else {
+        out.key = NewKey(profile.keyKind);
+    }
     out.cert.reset(X509_new());
     X509* cert = out.cert.get();
     if (cert == nullptr || X509_set_version(cert, 2) != 1 ||
-        ASN1_INTEGER_set(X509_get_serialNumber(cert), spec.serial) != 1) {
+        ASN1_INTEGER_set(X509_get_serialNumber(cert), profile.serial) != 1) {
         Fail("certificate set-up");
     }
-    if (!spec.subject.empty() && X509_set_subject_name(cert, BuildName(spec.subject).get()) != 1) {
+    if (!profile.serialDecimal.empty()) {
+        BIGNUM* number = nullptr;
+        if (BN_dec2bn(&number, profile.serialDecimal.c_str()) == 0 ||
+            BN_to_ASN1_INTEGER(number, X509_get_serialNumber(cert)) == nullptr) {
+            BN_free(number);
+            Fail("serial " + profile.serialDecimal);
+        }
+        BN_free(number);
+    }
+    if (!profile.subject.empty() &&
+        X509_set_subject_name(cert, BuildName(profile.subject).get()) != 1) {
         Fail("subject");
     }
     X509_NAME* name = X509_get_subject_name(cert);
-    if (spec.subject.empty()) {
+    if (profile.subject.empty()) {
         X509_NAME_add_entry_by_txt(
             name, "O", MBSTRING_UTF8,
-            reinterpret_cast<const unsigned char*>(spec.organization.c_str()), -1, -1, 0);
-        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                                   reinterpret_cast<const unsigned char*>(spec.commonName.c_str()),
-                                   -1, -1, 0);
+            reinterpret_cast<const unsigned char*>(profile.organization.c_str()), -1, -1, 0);
+        X509_NAME_add_entry_by_txt(
+            name, "CN", MBSTRING_UTF8,
+            reinterpret_cast<const unsigned char*>(profile.commonName.c_str()), -1, -1, 0);
     }
     X509* issuerCert = issuer != nullptr ? issuer->cert.get() : cert;
     EVP_PKEY* signingKey = issuer != nullptr ? issuer->key.get() : out.key.get();
     if (X509_set_issuer_name(cert, X509_get_subject_name(issuerCert)) != 1 ||
-        ASN1_TIME_set(X509_getm_notBefore(cert), static_cast<time_t>(spec.notBefore)) == nullptr ||
-        ASN1_TIME_set(X509_getm_notAfter(cert), static_cast<time_t>(spec.notAfter)) == nullptr ||
+        ASN1_TIME_set(X509_getm_notBefore(cert), static_cast<time_t>(profile.notBefore)) ==
+            nullptr ||
+        ASN1_TIME_set(X509_getm_notAfter(cert), static_cast<time_t>(profile.notAfter)) == nullptr ||
         X509_set_pubkey(cert, out.key.get()) != 1) {
         Fail("certificate fields");
     }
-    AddExtension(cert, issuerCert, "subjectKeyIdentifier", "hash");
+    if (profile.subjectKeyId) {
+        AddExtension(cert, issuerCert, "subjectKeyIdentifier", "hash");
+    }
     if (issuer != nullptr) {
         AddExtension(cert, issuerCert, "authorityKeyIdentifier", "keyid");
     }
-    for (const auto& extension : spec.extensions) {
+    for (const auto& extension : profile.extensions) {
         AddExtension(cert, issuerCert, extension.first, extension.second);
     }
-    if (!spec.qcStatements.empty()) {
-        AddQcStatementsExtension(cert, spec.qcStatements);
+    if (!profile.qcStatements.empty()) {
+        AddQcStatementsExtension(cert, profile.qcStatements);
     }
-    if (X509_sign(cert, signingKey, spec.digest) <= 0) {
+    for (const auto& raw : profile.rawExtensions) {
+        AddRawExtension(cert, raw.first, raw.second);
+    }
+    if (X509_sign(cert, signingKey, profile.digest) <= 0) {
         Fail("certificate signature");
     }
     return out;
@@ -278,6 +347,175 @@ CertPtr ReadPemCertificate(const std::string& path) {
         return CertPtr();
     }
     return CertPtr(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+}
+
+namespace {
+
+void AddCrlExtension(X509_CRL* crl, X509* issuer, const std::string& name,
+                     const std::string& value) {
+    X509V3_CTX ctx;
+    X509V3_set_ctx_nodb(&ctx);
+    X509V3_set_ctx(&ctx, issuer, nullptr, nullptr, crl, 0);
+    X509_EXTENSION* ext = X509V3_EXT_conf(nullptr, &ctx, name.c_str(), value.c_str());
+    if (ext == nullptr) {
+        Fail("CRL extension " + name + "=" + value);
+    }
+    const int added = X509_CRL_add_ext(crl, ext, -1);
+    X509_EXTENSION_free(ext);
+    if (added != 1) {
+        Fail("adding CRL extension " + name);
+    }
+}
+
+void AddRevokedEntry(X509_CRL* crl, const RevokedEntry& entry) {
+    std::unique_ptr<X509_REVOKED, void (*)(X509_REVOKED*)> revoked(X509_REVOKED_new(),
+                                                                   X509_REVOKED_free);
+    std::unique_ptr<ASN1_INTEGER, void (*)(ASN1_INTEGER*)> serial(ASN1_INTEGER_new(),
+                                                                  ASN1_INTEGER_free);
+    std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> when(
+        ASN1_TIME_set(nullptr, static_cast<time_t>(entry.revocationTime)), ASN1_TIME_free);
+    if (!revoked || !serial || !when || ASN1_INTEGER_set(serial.get(), entry.serial) != 1 ||
+        X509_REVOKED_set_serialNumber(revoked.get(), serial.get()) != 1 ||
+        X509_REVOKED_set_revocationDate(revoked.get(), when.get()) != 1) {
+        Fail("revoked entry");
+    }
+    if (entry.reason >= 0) {
+        std::unique_ptr<ASN1_ENUMERATED, void (*)(ASN1_ENUMERATED*)> reason(ASN1_ENUMERATED_new(),
+                                                                            ASN1_ENUMERATED_free);
+        if (!reason || ASN1_ENUMERATED_set(reason.get(), entry.reason) != 1 ||
+            X509_REVOKED_add1_ext_i2d(revoked.get(), NID_crl_reason, reason.get(), 0, 0) != 1) {
+            Fail("reason code");
+        }
+    }
+    if (entry.certificateIssuer != nullptr) {
+        std::unique_ptr<GENERAL_NAMES, void (*)(GENERAL_NAMES*)> names(sk_GENERAL_NAME_new_null(),
+                                                                       GENERAL_NAMES_free);
+        GENERAL_NAME* name = GENERAL_NAME_new();
+        X509_NAME* directory = X509_NAME_dup(X509_get_subject_name(entry.certificateIssuer));
+        if (!names || name == nullptr || directory == nullptr) {
+            GENERAL_NAME_free(name);
+            X509_NAME_free(directory);
+            Fail("certificate issuer");
+        }
+        GENERAL_NAME_set0_value(name, GEN_DIRNAME, directory);
+        if (sk_GENERAL_NAME_push(names.get(), name) <= 0) {
+            GENERAL_NAME_free(name);
+            Fail("certificate issuer");
+        }
+        if (X509_REVOKED_add1_ext_i2d(revoked.get(), NID_certificate_issuer, names.get(), 1, 0) !=
+            1) {
+            Fail("certificate issuer extension");
+        }
+    }
+    if (X509_CRL_add0_revoked(crl, revoked.get()) != 1) {
+        Fail("adding revoked entry");
+    }
+    revoked.release();
+}
+
+}  // namespace
+
+CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer) {
+    CrlPtr crl(X509_CRL_new());
+    std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> thisUpdate(
+        ASN1_TIME_set(nullptr, static_cast<time_t>(profile.thisUpdate)), ASN1_TIME_free);
+    if (!crl || !thisUpdate || X509_CRL_set_version(crl.get(), profile.version - 1) != 1 ||
+        X509_CRL_set_issuer_name(crl.get(), X509_get_subject_name(issuer.cert.get())) != 1 ||
+        X509_CRL_set1_lastUpdate(crl.get(), thisUpdate.get()) != 1) {
+        Fail("CRL set-up");
+    }
+    if (profile.nextUpdate != 0) {
+        std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> nextUpdate(
+            ASN1_TIME_set(nullptr, static_cast<time_t>(profile.nextUpdate)), ASN1_TIME_free);
+        if (!nextUpdate || X509_CRL_set1_nextUpdate(crl.get(), nextUpdate.get()) != 1) {
+            Fail("CRL nextUpdate");
+        }
+    }
+    for (const RevokedEntry& entry : profile.revoked) {
+        AddRevokedEntry(crl.get(), entry);
+    }
+    if (profile.version >= 2) {
+        if (profile.authorityKeyId) {
+            AddCrlExtension(crl.get(), issuer.cert.get(), "authorityKeyIdentifier", "keyid:always");
+        }
+        if (profile.crlNumber >= 0) {
+            std::unique_ptr<ASN1_INTEGER, void (*)(ASN1_INTEGER*)> number(ASN1_INTEGER_new(),
+                                                                          ASN1_INTEGER_free);
+            if (!number || ASN1_INTEGER_set(number.get(), profile.crlNumber) != 1 ||
+                X509_CRL_add1_ext_i2d(crl.get(), NID_crl_number, number.get(), 0, 0) != 1) {
+                Fail("CRL number");
+            }
+        }
+        if (profile.indirect) {
+            AddCrlExtension(crl.get(), issuer.cert.get(), "issuingDistributionPoint",
+                            "critical,indirectCRL:TRUE");
+        }
+    }
+    if (X509_CRL_sort(crl.get()) != 1 ||
+        X509_CRL_sign(crl.get(), issuer.key.get(), profile.digest) <= 0) {
+        Fail("CRL signature");
+    }
+    if (!profile.outerSignatureOid.empty()) {
+        const X509_ALGOR* outer = nullptr;
+        X509_CRL_get0_signature(crl.get(), nullptr, &outer);
+        ASN1_OBJECT* oid = OBJ_txt2obj(profile.outerSignatureOid.c_str(), 1);
+        if (oid == nullptr ||
+            X509_ALGOR_set0(const_cast<X509_ALGOR*>(outer), oid, V_ASN1_UNDEF, nullptr) != 1) {
+            ASN1_OBJECT_free(oid);
+            Fail("outer signature algorithm");
+        }
+        // Decode the changed encoding again so that OpenSSL's cached
+        // signature NID follows the new OID.
+        const std::vector<unsigned char> der = CrlToDer(crl.get());
+        const unsigned char* cursor = der.data();
+        crl.reset(d2i_X509_CRL(nullptr, &cursor, static_cast<long>(der.size())));
+        if (!crl) {
+            Fail("re-reading the CRL");
+        }
+    }
+    return crl;
+}
+
+std::vector<unsigned char> CrlToDer(X509_CRL* crl) {
+    unsigned char* der = nullptr;
+    const int length = i2d_X509_CRL(crl, &der);
+    if (length <= 0) {
+        Fail("DER CRL");
+    }
+    std::vector<unsigned char> out(der, der + length);
+    OPENSSL_free(der);
+    return out;
+}
+
+std::string CrlToPem(X509_CRL* crl) {
+    BioPtr bio(BIO_new(BIO_s_mem()));
+    if (!bio || PEM_write_bio_X509_CRL(bio.get(), crl) != 1) {
+        Fail("PEM CRL");
+    }
+    return BioText(bio.get());
+}
+
+std::vector<unsigned char> BuildPkcs12(EVP_PKEY* key, X509* cert, const std::vector<X509*>& extra,
+                                       const std::string& password, bool withMac) {
+    std::unique_ptr<STACK_OF(X509), void (*)(STACK_OF(X509)*)> chain(
+        sk_X509_new_null(), [](STACK_OF(X509) * s) { sk_X509_free(s); });
+    for (X509* certificate : extra) {
+        if (!chain || sk_X509_push(chain.get(), certificate) <= 0) {
+            Fail("PKCS#12 certificate list");
+        }
+    }
+    std::unique_ptr<PKCS12, void (*)(PKCS12*)> pkcs12(
+        PKCS12_create(password.c_str(), "tessera test", key, cert, chain.get(), 0, 0, 0,
+                      withMac ? 0 : -1, 0),
+        PKCS12_free);
+    unsigned char* der = nullptr;
+    const int length = pkcs12 ? i2d_PKCS12(pkcs12.get(), &der) : 0;
+    if (length <= 0) {
+        Fail("PKCS#12");
+    }
+    std::vector<unsigned char> out(der, der + length);
+    OPENSSL_free(der);
+    return out;
 }
 
 }  // namespace tessera_test

@@ -86,7 +86,27 @@ struct CertSpec {
     // When not empty: the value of a qualified-statements extension
     // (1.3.6.1.5.5.7.1.3), e.g. QcStatementsDer(...), added after `extensions`.
     std::vector<unsigned char> qcStatements;
+    // When not empty: the serial number in decimal (any size, "-" allowed),
+    // instead of `serial`.
+    std::string serialDecimal;
+    // Without it the certificate has no subject key identifier.
+    bool subjectKeyId = true;
+    // Extensions given as (dotted OID, DER value), added last, in order.
+    std::vector<std::pair<std::string, std::vector<unsigned char>>> rawExtensions;
+    // When set (borrowed): the certificate's key instead of a new one of
+    // `keyKind`, e.g. CachedKey(...), which saves RSA generation time.
+    EVP_PKEY* key = nullptr;
 };
+
+// A key of a process-wide pool: the same key for the same (kind, slot), made
+// once. The caller gets its own reference.
+KeyPtr CachedKey(KeyKind kind, int slot = 0);
+
+// DER of one universal string value, e.g. (V_ASN1_UTF8STRING, "abc").
+std::vector<unsigned char> StringDer(int tag, const std::string& value);
+// DER of a certificatePolicies value with the given policy OIDs, no
+// qualifiers (OpenSSL's configuration syntax for it needs a config database).
+std::vector<unsigned char> CertificatePoliciesDer(const std::vector<std::string>& oids);
 
 // Extensions of a certification authority (basic constraints, key usage).
 std::vector<std::pair<std::string, std::string>> CaExtensions();
@@ -98,7 +118,7 @@ struct Issued {
 
 // Signs a new certificate with `issuer`'s key, or self-signed when `issuer`
 // is null. Subject and authority key identifiers are always added.
-Issued IssueCertificate(const CertSpec& spec, const Issued* issuer);
+Issued IssueCertificate(const CertSpec& profile, const Issued* issuer);
 
 // PEM and DER forms.
 std::string CertToPem(X509* cert);
@@ -110,5 +130,49 @@ std::vector<unsigned char> ReadBinaryFile(const std::string& path);
 
 // A certificate read from a PEM file (null when unreadable).
 CertPtr ReadPemCertificate(const std::string& path);
+
+// ---- CRLs and PKCS#12 files ------------------------------------------------
+
+struct X509CrlFree {
+    void operator()(X509_CRL* c) const { X509_CRL_free(c); }
+};
+using CrlPtr = std::unique_ptr<X509_CRL, X509CrlFree>;
+
+// One revoked entry. `reason` is a CRL_REASON_* code (CRL_REASON_REMOVE_FROM_CRL,
+// CRL_REASON_CERTIFICATE_HOLD ...) or -1 for an entry without reason code.
+// A non-empty `certificateIssuer` makes it an entry of an indirect CRL: the
+// certificate issuer extension names that issuer (a directory name).
+struct RevokedEntry {
+    long serial = 1;
+    std::int64_t revocationTime = UtcTime(2024, 6, 1, 12);
+    int reason = -1;
+    X509* certificateIssuer = nullptr;  // borrowed; its subject is taken
+};
+
+struct CrlSpec {
+    int version = 2;  // 1: no extensions at all; 2: the extensions below
+    std::int64_t thisUpdate = UtcTime(2024, 7, 1);
+    std::int64_t nextUpdate = UtcTime(2024, 8, 1);  // 0: the CRL has none
+    long crlNumber = 1;                             // v2 only; < 0: none
+    bool authorityKeyId = true;                     // v2 only
+    bool indirect = false;  // v2 only: issuingDistributionPoint with indirectCRL
+    std::vector<RevokedEntry> revoked;
+    const EVP_MD* digest = EVP_sha256();
+    // When set: the outer signature algorithm is replaced by this OID after
+    // signing (e.g. one OpenSSL does not know).
+    std::string outerSignatureOid;
+};
+
+// A CRL issued (signed) by `issuer`.
+CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer);
+std::vector<unsigned char> CrlToDer(X509_CRL* crl);
+std::string CrlToPem(X509_CRL* crl);
+
+// A PKCS#12 file (DER) made with PKCS12_create: `key` with `cert` (either may
+// be null) and `extra` certificates in the given order, under `password`.
+// Without `withMac` the file has no integrity MAC, so a wrong password shows
+// only when its contents do not decrypt.
+std::vector<unsigned char> BuildPkcs12(EVP_PKEY* key, X509* cert, const std::vector<X509*>& extra,
+                                       const std::string& password, bool withMac = true);
 
 }  // namespace tessera_test

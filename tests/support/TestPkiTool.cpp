@@ -26,14 +26,14 @@ void Save(const std::string& dir, const std::string& name, const Issued& issued)
 }
 
 CertSpec EndEntity(const std::string& name, long serial, const std::string& ocspUrl) {
-    CertSpec spec;
-    spec.commonName = name;
-    spec.serial = serial;
-    spec.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
+    CertSpec profile;
+    profile.commonName = name;
+    profile.serial = serial;
+    profile.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
     if (!ocspUrl.empty()) {
-        spec.extensions.push_back({"authorityInfoAccess", "OCSP;URI:" + ocspUrl});
+        profile.extensions.push_back({"authorityInfoAccess", "OCSP;URI:" + ocspUrl});
     }
-    return spec;
+    return profile;
 }
 
 std::string Subject(X509* cert) {
@@ -92,10 +92,10 @@ int main(int argc, char** argv) {
 
         // The responder's database: good and revoked are listed, unknown is not.
         const std::string expiry = "400101000000Z";
-        WriteTextFile(dir + "/index.txt",
-                      "V\t" + expiry + "\t\t1001\tunknown\t" + Subject(good.cert.get()) + "\n" +
-                          "R\t" + expiry + "\t240601120000Z,keyCompromise\t1002\tunknown\t" +
-                          Subject(revoked.cert.get()) + "\n");
+        WriteTextFile(dir + "/index.txt", "V\t" + expiry + "\t\t1001\tunknown\t" +
+                                              Subject(good.cert.get()) + "\n" + "R\t" + expiry +
+                                              "\t240601120000Z,keyCompromise\t1002\tunknown\t" +
+                                              Subject(revoked.cert.get()) + "\n");
         WriteTextFile(dir + "/index.txt.attr", "unique_subject = no\n");
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tessera_testpki: %s\n", e.what());

@@ -1,1 +1,10 @@
-# Placeholder until the CRL and store tests land.
+# CRLs and certificate stores as an application sees them: linked against
+# libtessera.so; CRLs and PKCS#12 files of the openssl tool among the inputs.
+tessera_add_gtest(tessera_crl_store_tests X509CrlTest.cpp X509MemoryStoreTest.cpp)
+target_link_libraries(tessera_crl_store_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_crl_store_tests)
+
+# `tessera crl` over a CRL written by `openssl ca -gencrl`.
+add_test(NAME cli.crl
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_crl.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.crl PROPERTIES ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" TIMEOUT 60)

@@ -17,6 +17,7 @@
 #include <openssl/ts.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
 
 #include <memory>
 
@@ -74,6 +75,16 @@ inline void FreeX509Stack(STACK_OF(X509) * stack) {
     sk_X509_pop_free(stack, X509_free);
 }
 using X509StackPtr = OpenSslPtr<STACK_OF(X509), FreeX509Stack>;
+
+// CRLs and what is read from them.
+using X509CrlPtr = OpenSslPtr<X509_CRL, X509_CRL_free>;
+using AuthorityKeyIdPtr = OpenSslPtr<AUTHORITY_KEYID, AUTHORITY_KEYID_free>;
+using Asn1EnumeratedPtr = OpenSslPtr<ASN1_ENUMERATED, ASN1_ENUMERATED_free>;
+// Texts OpenSSL allocates (BN_bn2dec, BN_bn2hex).
+inline void FreeOpenSslText(char* text) {
+    OPENSSL_free(text);
+}
+using OpenSslTextPtr = OpenSslPtr<char, FreeOpenSslText>;
 
 }  // namespace qorssl
 

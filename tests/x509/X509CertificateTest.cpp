@@ -1,0 +1,492 @@
+// Certificates as an application sees them: what an import decodes, what
+// failed imports keep, exports, time and signature checks, comparisons and
+// classification, PKCS#12, logging, and certificates made by the openssl tool.
+//
+// The test PKI (all times pinned; the checks run at kNow = 2024-06-15 12:00):
+//
+//   Q.OR Standard Root (RSA 2048, CA, self-signed)
+//     |
+//     +-- Jan Novak   (EC P-256) two keyUsage, two policies and two AIA
+//     |               extensions, EKU, QcCompliance + QcType, Braddle id,
+//     |               valid 2024-01-01 .. 2025-01-01
+//     +-- Qualified A / Qualified B (EC) QcCompliance only, no Braddle id
+//     +-- Pseudonym 7 (RSA 2048) no subject key id, 30-digit serial
+//
+//   Other Root (EC, self-signed, serial -5): not Q.OR, nothing qualified
+#include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "CryptException.h"
+#include "RecordingLog.h"
+#include "Tessera.h"
+#include "TestPki.h"
+#include "X509Certificate.h"
+
+using namespace TesseraLib;
+using namespace tessera_test;
+
+namespace {
+
+const std::int64_t kNow = UtcTime(2024, 6, 15, 12);
+const std::int64_t kLeafNotBefore = UtcTime(2024, 1, 1);
+const std::int64_t kLeafNotAfter = UtcTime(2025, 1, 1);
+const char kBraddleOid[] = "1.3.6.1.4.1.47385.4.3";
+
+std::vector<unsigned char> Bytes(const qorstd::QorArray<unsigned char>& array) {
+    return std::vector<unsigned char>(array.GetData(), array.GetData() + array.GetSize());
+}
+
+std::vector<std::string> Strings(const qorstd::QorVector<qorstd::QorString>& list) {
+    std::vector<std::string> out;
+    for (unsigned int i = 0; i < list.GetSize(); ++i) {
+        out.push_back(list[i].c_str());
+    }
+    return out;
+}
+
+// The CryptException `action` throws; code 0 when it throws none.
+CryptException Thrown(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const CryptException& e) {
+        return e;
+    }
+    return CryptException(0, nullptr);
+}
+
+struct Pki {
+    Issued root, leaf, qualifiedA, qualifiedB, pseudonym, otherRoot;
+
+    Pki() {
+        CertSpec rootPlan;
+        rootPlan.subject = {{"O", "Q.OR, a.s."}, {"CN", "Q.OR Standard Root"}};
+        rootPlan.key = CachedKey(KeyKind::Rsa2048, 0).get();
+        rootPlan.extensions = CaExtensions();
+        root = IssueCertificate(rootPlan, nullptr);
+
+        CertSpec leafPlan;
+        leafPlan.subject = {{"C", "SK"}, {"O", "Tessera Test"}, {"CN", "Jan Novak"}};
+        leafPlan.serial = 0x1001;
+        leafPlan.notBefore = kLeafNotBefore;
+        leafPlan.notAfter = kLeafNotAfter;
+        leafPlan.extensions = {{"keyUsage", "critical,digitalSignature"},
+                               {"keyUsage", "nonRepudiation,decipherOnly"},
+                               {"extendedKeyUsage", "clientAuth,emailProtection"},
+                               {"authorityInfoAccess", "OCSP;URI:http://ocsp-one.test"},
+                               {"authorityInfoAccess",
+                                "OCSP;URI:http://ocsp-two.test,OCSP;URI:http://ocsp-three.test,"
+                                "caIssuers;URI:http://ca.test/root.crt"}};
+        leafPlan.qcStatements =
+            QcStatementsDer({QcComplianceStatement(), QcTypeStatement({"0.4.0.1862.1.6.1"})});
+        leafPlan.rawExtensions = {
+            {"2.5.29.32", CertificatePoliciesDer({"1.3.158.1.2.3", "0.4.0.194112.1.2"})},
+            {kBraddleOid, StringDer(V_ASN1_UTF8STRING, "BR-0042")},
+            {"2.5.29.32", CertificatePoliciesDer({"1.2.3.4"})}};
+        leaf = IssueCertificate(leafPlan, &root);
+
+        CertSpec qualifiedPlan;
+        qualifiedPlan.commonName = "Qualified A";
+        qualifiedPlan.qcStatements = QcStatementsDer({QcComplianceStatement()});
+        qualifiedA = IssueCertificate(qualifiedPlan, &root);
+        qualifiedPlan.commonName = "Qualified B";
+        qualifiedB = IssueCertificate(qualifiedPlan, &root);
+
+        CertSpec pseudonymPlan;
+        pseudonymPlan.commonName = "PSEUDONYM 7";
+        pseudonymPlan.key = CachedKey(KeyKind::Rsa2048, 1).get();
+        pseudonymPlan.subjectKeyId = false;
+        pseudonymPlan.serialDecimal = "123456789012345678901234567890";
+        pseudonym = IssueCertificate(pseudonymPlan, &root);
+
+        CertSpec otherPlan;
+        otherPlan.commonName = "Other Root";
+        otherPlan.serialDecimal = "-5";
+        otherPlan.extensions = CaExtensions();
+        otherRoot = IssueCertificate(otherPlan, nullptr);
+    }
+};
+
+const Pki& Certs() {
+    static const Pki pki;
+    return pki;
+}
+
+X509Certificate Wrap(const Issued& issued) {
+    return X509Certificate(issued.cert.get());
+}
+
+}  // namespace
+
+// ------------------------------------------------------------ decoding
+
+TEST(CertificateDecodeTest, ReadsEveryFieldOfAFullCertificate) {
+    const X509Certificate cert = Wrap(Certs().leaf);
+    EXPECT_EQ(cert.GetVersion(), 2u) << "version 3 is stored as 2";
+    EXPECT_EQ(cert.GetNotBefore(), kLeafNotBefore) << "notBefore in seconds";
+    EXPECT_EQ(cert.GetNotAfter(), kLeafNotAfter) << "notAfter in seconds";
+    EXPECT_STREQ(cert.GetSerialNumberStringDec().c_str(), "4097") << "serial, decimal";
+    EXPECT_STREQ(cert.GetSerialNumberStringHex().c_str(), "1001") << "serial, upper-case hex";
+    EXPECT_EQ(cert.GetKeyLength(), 0) << "only RSA keys report a length";
+    EXPECT_STREQ(cert.GetSubjectName().GetCommonName().c_str(), L"Jan Novak") << "subject name";
+    EXPECT_STREQ(cert.GetIssuerName().GetCommonName().c_str(), L"Q.OR Standard Root");
+    unsigned char* der = nullptr;
+    const int length = i2d_X509_NAME(X509_get_subject_name(Certs().leaf.cert.get()), &der);
+    EXPECT_EQ(Bytes(cert.GetSubject()), std::vector<unsigned char>(der, der + length))
+        << "subject DER";
+    OPENSSL_free(der);
+    EXPECT_EQ(cert.GetKeyUsage(), 0x80u | 0x40u | 0x8000u)
+        << "bits of both key-usage extensions are OR-ed, decipherOnly is 0x8000";
+    EXPECT_EQ(Strings(cert.GetExtendedKeyUsages()),
+              (std::vector<std::string>{"1.3.6.1.5.5.7.3.2", "1.3.6.1.5.5.7.3.4"}))
+        << "EKU OIDs in order";
+    EXPECT_EQ(Strings(cert.GetCertificatePolicies()),
+              (std::vector<std::string>{"1.3.158.1.2.3", "0.4.0.194112.1.2", "1.2.3.4"}))
+        << "a later policies extension adds to the list";
+    EXPECT_STREQ(cert.GetOcspResponderUrl().c_str(), "http://ocsp-three.test")
+        << "the last OCSP entry of the last AIA extension wins; caIssuers is ignored";
+    ASSERT_EQ(cert.GetQCStatements().GetSize(), 2u) << "both statements";
+    EXPECT_STREQ(cert.GetQCStatements()[1].GetStatementId().c_str(), "0.4.0.1862.1.6");
+    EXPECT_STREQ(cert.GetQorBraddleId().c_str(), "BR-0042") << "Braddle id content bytes";
+    EXPECT_EQ(cert.GetSubjectKeyIdStringHex().length(), 40u) << "hash key id, lower-case hex";
+    EXPECT_STREQ(cert.GetAuthorityKeyIdStringHex().c_str(),
+                 Wrap(Certs().root).GetSubjectKeyIdStringHex().c_str())
+        << "authority key id is the issuer's subject key id";
+    unsigned char sha1[EVP_MAX_MD_SIZE];
+    unsigned int sha1Length = 0;
+    X509_digest(Certs().leaf.cert.get(), EVP_sha1(), sha1, &sha1Length);
+    EXPECT_EQ(Bytes(cert.GetSHA1Hash()), std::vector<unsigned char>(sha1, sha1 + sha1Length))
+        << "SHA-1 over the DER";
+}
+
+TEST(CertificateDecodeTest, AlgorithmNamesSplitAtWith) {
+    const X509Certificate rsaSigned = Wrap(Certs().leaf);
+    EXPECT_STREQ(rsaSigned.GetSignatureAlgorithmName().c_str(), "sha256WithRSAEncryption");
+    EXPECT_STREQ(rsaSigned.GetSignatureAlgorithmOID().c_str(), "1.2.840.113549.1.1.11");
+    EXPECT_STREQ(rsaSigned.GetHashAlgorithmName().c_str(), "sha256") << "before the last With";
+    EXPECT_STREQ(rsaSigned.GetKeyAlgorithmName().c_str(), "RSAEncryption") << "after the first";
+
+    const X509Certificate ecSigned = Wrap(Certs().otherRoot);
+    EXPECT_EQ(ecSigned.GetKeyLength(), 0) << "EC key length";
+    EXPECT_STREQ(ecSigned.GetKeyAlgorithmName().c_str(), "ecdsa-with-SHA256")
+        << "a name without With is returned whole";
+    EXPECT_STREQ(ecSigned.GetHashAlgorithmName().c_str(), "ecdsa-with-SHA256");
+    EXPECT_EQ(Wrap(Certs().root).GetKeyLength(), 2048) << "RSA modulus bits";
+}
+
+TEST(CertificateDecodeTest, SerialsAndAbsentKeyId) {
+    const X509Certificate big = Wrap(Certs().pseudonym);
+    EXPECT_STREQ(big.GetSerialNumberStringDec().c_str(), "123456789012345678901234567890");
+    EXPECT_STREQ(big.GetSerialNumberStringHex().c_str(), "018EE90FF6C373E0EE4E3F0AD2")
+        << "hex as OpenSSL prints it";
+    EXPECT_EQ(big.GetSubjectKeyId().GetSize(), 0u) << "no subject key id extension";
+    EXPECT_STREQ(big.GetSubjectKeyIdStringHex().c_str(), "");
+    const X509Certificate negative = Wrap(Certs().otherRoot);
+    EXPECT_STREQ(negative.GetSerialNumberStringDec().c_str(), "-5") << "negative serial";
+    EXPECT_STREQ(negative.GetSerialNumberStringHex().c_str(), "-05");
+}
+
+TEST(CertificateDecodeTest, EmptyObjectAnswersEmpty) {
+    const X509Certificate empty;
+    EXPECT_EQ(empty.Export().GetSize(), 0u) << "DER";
+    EXPECT_TRUE(empty.ExportPEM().empty()) << "PEM";
+    EXPECT_TRUE(empty.GetSerialNumberStringDec().empty()) << "serial";
+    EXPECT_TRUE(empty.GetSubjectStringX500(0).empty()) << "printed subject";
+    EXPECT_EQ(empty.GetSHA1Hash().GetSize(), 0u) << "hash";
+    EXPECT_EQ(empty.IsCA() + empty.IsSelfSigned() + empty.HasPrivateKey() + empty.IsQor(), 0)
+        << "tests answer 0";
+    EXPECT_NO_THROW(
+        empty.Verify(X509Certificate::cptVerifyWholeChain, kNow, nullptr, nullptr, nullptr))
+        << "verifying an empty object does nothing";
+}
+
+// ------------------------------------------------ import failures and exports
+
+TEST(CertificateImportTest, FailuresKeepOrResetAsDocumented) {
+    const std::vector<unsigned char> der = CertToDer(Certs().leaf.cert.get());
+    X509Certificate cert(der.data(), static_cast<long>(der.size()));
+
+    CryptException e = Thrown([&] { cert.Import(nullptr, 5); });
+    EXPECT_EQ(e.GetErrorCode(), ErrInvalidParameter) << "null DER";
+    EXPECT_STREQ(e.GetErrorMessage().c_str(), L"pCert=NULL");
+    EXPECT_EQ(Thrown([&] { cert.ImportPEM(""); }).GetErrorMessage(), L"nCertSize=0");
+    EXPECT_EQ(Thrown([&] { cert.ImportPEM("no PEM here"); }).GetErrorCode(), ErrBase64Decoding);
+    const unsigned char junk[] = {0x30, 0x03, 0x02, 0x01, 0x01};
+    EXPECT_EQ(Thrown([&] { cert.ImportPKCS12(junk, sizeof junk, "x"); }).GetErrorCode(),
+              ErrPkcs12Decoding);
+    EXPECT_NE(cert.GetX509(), nullptr)
+        << "argument, PEM and PKCS#12 decoding failures keep content";
+
+    std::vector<unsigned char> trailing = der;
+    trailing.push_back(0);
+    EXPECT_EQ(Thrown([&] {
+                  cert.Import(trailing.data(), static_cast<long>(trailing.size()));
+              }).GetErrorCode(),
+              ErrAsn1Decoding)
+        << "trailing bytes are refused";
+    EXPECT_EQ(cert.GetX509(), nullptr) << "a failed DER decode leaves the object empty";
+    EXPECT_EQ(cert.GetSubject().GetSize(), 0u) << "and its fields cleared";
+}
+
+TEST(CertificateImportTest, PemExportReimportsByteExact) {
+    const X509Certificate cert = Wrap(Certs().leaf);
+    const std::string pem = cert.ExportPEM().c_str();
+    EXPECT_EQ(pem, CertToPem(Certs().leaf.cert.get())) << "standard PEM form";
+    const X509Certificate again(("junk before\n" + pem).c_str());
+    EXPECT_EQ(Bytes(again.Export()), CertToDer(Certs().leaf.cert.get())) << "same DER";
+    EXPECT_EQ(again.Equals(cert), 1) << "Equals on identical certificates";
+}
+
+TEST(CertificateImportTest, Pkcs12WithKeyAndWrongPassword) {
+    const Issued& leaf = Certs().leaf;
+    const std::vector<unsigned char> p12 =
+        BuildPkcs12(leaf.key.get(), leaf.cert.get(), {Certs().root.cert.get()}, "s3cret");
+    X509Certificate cert;
+    cert.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), L"s3cret");
+    EXPECT_EQ(cert.Equals(Wrap(leaf)), 1) << "the key's certificate, not the extra one";
+    EXPECT_EQ(cert.HasPrivateKey(), 1) << "matching key attached";
+    unsigned char* keyDer = nullptr;
+    const int keyLength = i2d_PrivateKey(leaf.key.get(), &keyDer);
+    EXPECT_EQ(Bytes(cert.ExportPrivateKey()),
+              std::vector<unsigned char>(keyDer, keyDer + keyLength))
+        << "private key DER";
+    OPENSSL_free(keyDer);
+
+    const X509Certificate copy = cert;
+    EXPECT_NE(copy.GetPrivateKey(), cert.GetPrivateKey()) << "copies hold their own key object";
+    EXPECT_EQ(copy.GetPrivateKey()->GetKeyEVP(), cert.GetPrivateKey()->GetKeyEVP())
+        << "sharing one OpenSSL key";
+
+    EXPECT_EQ(Thrown([&] {
+                  cert.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), L"s3crét");
+              }).GetErrorCode(),
+              ErrPasswordInvalidChars)
+        << "non-ASCII password";
+    EXPECT_EQ(Thrown([&] {
+                  cert.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), "wrong");
+              }).GetErrorCode(),
+              ErrIncorrectPassword)
+        << "MAC check fails";
+    EXPECT_EQ(cert.GetX509(), nullptr) << "a wrong password leaves the object empty";
+    EXPECT_EQ(cert.GetPrivateKey(), nullptr) << "key released too";
+    cert.SetPrivateKey(copy.GetPrivateKey());
+    EXPECT_EQ(cert.HasPrivateKey(), 0) << "a key without certificate does not count";
+}
+
+// ------------------------------------------------------ time and signatures
+
+TEST(CertificateVerifyTest, TimeBoundaries) {
+    X509* leaf = Certs().leaf.cert.get();
+    EXPECT_EQ(X509Certificate::CheckTimeValidity(leaf, kLeafNotBefore - 1), -1) << "before";
+    EXPECT_EQ(X509Certificate::CheckTimeValidity(leaf, kLeafNotBefore), 0) << "notBefore is valid";
+    EXPECT_EQ(X509Certificate::CheckTimeValidity(leaf, kLeafNotAfter - 1), 0) << "last second";
+    EXPECT_EQ(X509Certificate::CheckTimeValidity(leaf, kLeafNotAfter), 1) << "notAfter is expired";
+
+    const X509Certificate cert = Wrap(Certs().leaf);
+    EXPECT_NO_THROW(
+        cert.Verify(X509Certificate::cptVerifyTimeValidity, kNow, nullptr, nullptr, nullptr));
+    EXPECT_EQ(Thrown([&] {
+                  cert.Verify(X509Certificate::cptVerifyTimeValidity, kLeafNotAfter, nullptr,
+                              nullptr, nullptr);
+              }).GetErrorCode(),
+              ErrCertNotTimeValid)
+        << "expired at notAfter";
+}
+
+TEST(CertificateVerifyTest, IssuerSignatureAndChainOption) {
+    const X509Certificate cert = Wrap(Certs().leaf);
+    X509Certificate root = Wrap(Certs().root);
+    X509Certificate other = Wrap(Certs().otherRoot);
+    EXPECT_NO_THROW(
+        cert.Verify(X509Certificate::cptVerifyIssuerSignature, kNow, &root, nullptr, nullptr))
+        << "signed by the root";
+    EXPECT_EQ(Thrown([&] {
+                  cert.Verify(X509Certificate::cptVerifyIssuerSignature, kNow, &other, nullptr,
+                              nullptr);
+              }).GetErrorCode(),
+              ErrCertBadSignature)
+        << "not signed by another key";
+    CryptException e = Thrown([&] {
+        cert.Verify(X509Certificate::cptVerifyIssuerSignature, kNow, nullptr, nullptr, nullptr);
+    });
+    EXPECT_EQ(e.GetErrorCode(), ErrInvalidParameter) << "issuer missing";
+    EXPECT_STREQ(e.GetErrorMessage().c_str(), L"pIssuer=NULL");
+    EXPECT_EQ(Thrown([&] { cert.VerifySignature(nullptr, 0); }).GetErrorCode(), ErrAsn1Decoding)
+        << "null key";
+
+    e = Thrown([&] {
+        cert.Verify(X509Certificate::cptVerifyWholeChain, kNow, nullptr, nullptr, nullptr);
+    });
+    EXPECT_EQ(e.GetErrorCode(), ErrInvalidParameter) << "chain option without policy";
+    EXPECT_STREQ(e.GetErrorMessage().c_str(), L"pChainPolicy=NULL");
+    EXPECT_EQ(Thrown([&] {
+                  cert.Verify(X509Certificate::cptVerifyWholeChain, kLeafNotAfter, nullptr, nullptr,
+                              nullptr);
+              }).GetErrorCode(),
+              ErrCertNotTimeValid)
+        << "the time is checked before the policy";
+    // Only the pointer's presence matters until chains can be built.
+    auto* policy = reinterpret_cast<X509ChainPolicy*>(&root);
+    X509Chain* chain = reinterpret_cast<X509Chain*>(&other);
+    e = Thrown(
+        [&] { cert.Verify(X509Certificate::cptVerifyWholeChain, kNow, nullptr, policy, &chain); });
+    EXPECT_EQ(e.GetErrorCode(), ErrNotImplemented) << "whole-chain verification";
+    EXPECT_STREQ(e.GetErrorMessage().c_str(), L"cptVerifyWholeChain needs the chain builder");
+    EXPECT_EQ(chain, nullptr) << "the chain output is cleared first";
+}
+
+// ------------------------------------------------ comparison and classification
+
+TEST(CertificateClassifyTest, CompareOptions) {
+    const Pki& pki = Certs();
+    const X509Certificate leaf = Wrap(pki.leaf), qa = Wrap(pki.qualifiedA),
+                          qb = Wrap(pki.qualifiedB), plain = Wrap(pki.pseudonym),
+                          other = Wrap(pki.otherRoot), empty;
+    using C = X509Certificate;
+    EXPECT_EQ(leaf.Compare(C::cptCompareSubject, Wrap(pki.leaf)), 1) << "same subject";
+    EXPECT_EQ(leaf.Compare(C::cptCompareSubject, qa), 0) << "different subject";
+    EXPECT_EQ(qa.Compare(C::cptCompareIssuer, plain), 1) << "same issuer";
+    EXPECT_EQ(qa.Compare(C::cptCompareIssuerAndSerial, plain), 0) << "serials differ";
+    EXPECT_EQ(qa.Compare(C::cptCompareIssuerAndSerial, qb), 1) << "same issuer and serial 1";
+    EXPECT_EQ(qa.Compare(C::cptCompareCertificateKind, qb), 1) << "both qualified, no Braddle";
+    EXPECT_EQ(qa.Compare(C::cptCompareCertificateKind, plain), 0) << "qualified vs not";
+    EXPECT_EQ(qa.Compare(C::cptCompareCertificateKind, leaf), 1)
+        << "Q alone only asks the other to be qualified";
+    EXPECT_EQ(leaf.Compare(C::cptCompareCertificateKind, qa), 0) << "B and Q needs both";
+    EXPECT_EQ(plain.Compare(C::cptCompareCertificateKind, other), 0)
+        << "a Q.OR standard certificate needs another one";
+    EXPECT_EQ(other.Compare(C::cptCompareCertificateKind, plain), 1)
+        << "plain against neither qualified nor Braddle";
+    EXPECT_EQ(leaf.Compare(C::cptCompareBraddleId, Wrap(pki.leaf)), 1) << "same Braddle id";
+    EXPECT_EQ(qa.Compare(C::cptCompareBraddleId, qb), 0) << "absent ids never match";
+    EXPECT_EQ(leaf.Compare(static_cast<C::cptCompareOption>(9), leaf), 0) << "unknown option";
+    EXPECT_EQ(empty.Compare(C::cptCompareCertificateKind, empty), 0) << "empty objects";
+}
+
+TEST(CertificateClassifyTest, KindsAndNames) {
+    const Pki& pki = Certs();
+    const X509Certificate leaf = Wrap(pki.leaf), root = Wrap(pki.root),
+                          pseudonym = Wrap(pki.pseudonym), other = Wrap(pki.otherRoot);
+    EXPECT_EQ(root.IsCA() * root.IsSelfSigned(), 1) << "root is a self-signed CA";
+    EXPECT_EQ(leaf.IsCA() + leaf.IsSelfSigned(), 0) << "leaf is neither";
+    EXPECT_EQ(leaf.IsQor() * leaf.IsQorStandard(), 1) << "issued by Q.OR Standard Root";
+    EXPECT_EQ(other.IsQor(), 0) << "issuer without Q.OR";
+    EXPECT_EQ(leaf.IsQorBraddles(), 1);
+    EXPECT_EQ(leaf.HasQualifiedQcStatement(), 1) << "QcCompliance present";
+    EXPECT_EQ(pseudonym.HasQualifiedQcStatement(), 0);
+    EXPECT_EQ(pseudonym.IsPseudonymous(), 1) << "CN contains PSEUDONYM in any case";
+    EXPECT_EQ(leaf.IsPseudonymous(), 0);
+    CertSpec withAttribute;
+    withAttribute.subject = {{"CN", "Someone"}, {"pseudonym", "JN"}};
+    EXPECT_EQ(Wrap(IssueCertificate(withAttribute, nullptr)).IsPseudonymous(), 1)
+        << "pseudonym attribute set";
+
+    EXPECT_STREQ(root.GetSubjectStringX500(0x1010008).c_str(),
+                 L"O=\"Q.OR, a.s.\",CN=Q.OR Standard Root")
+        << "quoted form";
+    EXPECT_STREQ(leaf.GetIssuerStringX500(0).c_str(), L"O=Q.OR, a.s.,CN=Q.OR Standard Root")
+        << "default form: no quotes, escapes undone";
+    EXPECT_TRUE(leaf.VerifyDN({{"2.5.4.3", "Jan Novak"}, {"2.5.4.6", "SK"}},
+                              X509Certificate::DNSourceSubject))
+        << "exact pairs in any order";
+    EXPECT_FALSE(leaf.VerifyDN({{"2.5.4.3", "jan novak"}}, X509Certificate::DNSourceSubject))
+        << "case-sensitive";
+    EXPECT_TRUE(leaf.VerifyDN({{"2.5.4.10", "Q.OR, a.s."}}, X509Certificate::DNSourceIssuer));
+    EXPECT_TRUE(leaf.VerifyDN({}, X509Certificate::DNSourceIssuer)) << "empty list";
+    EXPECT_EQ(Thrown([&] {
+                  leaf.VerifyDN({}, static_cast<X509Certificate::DNSource>(7));
+              }).GetErrorCode(),
+              ErrInternal)
+        << "unknown source decodes nothing";
+}
+
+// ------------------------------------------------------------------ logging
+
+class CertificateLoggingTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RecordingLog::Instance().Reset();
+        const LoggingCallbacks table = RecordingLog::Instance().Table();
+        ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
+    }
+    void TearDown() override {
+        Tessera_UnInitializeLogging();
+        Tessera_InitializeLogging(nullptr, false);
+    }
+};
+
+TEST_F(CertificateLoggingTest, ChannelPerObjectAndErrorBeforeThrow) {
+    const std::wstring channel = L"Tessera.X509Certificate";
+    RecordingLog& log = RecordingLog::Instance();
+    {
+        X509Certificate cert = Wrap(Certs().leaf);
+        const X509Certificate copy = cert;
+        int opened = 0;
+        for (const auto& name : log.Opened()) {
+            opened += name == channel ? 1 : 0;
+        }
+        EXPECT_EQ(opened, 2) << "original and copy open one channel each";
+        cert.Verify(X509Certificate::cptVerifyTimeValidity, kNow, nullptr, nullptr, nullptr);
+        const unsigned char junk[] = {0x04, 0x00};
+        EXPECT_EQ(Thrown([&] { cert.Import(junk, sizeof junk); }).GetErrorCode(), ErrAsn1Decoding);
+    }
+    const auto lines = log.LinesOf(channel);
+    ASSERT_GE(lines.size(), 2u) << "entry line and error line";
+    EXPECT_EQ(lines[0].level, Level::Info);
+    EXPECT_EQ(lines[0].text, L"Verify(VerifyOption:0)") << "entry line with its option";
+    EXPECT_EQ(lines[1].level, Level::Error);
+    EXPECT_EQ(lines[1].text.rfind(L"Import: d2i_X509() failed.", 0), 0u)
+        << "the failed call, then OpenSSL's errors";
+    EXPECT_EQ(log.Closed().size(), 2u) << "channels close with their objects";
+}
+
+// ---------------------------------------------------- the openssl tool's output
+
+TEST(CertificateInteropTest, OpensslReqCertificateAndPkcs12) {
+    char directory[] = "/tmp/tessera-cert-XXXXXX";
+    ASSERT_NE(mkdtemp(directory), nullptr) << "temporary directory";
+    const std::string dir = directory;
+    const std::string command =
+        "cd '" + dir +
+        "' && openssl req -x509 -new -newkey rsa:2048 -nodes -keyout k.pem -out c.pem "
+        "-subj '/C=SK/O=Interop/CN=Interop Root' -days 30 -set_serial 0x0123456789ABCDEF "
+        "-addext 'certificatePolicies=1.2.3.4' "
+        "-addext 'authorityInfoAccess=OCSP;URI:http://ocsp.interop.test' 2>/dev/null && "
+        "openssl x509 -in c.pem -noout -fingerprint -sha1 > fp.txt && "
+        "openssl pkcs12 -export -in c.pem -inkey k.pem -passout pass:pw -out c.p12";
+    const int status = std::system(command.c_str());
+    const std::vector<unsigned char> pemBytes = ReadBinaryFile(dir + "/c.pem");
+    const std::vector<unsigned char> fingerprint = ReadBinaryFile(dir + "/fp.txt");
+    const std::vector<unsigned char> p12 = ReadBinaryFile(dir + "/c.p12");
+    std::system(("rm -rf '" + dir + "'").c_str());
+    ASSERT_EQ(status, 0) << "openssl: " << command;
+
+    const X509Certificate cert(std::string(pemBytes.begin(), pemBytes.end()).c_str());
+    EXPECT_STREQ(cert.GetSubjectStringX500(0).c_str(), L"C=SK,O=Interop,CN=Interop Root");
+    EXPECT_STREQ(cert.GetSerialNumberStringHex().c_str(), "0123456789ABCDEF") << "serial";
+    EXPECT_EQ(cert.GetKeyLength(), 2048) << "RSA key";
+    EXPECT_EQ(cert.IsSelfSigned(), 1) << "req -x509 signs itself";
+    EXPECT_EQ(Strings(cert.GetCertificatePolicies()), std::vector<std::string>{"1.2.3.4"});
+    EXPECT_STREQ(cert.GetOcspResponderUrl().c_str(), "http://ocsp.interop.test");
+    const std::string printed(fingerprint.begin(), fingerprint.end());
+    std::string expected;
+    for (std::size_t i = printed.find('=') + 1; i < printed.size(); ++i) {
+        if (std::isxdigit(static_cast<unsigned char>(printed[i]))) {
+            expected.push_back(
+                static_cast<char>(std::tolower(static_cast<unsigned char>(printed[i]))));
+        }
+    }
+    EXPECT_EQ(std::string(cert.GetSHA1HashHex().c_str()), expected) << "openssl's fingerprint";
+
+    X509Certificate fromP12;
+    fromP12.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), "pw");
+    EXPECT_EQ(fromP12.Equals(cert), 1) << "same certificate from openssl pkcs12";
+    EXPECT_EQ(fromP12.HasPrivateKey(), 1) << "with its key";
+}
