@@ -21,6 +21,7 @@
 #include "QorTsp2.h"
 #include "QorVector.h"
 #include "TesseraApi.h"
+#include "X509ClientStack.h"
 #include "TesseraExport.h"
 #include "TspClient.h"
 #include "TspException.h"

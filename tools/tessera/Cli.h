@@ -61,5 +61,6 @@ int RunBase64(const std::vector<std::string>& args);
 int RunKeyinfo(const std::vector<std::string>& args);
 int RunCert(const std::vector<std::string>& args);
 int RunCrl(const std::vector<std::string>& args);
+int RunFetchCrl(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

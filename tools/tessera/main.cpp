@@ -25,6 +25,8 @@ const std::vector<Command>& Commands() {
          RunKeyinfo},
         {"cert", "FILE [--json]", "show a certificate (DER or PEM)", RunCert},
         {"crl", "FILE [--cert CERT] [--json]", "show a CRL and the entry of a certificate", RunCrl},
+        {"fetch-crl", "CERT [--out FILE] [--timeout SECONDS]",
+         "download the CRL of a certificate from its distribution points", RunFetchCrl},
         {"timestamp", "--url URL [--hash sha256] [--out TOKEN] FILE",
          "ask a time-stamp authority for a token over FILE's digest", RunTimestamp},
         {"ocsp",

@@ -1,0 +1,1 @@
+# Sources of the chain policy (placeholder until it lands).

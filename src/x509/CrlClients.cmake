@@ -1,0 +1,1 @@
+# Sources of the CRL clients (placeholder until they land).

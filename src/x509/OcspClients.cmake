@@ -1,0 +1,1 @@
+# Sources of the OCSP clients (placeholder until they land).

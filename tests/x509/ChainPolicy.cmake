@@ -1,0 +1,1 @@
+# Placeholder until the chain policy tests land.

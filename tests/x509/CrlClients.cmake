@@ -1,0 +1,1 @@
+# Placeholder until the CRL client tests land.

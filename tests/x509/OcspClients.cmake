@@ -1,0 +1,1 @@
+# Placeholder until the OCSP client tests land.
