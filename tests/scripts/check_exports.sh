@@ -29,6 +29,9 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "typeinfo for TesseraLib::QorExceptionWrapper<QorOcsp2Lib::OcspException>" \
           "typeinfo for QorPKCS11Lib::PKCS11Exception" \
           "TesseraLib::Pkcs11Manager::GetInstance()" \
+          "typeinfo for TesseraLib::X509Certificate" \
+          "typeinfo for TesseraLib::X509MemoryStore" \
+          "typeinfo for TesseraLib::X509OcspClientOnline" \
           "TesseraLib::QorExceptionStore::ReThrow() const" \
           "qorstd::QorString::icompare(char const*) const" \
           "qorstd::QorArray<unsigned char>::Append(unsigned char const*, unsigned int)"; do

@@ -196,6 +196,34 @@ std::vector<unsigned char> QcStatementsDer(const std::vector<QcStatementValue>& 
     return DerElement(V_ASN1_SEQUENCE, true, Concat(encoded));
 }
 
+std::vector<unsigned char> CrlDistributionPointsDer(
+    const std::vector<std::vector<std::string>>& points) {
+    std::unique_ptr<CRL_DIST_POINTS, void (*)(CRL_DIST_POINTS*)> value(
+        sk_DIST_POINT_new_null(), [](CRL_DIST_POINTS* p) { CRL_DIST_POINTS_free(p); });
+    for (const std::vector<std::string>& uris : points) {
+        DIST_POINT* point = DIST_POINT_new();
+        point->distpoint = DIST_POINT_NAME_new();
+        point->distpoint->type = 0;
+        point->distpoint->name.fullname = GENERAL_NAMES_new();
+        for (const std::string& uri : uris) {
+            ASN1_IA5STRING* text = ASN1_IA5STRING_new();
+            ASN1_STRING_set(text, uri.data(), static_cast<int>(uri.size()));
+            GENERAL_NAME* name = GENERAL_NAME_new();
+            GENERAL_NAME_set0_value(name, GEN_URI, text);
+            sk_GENERAL_NAME_push(point->distpoint->name.fullname, name);
+        }
+        sk_DIST_POINT_push(value.get(), point);
+    }
+    unsigned char* der = nullptr;
+    const int length = i2d_CRL_DIST_POINTS(value.get(), &der);
+    if (length <= 0) {
+        throw std::runtime_error("i2d_CRL_DIST_POINTS failed");
+    }
+    std::vector<unsigned char> out(der, der + length);
+    OPENSSL_free(der);
+    return out;
+}
+
 std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids) {
     std::vector<Bytes> encoded;
     for (const std::string& oid : oids) {

@@ -65,6 +65,11 @@ QcStatementValue QcTypeStatement(const std::vector<std::string>& typeOids);
 QcStatementValue QcPdsStatement(const std::string& url, const std::string& language);
 // DER of QCStatements (the extension's value).
 std::vector<unsigned char> QcStatementsDer(const std::vector<QcStatementValue>& statements);
+// DER of a CRLDistributionPoints value: one distribution point per entry of
+// `points`, each with the given URIs as its full name (in order). Use it as a
+// raw extension "2.5.29.31".
+std::vector<unsigned char> CrlDistributionPointsDer(
+    const std::vector<std::vector<std::string>>& points);
 // DER of SEQUENCE OF OBJECT IDENTIFIER.
 std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids);
 

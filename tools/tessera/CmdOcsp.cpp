@@ -1,18 +1,28 @@
 // tessera ocsp --url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem]...
 //              [--hash sha1|sha256|...] [--no-nonce] [--out RESPONSE.der]
+// tessera ocsp --client [--url URL] --issuer ISSUER.pem --cert CERT.pem
+//              [--trust CA.pem]... [--hash ...] [--out RESPONSE.der]
 //
 // Asks an OCSP responder about one certificate and prints its answer. The
 // response must be signed by the issuer, a responder it delegated, or a
 // responder certified by one of the --trust certificates.
+//
+// Plain, the command drives the OCSP library directly. With --client it goes
+// through Tessera's X509OcspClientOnline, as the revocation search does: the
+// URL defaults to the certificate's AIA, the --trust certificates become the
+// client's trust store, and a nonce is always sent.
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Cli.h"
 #include "QorOcsp2.h"
+#include "Tessera.h"
 
 namespace tessera_cli {
 
@@ -81,14 +91,61 @@ void PrintResponse(const QorOcsp2Lib::OcspResponse& response) {
     }
 }
 
+bool WriteResponse(const QorOcsp2Lib::OcspResponse& response, const std::string& out) {
+    const qorstd::QorArray<unsigned char> der = response.Encode();
+    std::FILE* file = std::fopen(out.c_str(), "wb");
+    const bool written =
+        file != nullptr && std::fwrite(der.GetData(), 1, der.GetSize(), file) == der.GetSize();
+    if (file == nullptr || std::fclose(file) != 0 || !written) {
+        std::fprintf(stderr, "tessera ocsp: cannot write %s\n", out.c_str());
+        return false;
+    }
+    return true;
+}
+
+// The request through X509OcspClientOnline.
+int AskThroughClient(const std::string& url, X509* issuer, X509* subject,
+                     const std::vector<CertPtr>& trusted,
+                     QorOcsp2Lib::OcspHash::ocspHashAlgorithm hash, const std::string& out) {
+    try {
+        TesseraLib::X509MemoryStore trustStore;
+        for (const CertPtr& cert : trusted) {
+            trustStore.AddCertificate(TesseraLib::X509Certificate(cert.get()));
+        }
+        TesseraLib::X509OcspClientOnline client;
+        if (!url.empty()) {
+            client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
+        }
+        client.SetTrustStore(&trustStore);
+        client.SetHashAlgorithm(hash);
+        const QorOcsp2Lib::OcspResponse* response = client.GetOcspResponse(
+            TesseraLib::X509Certificate(subject), TesseraLib::X509Certificate(issuer));
+        PrintResponse(*response);
+        if (!out.empty() && !WriteResponse(*response, out)) {
+            return kExitFailure;
+        }
+    } catch (const QorOcsp2Lib::OcspException& e) {
+        return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
+                          e.GetErrorMessage().c_str());
+    } catch (const TesseraLib::CryptException& e) {
+        return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
+                          e.GetErrorMessage().c_str());
+    }
+    return kExitOk;
+}
+
 }  // namespace
 
 int RunOcsp(const std::vector<std::string>& args) {
     std::vector<std::string> options(args);
     bool nonce = true;
+    bool throughClient = false;
     for (auto it = options.begin(); it != options.end();) {
         if (*it == "--no-nonce") {
             nonce = false;
+            it = options.erase(it);
+        } else if (*it == "--client") {
+            throughClient = true;
             it = options.erase(it);
         } else {
             ++it;
@@ -103,8 +160,12 @@ int RunOcsp(const std::vector<std::string>& args) {
         return UsageError("ocsp: unexpected argument '" + parsed.positional[0] + "'");
     }
     const std::string url = parsed.Get("--url");
-    if (url.empty() || parsed.Get("--issuer").empty() || parsed.Get("--cert").empty()) {
-        return UsageError("ocsp: --url, --issuer and --cert are required");
+    if (parsed.Get("--issuer").empty() || parsed.Get("--cert").empty() ||
+        (url.empty() && !throughClient)) {
+        return UsageError("ocsp: --issuer and --cert are required, and --url unless --client");
+    }
+    if (throughClient && !nonce) {
+        return UsageError("ocsp: --client always sends a nonce; drop --no-nonce");
     }
     QorOcsp2Lib::OcspHash::ocspHashAlgorithm hash = QorOcsp2Lib::OcspHash::ocspHashDefault;
     if (!parsed.Get("--hash").empty() && !HashByName(parsed.Get("--hash"), &hash)) {
@@ -116,16 +177,24 @@ int RunOcsp(const std::vector<std::string>& args) {
     if (!issuer || !subject) {
         return kExitFailure;
     }
-    QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate> trusted;
+    std::vector<CertPtr> trustedCerts;
     const auto found = parsed.options.find("--trust");
     if (found != parsed.options.end()) {
         for (const std::string& path : found->second) {
-            const CertPtr cert = ReadCertificate(path);
+            CertPtr cert = ReadCertificate(path);
             if (!cert) {
                 return kExitFailure;
             }
-            trusted.Add(QorOcsp2Lib::OcspCertificate(cert.get()));
+            trustedCerts.push_back(std::move(cert));
         }
+    }
+    if (throughClient) {
+        return AskThroughClient(url, issuer.get(), subject.get(), trustedCerts, hash,
+                                parsed.Get("--out"));
+    }
+    QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate> trusted;
+    for (const CertPtr& cert : trustedCerts) {
+        trusted.Add(QorOcsp2Lib::OcspCertificate(cert.get()));
     }
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate> issuers;
     issuers.Add(QorOcsp2Lib::OcspCertificate(issuer.get()));
@@ -141,15 +210,8 @@ int RunOcsp(const std::vector<std::string>& args) {
         client.SendRequest(QorOcsp2Lib::OcspCertificate(subject.get()), response, nonce ? 1 : 0);
         PrintResponse(response);
         const std::string out = parsed.Get("--out");
-        if (!out.empty()) {
-            const qorstd::QorArray<unsigned char> der = response.Encode();
-            std::FILE* file = std::fopen(out.c_str(), "wb");
-            const bool written = file != nullptr && std::fwrite(der.GetData(), 1, der.GetSize(),
-                                                                file) == der.GetSize();
-            if (file == nullptr || std::fclose(file) != 0 || !written) {
-                std::fprintf(stderr, "tessera ocsp: cannot write %s\n", out.c_str());
-                return kExitFailure;
-            }
+        if (!out.empty() && !WriteResponse(response, out)) {
+            return kExitFailure;
         }
     } catch (const QorOcsp2Lib::OcspException& e) {
         return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),

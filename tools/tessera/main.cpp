@@ -30,8 +30,8 @@ const std::vector<Command>& Commands() {
         {"timestamp", "--url URL [--hash sha256] [--out TOKEN] FILE",
          "ask a time-stamp authority for a token over FILE's digest", RunTimestamp},
         {"ocsp",
-         "--url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem] [--hash sha1] "
-         "[--no-nonce] [--out RESPONSE.der]",
+         "(--url URL | --client [--url URL]) --issuer ISSUER.pem --cert CERT.pem "
+         "[--trust CA.pem] [--hash sha1] [--no-nonce] [--out RESPONSE.der]",
          "ask an OCSP responder for a certificate's status", RunOcsp},
     };
     return commands;

@@ -80,6 +80,7 @@ using X509StackPtr = OpenSslPtr<STACK_OF(X509), FreeX509Stack>;
 using X509CrlPtr = OpenSslPtr<X509_CRL, X509_CRL_free>;
 using AuthorityKeyIdPtr = OpenSslPtr<AUTHORITY_KEYID, AUTHORITY_KEYID_free>;
 using Asn1EnumeratedPtr = OpenSslPtr<ASN1_ENUMERATED, ASN1_ENUMERATED_free>;
+using CrlDistPointsPtr = OpenSslPtr<CRL_DIST_POINTS, CRL_DIST_POINTS_free>;
 // Texts OpenSSL allocates (BN_bn2dec, BN_bn2hex).
 inline void FreeOpenSslText(char* text) {
     OPENSSL_free(text);

@@ -18,6 +18,9 @@ struct Request {
     // Basic authentication when `user` is non-empty.
     std::string user;
     std::string password;
+    // Schemes libcurl may use, in CURLOPT_PROTOCOLS_STR form ("all" for every
+    // scheme it supports); empty means "http,https".
+    std::string protocols;
 };
 
 enum class Outcome {
@@ -33,6 +36,7 @@ struct Response {
     std::string contentType;
     std::vector<unsigned char> body;
     std::string error;  // libcurl's text when outcome is not Ok
+    int curlCode = 0;   // libcurl's result code (CURLcode)
 };
 
 // Refuses bodies larger than this many bytes (a transport failure).

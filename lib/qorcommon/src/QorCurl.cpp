@@ -67,7 +67,8 @@ Response Perform(const Request& request) {
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, request.totalTimeoutSeconds);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &Collect);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR,
+                     request.protocols.empty() ? "http,https" : request.protocols.c_str());
     if (!request.contentType.empty() || !request.body.empty()) {
         const std::string header = "Content-Type: " + request.contentType;
         headers.reset(curl_slist_append(nullptr, header.c_str()));
@@ -85,6 +86,7 @@ Response Perform(const Request& request) {
 
     const CURLcode code = curl_easy_perform(curl);
     response.outcome = Classify(code);
+    response.curlCode = static_cast<int>(code);
     if (code != CURLE_OK) {
         response.error = errorText[0] != '\0' ? errorText : curl_easy_strerror(code);
         response.body.clear();

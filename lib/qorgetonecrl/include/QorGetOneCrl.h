@@ -1,9 +1,11 @@
-// CRL-service client library: logging entry point.
+// CRL-service client library: the client, its response and exception, and
+// the logging entry point.
 #pragma once
 
+#include "CrlClient.h"
+#include "CrlException.h"
+#include "CrlResponse.h"
 #include "QorLoggingCallbacks.h"
-
-#define QORGETONECRL_API __attribute__((visibility("default")))
 
 extern "C" {
 // Installs the application's logging callbacks (null turns logging off); 1 on success.

@@ -1,6 +1,20 @@
 #include "QorGetOneCrl.h"
 
-// The CRL-service client has no channels of its own yet; logging set-up succeeds.
-extern "C" int QorGetOneCrl_InitializeLogging(const LoggingCallbacks* /*callbacks*/) {
+#include "GetOneCrlInternal.h"
+
+namespace QorGetOneCrlLib {
+namespace internal {
+
+qorlog::Registry& LogRegistry() {
+    static qorlog::Registry registry;
+    return registry;
+}
+
+}  // namespace internal
+}  // namespace QorGetOneCrlLib
+
+extern "C" int QorGetOneCrl_InitializeLogging(const LoggingCallbacks* callbacks) {
+    QorGetOneCrlLib::internal::LogRegistry().Install(callbacks);
+    QorGetOneCrlLib::internal::LogRegistry().SetPrefix(L"QorGetOneCrl");
     return 1;
 }

@@ -1,0 +1,391 @@
+// The chain policy as an application sees it: defaults after construction and
+// Reset, the purpose range, caution periods per certificate, the revocation
+// verdicts of certificate validation, and the trust-list variant that chooses
+// its stores by purpose.
+#include <gtest/gtest.h>
+
+#include <openssl/ocsp.h>
+#include <openssl/x509v3.h>
+
+#include <cctype>
+#include <climits>
+#include <functional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "CryptException.h"
+#include "OcspResponse.h"
+#include "TestOcsp.h"
+#include "TestPki.h"
+#include "X509Certificate.h"
+#include "X509ChainPolicy.h"
+#include "X509Crl.h"
+#include "X509Store.h"
+
+using namespace TesseraLib;
+using namespace tessera_test;
+using QorOcsp2Lib::OcspResponse;
+
+namespace {
+
+// What an action threw: code 0 when nothing; the pointers only for an
+// X509CertificateValidationException.
+struct Outcome {
+    int code = 0;
+    std::string message;
+    bool validation = false;
+    const X509Certificate* cert = nullptr;
+    const X509Crl* crl = nullptr;
+    const OcspResponse* ocsp = nullptr;
+};
+
+std::string Narrow(const qorstd::QorStringW& text) {
+    const std::wstring wide(text.c_str());
+    return std::string(wide.begin(), wide.end());
+}
+
+Outcome Catch(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const X509CertificateValidationException& e) {
+        return {e.GetErrorCode(), Narrow(e.GetErrorMessage()), true, e.GetCertificate(),
+                e.GetCrl(),       e.GetOcspResponse()};
+    } catch (const CryptException& e) {
+        return {e.GetErrorCode(), Narrow(e.GetErrorMessage())};
+    }
+    return {};
+}
+
+// The clients are only pointed to, never called: any distinct addresses do.
+char g_clientTags[2];
+X509CrlClient* const kCrlClient = reinterpret_cast<X509CrlClient*>(&g_clientTags[0]);
+X509OcspClient* const kOcspClient = reinterpret_cast<X509OcspClient*>(&g_clientTags[1]);
+
+CertSpec Profile(const char* commonName, long serial, bool ca = false) {
+    CertSpec profile;
+    profile.commonName = commonName;
+    profile.serial = serial;
+    if (ca) {
+        profile.extensions = CaExtensions();
+    }
+    return profile;
+}
+
+void DummyCrlVerdict(const X509Certificate*, const X509Crl&, std::int64_t, const CautionPeriod&) {}
+void DummyOcspVerdict(const X509Certificate*, const OcspResponse&, std::int64_t,
+                      const CautionPeriod&) {}
+
+void ExpectDefaults(const X509ChainPolicy& p, const char* when) {
+    EXPECT_EQ(p.GetRevocationOption(), X509ChainPolicy::revOptionChain) << when;
+    EXPECT_EQ(p.GetRevocationMode(), X509ChainPolicy::revCrl) << when;
+    EXPECT_EQ(p.GetChainBuildMode(), 5) << when << ": clients + supplied data";
+    EXPECT_EQ(p.GetPurpose(), X509_PURPOSE_SMIME_SIGN) << when;
+    EXPECT_EQ(p.GetMaxPathLen(), -1) << when;
+    EXPECT_EQ(p.GetMaxOcspFreshness(), -1L) << when;
+    EXPECT_EQ(p.GetCheckRevocationThisUpdate() | p.GetForceGetCrlAfterTimeUsage() |
+                  p.GetPreferCrl() | p.GetCheckPolicy() | p.GetRequireExplicitPolicy() |
+                  p.GetInhibitPolicyMapping() | p.GetInhibitAnyPolicy(),
+              0)
+        << when << ": every switch off";
+    EXPECT_TRUE(p.GetTrustStore() == nullptr && p.GetExtraStore() == nullptr &&
+                p.GetCrlClient() == nullptr && p.GetOcspClient() == nullptr)
+        << when << ": no store, no client";
+    EXPECT_TRUE(p.GetDefaultCautionPeriod().IsZero()) << when;
+    EXPECT_EQ(p.GetCautionPeriods().GetSize() + p.GetAcceptablePolicies().GetSize(), 0u)
+        << when << ": no caution periods, no acceptable policies";
+    EXPECT_TRUE(p.GetVerifyCertCrlCallback() == nullptr &&
+                p.GetVerifyCertOcspResponseCallback() == nullptr)
+        << when << ": the library's own verdicts";
+}
+
+TEST(X509ChainPolicySettings, DefaultsAfterConstructionResetAndCopies) {
+    X509ChainPolicy policy;
+    ExpectDefaults(policy, "constructed");
+
+    X509MemoryStore trust, extra;
+    policy.SetRevocationOption(X509ChainPolicy::revOptionWholeChain);
+    policy.SetRevocationMode(X509ChainPolicy::revOcspOrCrl);
+    policy.SetChainBuildMode(X509ChainPolicy::cptChainBuildStores);
+    policy.SetCheckRevocationThisUpdate(1);
+    policy.SetForceGetCrlAfterTimeUsage(1);
+    policy.SetPreferCrl(1);
+    policy.SetTrustStore(&trust);
+    policy.SetExtraStore(&extra);
+    policy.SetCrlClient(kCrlClient);
+    policy.SetOcspClient(kOcspClient);
+    policy.SetDefaultCautionPeriod(CautionPeriod(1, 0, 0, 0));
+    policy.SetCautionPeriod("00ff", CautionPeriod(0, 1, 0, 0));
+    policy.SetPurpose(0);
+    qorstd::QorVector<qorstd::QorString> oids;
+    oids.Add("1.2.3.4");
+    policy.SetAcceptablePolicies(oids);
+    policy.SetMaxPathLen(3);
+    policy.SetMaxOcspFreshness(3600);
+    policy.SetCheckPolicy(1);
+    policy.SetRequireExplicitPolicy(1);
+    policy.SetInhibitPolicyMapping(1);
+    policy.SetInhibitAnyPolicy(1);
+    policy.SetVerifyCertCrlCallback(DummyCrlVerdict);
+    policy.SetVerifyCertOcspResponseCallback(DummyOcspVerdict);
+
+    X509ChainPolicy copy(policy);
+    X509ChainPolicy assigned;
+    assigned = policy;
+    policy.Reset();
+    ExpectDefaults(policy, "after Reset");
+
+    for (const X509ChainPolicy* p : {&copy, &assigned}) {
+        EXPECT_TRUE(p->GetTrustStore() == &trust && p->GetExtraStore() == &extra)
+            << "copies point to the same stores and keep them after the original's Reset";
+        EXPECT_TRUE(p->GetCrlClient() == kCrlClient && p->GetOcspClient() == kOcspClient)
+            << "copies share the clients";
+        EXPECT_EQ(p->GetVerifyCertOcspResponseCallback(), &DummyOcspVerdict) << "verdict copied";
+        EXPECT_EQ(p->GetCautionPeriod("00ff").ToTimestamp(), 3600u) << "own caution periods";
+        ASSERT_EQ(p->GetAcceptablePolicies().GetSize(), 1u) << "own list of policies";
+        EXPECT_STREQ(p->GetAcceptablePolicies()[0].c_str(), "1.2.3.4") << "policy OID copied";
+    }
+}
+
+TEST(X509ChainPolicySettings, PurposeTakesOnlyZeroToNine) {
+    X509ChainPolicy policy;
+    for (int purpose = 0; purpose <= 9; ++purpose) {
+        policy.SetPurpose(purpose);
+        EXPECT_EQ(policy.GetPurpose(), purpose) << "purpose " << purpose << " is stored";
+    }
+    for (int purpose : {10, -1, INT_MIN, INT_MAX}) {
+        policy.SetPurpose(purpose);
+        EXPECT_EQ(policy.GetPurpose(), 9) << "purpose " << purpose << " is ignored without error";
+    }
+}
+
+TEST(CautionPeriods, ArithmeticAndZero) {
+    const CautionPeriod period(1, 2, 3, 4);
+    EXPECT_TRUE(period.m_days == 1 && period.m_seconds == 4) << "days first in the constructor";
+    EXPECT_EQ(period.ToTimestamp(), 93784u) << "1 d 2 h 3 min 4 s in seconds";
+    EXPECT_EQ(CautionPeriod(50000, 0, 0, 0).ToTimestamp(), 25032704u)
+        << "50000 days wrap around 2^32 seconds";
+    EXPECT_FALSE(CautionPeriod(0, 0, 0, 1).IsZero()) << "one second is not zero";
+    CautionPeriod reset(1, 0, 0, 0);
+    reset.Reset();
+    EXPECT_TRUE(reset.IsZero()) << "Reset zeroes every unit";
+}
+
+TEST(CautionPeriods, PerCertificateLookup) {
+    const X509Certificate cert(IssueCertificate(Profile("Caution Leaf", 1), nullptr).cert.get());
+    const std::string key = cert.GetSHA1HashHex().c_str();
+    std::string upper = key;
+    for (char& c : upper) {
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    X509ChainPolicy policy;
+    policy.SetDefaultCautionPeriod(CautionPeriod(0, 0, 5, 0));
+    policy.SetCautionPeriod(upper.c_str(), CautionPeriod(0, 0, 0, 10));
+    EXPECT_EQ(policy.GetCautionPeriod(key.c_str()).ToTimestamp(), 300u)
+        << "an upper-case entry does not answer the lower-case SHA-1 hex: default";
+
+    policy.SetCautionPeriod(key.c_str(), CautionPeriod(0, 1, 0, 0));
+    policy.SetCautionPeriod(key.c_str(), CautionPeriod(2, 0, 0, 0));
+    EXPECT_EQ(policy.GetCautionPeriods().GetSize(), 2u)
+        << "one entry per distinct text: the repeated call adds none";
+    EXPECT_EQ(policy.GetCautionPeriod(key.c_str()).ToTimestamp(), 3600u)
+        << "the first period set for the certificate wins";
+    EXPECT_EQ(policy.GetCautionPeriod(upper.c_str()).ToTimestamp(), 10u)
+        << "the upper-case text keeps its own entry";
+    EXPECT_EQ(policy.GetCautionPeriod("0000").ToTimestamp(), 300u)
+        << "an unknown certificate gets the default period";
+}
+
+//   Root CA ──┬── leaf #2: revoked 01.06.2024 12:00 (keyCompromise) on the CRL
+//             ├── leaf #3: not listed
+//             └── OCSP responder
+// The CRL and every OCSP answer expire on 02.01.2024, long before the times
+// checked, and a caution period of a year is passed: the verdicts ignore both.
+class RevocationVerdicts : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        root = new Issued(IssueCertificate(Profile("Verdict Root", 1, true), nullptr));
+        responder = new Issued(IssueCertificate(Profile("Verdict OCSP", 9), root));
+        revokedLeaf = new Issued(IssueCertificate(Profile("Revoked Leaf", 2), root));
+        goodLeaf = new Issued(IssueCertificate(Profile("Good Leaf", 3), root));
+    }
+    static void TearDownTestSuite() {
+        for (Issued* issued : {root, responder, revokedLeaf, goodLeaf}) {
+            delete issued;
+        }
+    }
+
+    static X509Crl RootCrl() {
+        CrlSpec profile;
+        profile.thisUpdate = UtcTime(2024, 1, 1);
+        profile.nextUpdate = UtcTime(2024, 1, 2);
+        profile.revoked = {{2, kRevoked, CRL_REASON_KEY_COMPROMISE}};
+        const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, *root).get());
+        return X509Crl(der.data(), static_cast<long>(der.size()));
+    }
+
+    // One answer per (leaf, status, reason); a revoked answer dates kRevoked.
+    static OcspResponse Response(const std::vector<std::tuple<Issued*, int, int>>& answers) {
+        OcspResponseSpec profile;
+        profile.signer = responder;
+        profile.issuer = root->cert.get();
+        profile.producedAt = UtcTime(2024, 1, 1);
+        for (const auto& [leaf, status, reason] : answers) {
+            const std::int64_t revoked = status == V_OCSP_CERTSTATUS_REVOKED ? kRevoked : 0;
+            profile.answers.push_back({leaf->cert.get(), status, reason, revoked,
+                                       UtcTime(2024, 1, 1), UtcTime(2024, 1, 2)});
+        }
+        const std::vector<unsigned char> der = MakeOcspResponse(profile);
+        OcspResponse response;
+        response.Decode(der.data(), static_cast<unsigned long>(der.size()));
+        return response;
+    }
+
+    Outcome Crl(const X509Certificate* cert, const X509Crl& crl, std::int64_t time) const {
+        return Catch([&] { CertificateValidationCrlCallback(cert, crl, time, kYear); });
+    }
+    Outcome Ocsp(const X509Certificate* cert, const OcspResponse& r, std::int64_t time) const {
+        return Catch([&] { CertificateValidationOcspCallback(cert, r, time, kYear); });
+    }
+
+    static inline const std::int64_t kRevoked = UtcTime(2024, 6, 1, 12);
+    static inline const CautionPeriod kYear{365, 0, 0, 0};
+    static inline Issued* root = nullptr;
+    static inline Issued* responder = nullptr;
+    static inline Issued* revokedLeaf = nullptr;
+    static inline Issued* goodLeaf = nullptr;
+};
+
+TEST_F(RevocationVerdicts, Crl) {
+    const X509Certificate revoked(revokedLeaf->cert.get()), good(goodLeaf->cert.get());
+    const X509Crl crl = RootCrl();
+    for (std::int64_t time : {kRevoked, kRevoked + 1}) {
+        const Outcome o = Crl(&revoked, crl, time);
+        EXPECT_TRUE(o.validation && o.code == ErrCertRevoked && o.message.empty())
+            << "revoked at or before the time: validation exception 149 without message";
+        EXPECT_TRUE(o.cert == &revoked && o.crl == &crl && o.ocsp == nullptr)
+            << "it points to the certificate and the deciding CRL, to no OCSP response";
+    }
+    EXPECT_EQ(Crl(&revoked, crl, kRevoked - 1).code, 0) << "revoked one second later passes";
+    EXPECT_EQ(Crl(&good, crl, kRevoked).code, 0) << "unlisted passes, however old the CRL";
+    EXPECT_EQ(Crl(nullptr, crl, kRevoked).code, ErrInvalidParameter) << "null certificate";
+}
+
+TEST_F(RevocationVerdicts, Ocsp) {
+    const X509Certificate revoked(revokedLeaf->cert.get()), good(goodLeaf->cert.get());
+    const OcspResponse goodAnswer = Response({{goodLeaf, V_OCSP_CERTSTATUS_GOOD, -1}});
+    EXPECT_EQ(Ocsp(&good, goodAnswer, kRevoked).code, 0) << "good passes, however old";
+
+    const int keyCompromise = OCSP_REVOKED_STATUS_KEYCOMPROMISE;
+    const OcspResponse revokedAnswer =
+        Response({{revokedLeaf, V_OCSP_CERTSTATUS_REVOKED, keyCompromise}});
+    EXPECT_EQ(Ocsp(&revoked, revokedAnswer, kRevoked - 1).code, 0) << "revoked later passes";
+    for (std::int64_t time : {kRevoked, kRevoked + 1}) {
+        const Outcome o = Ocsp(&revoked, revokedAnswer, time);
+        EXPECT_TRUE(o.validation && o.code == ErrCertRevoked && o.message.empty())
+            << "revoked at or before the time: validation exception 149 without message";
+        EXPECT_TRUE(o.cert == &revoked && o.crl == nullptr && o.ocsp == &revokedAnswer)
+            << "it points to the certificate and the deciding response, to no CRL";
+    }
+
+    const int hold = OCSP_REVOKED_STATUS_CERTIFICATEHOLD;
+    const OcspResponse onHold = Response({{revokedLeaf, V_OCSP_CERTSTATUS_REVOKED, hold}});
+    const Outcome held = Ocsp(&revoked, onHold, kRevoked);
+    ASSERT_TRUE(held.validation && held.code == ErrCertRevoked && held.ocsp == &onHold)
+        << "on hold counts as revoked and carries its response";
+    EXPECT_EQ(held.ocsp->GetSingleResponses()[0].GetRevocationReason(), hold)
+        << "the catcher can read certificateHold from the carried response";
+
+    const OcspResponse unknown = Response({{goodLeaf, V_OCSP_CERTSTATUS_UNKNOWN, -1}});
+    const Outcome u = Ocsp(&good, unknown, kRevoked);
+    EXPECT_TRUE(u.validation && u.code == ErrRevocationUnknown && u.message.empty())
+        << "unknown: validation exception 147 without message";
+    EXPECT_TRUE(u.cert == &good && u.crl == nullptr && u.ocsp == &unknown)
+        << "it points to the certificate and the deciding response";
+}
+
+TEST_F(RevocationVerdicts, OcspNeedsExactlyOneSingleResponse) {
+    const X509Certificate cert(goodLeaf->cert.get());
+    const Outcome two = Ocsp(&cert,
+                             Response({{goodLeaf, V_OCSP_CERTSTATUS_GOOD, -1},
+                                       {revokedLeaf, V_OCSP_CERTSTATUS_GOOD, -1}}),
+                             kRevoked);
+    EXPECT_TRUE(!two.validation && two.code == ErrInternal &&
+                two.message == "ocsp.GetSingleResponses().GetSize()>1")
+        << "two single responses: plain 101, got " << two.code << " " << two.message;
+    const Outcome none = Ocsp(&cert, Response({}), kRevoked);
+    EXPECT_TRUE(!none.validation && none.code == ErrInvalidParameter &&
+                none.message == "ocsp.GetSingleResponses() is empty")
+        << "no single response: plain 102, got " << none.code << " " << none.message;
+}
+
+class TrustListPolicy : public ::testing::Test {
+protected:
+    void SetUp() override {
+        policy.SetTrustStoreSig(&trustSig);
+        policy.SetExtraStoreSig(&extraSig);
+        policy.SetTrustStoreTS(&trustTS);
+        policy.SetExtraStoreTS(&extraTS);
+        policy.SetTSUStore(&tsu);
+    }
+
+    X509MemoryStore trustSig, extraSig, trustTS, extraTS, tsu;
+    X509ChainPolicyTL policy;
+    X509ChainPolicy& base = policy;  // path building sees only the base
+};
+
+TEST_F(TrustListPolicy, PurposeChoosesTheStores) {
+    EXPECT_TRUE(base.GetTrustStore() == &trustSig && base.GetExtraStore() == &extraSig)
+        << "default purpose: the signature stores";
+    policy.SetPurpose(X509_PURPOSE_TIMESTAMP_SIGN);
+    EXPECT_TRUE(base.GetTrustStore() == &trustTS && base.GetExtraStore() == &extraTS)
+        << "time-stamp purpose: the time-stamp stores, though signature stores are set";
+    policy.SetTrustStoreTS(nullptr);
+    EXPECT_EQ(base.GetTrustStore(), nullptr) << "no fallback to the signature trust store";
+    policy.SetPurpose(0);
+    EXPECT_EQ(base.GetTrustStore(), &trustSig) << "purpose 0: the signature trust store";
+}
+
+TEST_F(TrustListPolicy, RefusesTheUndividedStoreSetters) {
+    for (X509Store* store : {static_cast<X509Store*>(&trustTS), static_cast<X509Store*>(nullptr)}) {
+        const Outcome trust = Catch([&] { base.SetTrustStore(store); });
+        EXPECT_EQ(trust.code, ErrInvalidParameter) << "SetTrustStore refused whatever the store";
+        EXPECT_EQ(trust.message,
+                  "X509ChainPolicyTL::SetTrustStore() wrong usage. Use "
+                  "X509ChainPolicyTL::SetTrustStoreSig() or X509ChainPolicyTL::SetTrustStoreTS() "
+                  "instead.")
+            << "the message names the setters to use";
+        const Outcome extra = Catch([&] { base.SetExtraStore(store); });
+        EXPECT_EQ(extra.code, ErrInvalidParameter) << "SetExtraStore refused whatever the store";
+        EXPECT_EQ(extra.message,
+                  "X509ChainPolicyTL::SetExtraStore() wrong usage. Use "
+                  "X509ChainPolicyTL::SetExtraStoreSig() or X509ChainPolicyTL::SetExtraStoreTS() "
+                  "instead.")
+            << "the message names the setters to use";
+    }
+    EXPECT_TRUE(policy.GetTrustStoreSig() == &trustSig && policy.GetExtraStoreSig() == &extraSig)
+        << "refused calls change no store";
+}
+
+TEST_F(TrustListPolicy, ResetAndCopiesCoverTheTimeStampStores) {
+    policy.SetPurpose(X509_PURPOSE_TIMESTAMP_SIGN);
+    X509ChainPolicyTL copy(policy);
+    X509ChainPolicyTL assigned;
+    assigned = policy;
+    base.Reset();  // as a chain resets the policy it points to
+    ExpectDefaults(policy, "after Reset through the base");
+    EXPECT_TRUE(policy.GetTrustStoreTS() == nullptr && policy.GetExtraStoreTS() == nullptr &&
+                policy.GetTSUStore() == nullptr)
+        << "Reset drops the time-stamp and TSU stores";
+    for (const X509ChainPolicyTL* p : {&copy, &assigned}) {
+        EXPECT_TRUE(p->GetTrustStore() == &trustTS && p->GetExtraStoreTS() == &extraTS &&
+                    p->GetTSUStore() == &tsu && p->GetTrustStoreSig() == &trustSig)
+            << "copies keep purpose and all stores after the original's Reset";
+    }
+    const X509ChainPolicyTL fresh;
+    ExpectDefaults(fresh, "constructed TL");
+    EXPECT_TRUE(fresh.GetTrustStoreTS() == nullptr && fresh.GetTSUStore() == nullptr)
+        << "no time-stamp or TSU store at first";
+}
+
+}  // namespace

@@ -1,0 +1,188 @@
+// The CRL-service client against the loopback "crlservice" fixture.
+//
+//   "Service CA" ──issues──> leaf
+//        └── CRLs in the service folder, thisUpdate 2024-03-01 and 2024-05-01
+//   "Unserved CA" ── has no CRL at the service
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "CryptUtils.h"
+#include "QorGetOneCrl.h"
+#include "RecordingLog.h"
+#include "Tessera.h"
+#include "TestPki.h"
+#include "TestServers.h"
+#include "X509Certificate.h"
+#include "X509CrlClient.h"
+
+namespace {
+
+using namespace TesseraLib;
+using tessera_test::Level;
+using tessera_test::RecordingLog;
+using tessera_test::UtcTime;
+
+struct Pki {
+    tessera_test::Issued ca;
+    X509Certificate caCert;
+    X509Certificate leaf;
+};
+
+const Pki& PkiOf(const std::string& caName) {
+    static std::map<std::string, Pki> pkis;
+    auto found = pkis.find(caName);
+    if (found == pkis.end()) {
+        tessera_test::CertSpec profile;
+        profile.commonName = caName;
+        profile.extensions = tessera_test::CaExtensions();
+        tessera_test::Issued ca = tessera_test::IssueCertificate(profile, nullptr);
+        tessera_test::CertSpec leafSpec;
+        leafSpec.commonName = caName + " Leaf";
+        const tessera_test::Issued leaf = tessera_test::IssueCertificate(leafSpec, &ca);
+        X509Certificate caCert(ca.cert.get());
+        X509Certificate leafCert(leaf.cert.get());
+        found = pkis.emplace(caName, Pki{std::move(ca), caCert, leafCert}).first;
+    }
+    return found->second;
+}
+
+// The service's file name prefix: Base64url of the subject DER, no padding.
+std::string IssuerKey(const X509Certificate& ca) {
+    qorstd::QorString base64;
+    CryptUtils::Base64Encode(ca.GetSubject(), base64, CryptUtils::cptLineBreakNone);
+    std::string key;
+    for (const char* c = base64.c_str(); *c != '\0'; ++c) {
+        key += *c == '+' ? '-' : *c == '/' ? '_' : *c;
+    }
+    return key.substr(0, key.find('='));
+}
+
+void Publish(const Pki& pki, std::int64_t thisUpdate) {
+    tessera_test::CrlSpec profile;
+    profile.thisUpdate = thisUpdate;
+    profile.nextUpdate = thisUpdate + 86400;
+    const std::vector<unsigned char> der =
+        tessera_test::CrlToDer(tessera_test::IssueCrl(profile, pki.ca).get());
+    tessera_test::WriteTextFile(tessera_test::ServerDir("crlservice") + "/root/" +
+                                    IssuerKey(pki.caCert) + "." + std::to_string(thisUpdate) +
+                                    ".der",
+                                std::string(der.begin(), der.end()));
+}
+
+bool Logged(Level level, const std::wstring& fragment) {
+    for (const auto& line : RecordingLog::Instance().LinesOf(L"Tessera.X509GetOneCrlClient")) {
+        if (line.level == level && line.text.find(fragment) != std::wstring::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+class GetOneCrlClientTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const std::string url = tessera_test::ServerFile("crlservice", "url");
+        ASSERT_FALSE(url.empty()) << "the crlservice fixture must be running";
+        RecordingLog::Instance().Reset();
+        const LoggingCallbacks table = RecordingLog::Instance().Table();
+        ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
+        service.SetUrl(std::wstring(url.begin(), url.end()).c_str());
+        Publish(PkiOf("Service CA"), UtcTime(2024, 3, 1));
+        Publish(PkiOf("Service CA"), UtcTime(2024, 5, 1));
+    }
+    void TearDown() override { Tessera_InitializeLogging(nullptr, false); }
+
+    // A client whose only entry names `ca` by its SHA-1 written in upper case.
+    X509GetOneCrlClient ClientFor(const X509Certificate& ca) {
+        std::string key = ca.GetSHA1HashHex().c_str();
+        for (char& c : key) {
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        }
+        X509GetOneCrlParameters entry;
+        entry.SetIssuer(key.c_str());
+        entry.SetCrlClient(&service);
+        qorstd::QorVector<X509GetOneCrlParameters> parameters;
+        parameters.Add(entry);
+        X509GetOneCrlClient client;
+        client.SetCrlParameters(parameters);
+        return client;
+    }
+
+    QorGetOneCrlLib::CrlClient service;
+};
+
+TEST_F(GetOneCrlClientTest, ServiceDeliversTheNewestCrlOrOneIssuedAfterTheTime) {
+    const Pki& pki = PkiOf("Service CA");
+    X509GetOneCrlClient client = ClientFor(pki.caCert);
+    X509Crl* newest = client.GetCrlAfterTime(pki.leaf, 0, &pki.caCert);
+    ASSERT_NE(newest, nullptr) << "upper-case key matches the lower-case SHA-1; CRL found";
+    EXPECT_EQ(newest->GetThisUpdate(), UtcTime(2024, 5, 1)) << "without time: the newest CRL";
+    EXPECT_EQ(service.GetRequestTime(), 0) << "time 0 is not written to the service client";
+
+    X509Crl* after = client.GetCrlAfterTime(pki.leaf, UtcTime(2024, 2, 1), &pki.caCert);
+    ASSERT_NE(after, nullptr) << "a CRL issued after 2024-02-01 exists";
+    EXPECT_EQ(service.GetRequestTime(), UtcTime(2024, 2, 1)) << "the time reaches the service";
+
+    EXPECT_EQ(client.GetCrlAfterTime(pki.leaf, UtcTime(2024, 6, 1), &pki.caCert), nullptr)
+        << "no CRL issued after 2024-06-01";
+    EXPECT_TRUE(Logged(Level::Warning,
+                       L"GetCrlAfterTime: Bad CRL response (Error code=1, Message=CRL not found)"))
+        << "not found is a Warning with the service's code and message";
+    EXPECT_EQ(client.GetCrl(pki.leaf), nullptr) << "GetCrl is not served";
+    EXPECT_TRUE(Logged(Level::Warning, L"GetCrl: Cannot get CRL, not implemented"))
+        << "and says so";
+}
+
+TEST_F(GetOneCrlClientTest, MissingIssuerParametersOrServiceFailuresGiveNull) {
+    const Pki& pki = PkiOf("Service CA");
+    const Pki& unserved = PkiOf("Unserved CA");
+    X509GetOneCrlClient client = ClientFor(pki.caCert);
+    EXPECT_EQ(client.GetCrlAfterTime(pki.leaf, 0, nullptr), nullptr) << "no issuer: null";
+    EXPECT_TRUE(Logged(Level::Warning, L"GetCrlAfterTime: issuerCert is null")) << "Warning";
+    EXPECT_EQ(client.GetCrlAfterTime(unserved.leaf, 0, &unserved.caCert), nullptr)
+        << "an issuer without parameters entry";
+    EXPECT_TRUE(Logged(Level::Warning, L"GetCrlAfterTime: GetOneCrl parameters not set."))
+        << "Warning names the missing parameters";
+
+    service.SetUrl(L"http://127.0.0.1:1/crl");
+    EXPECT_EQ(client.GetCrlAfterTime(pki.leaf, 0, &pki.caCert), nullptr) << "refused connection";
+    EXPECT_TRUE(Logged(Level::Error, L"QORGETONECRL_NAMESPACE::CrlException caught (Error code=3"))
+        << "the service library's exception is logged at Error and absorbed";
+
+    const std::string url = tessera_test::ServerFile("crlservice", "url") + "?time=bad";
+    service.SetUrl(std::wstring(url.begin(), url.end()).c_str());
+    EXPECT_EQ(client.GetCrlAfterTime(pki.leaf, 0, &pki.caCert), nullptr) << "HTTP 400 answer";
+    EXPECT_TRUE(Logged(Level::Error, L"CrlException caught (Error code=6"))
+        << "a status other than 200 and 404 is an HTTP status failure";
+}
+
+TEST(GetOneCrlLibraryTest, RequestCarriesTheIssuerInUrlAlphabetAndTheTime) {
+    QorGetOneCrlLib::CrlClient client;
+    client.SetIssuer("ab+/cd==");
+    EXPECT_TRUE(client.GetRequestUrl().empty()) << "no URL: no request";
+    client.SetUrl(L"http://127.0.0.1:9/crl");
+    EXPECT_STREQ(client.GetRequestUrl().c_str(), "http://127.0.0.1:9/crl?issuer=ab-_cd")
+        << "Base64 becomes Base64url without padding";
+    client.SetRequestTime(1717200000);
+    client.SetUrl(L"http://127.0.0.1:9/crl?x=1");
+    EXPECT_STREQ(client.GetRequestUrl().c_str(),
+                 "http://127.0.0.1:9/crl?x=1&issuer=ab-_cd&time=1717200000")
+        << "an existing query is extended; the time is appended";
+    QorGetOneCrlLib::CrlResponse response;
+    client.SetIssuer("");
+    try {
+        client.SendRequest(response);
+        ADD_FAILURE() << "a request without issuer must throw";
+    } catch (const QorGetOneCrlLib::CrlException& e) {
+        EXPECT_EQ(e.GetErrorCode(), QorGetOneCrlLib::CrlException::crlErrInvalidParameter)
+            << "missing issuer → code 2";
+    }
+    const unsigned char notCrl[] = {0x30, 0x03, 0x02, 0x01, 0x00};
+    EXPECT_THROW(QorGetOneCrlLib::Crl(notCrl, sizeof(notCrl)), QorGetOneCrlLib::CrlException)
+        << "bytes that are no CRL are refused";
+}
+
+}  // namespace

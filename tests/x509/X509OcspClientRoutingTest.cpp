@@ -1,0 +1,174 @@
+// X509OcspClientMap and X509OcspClientStack over fake clients that record
+// what reaches them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <vector>
+
+#include "RecordingLog.h"
+#include "Tessera.h"
+#include "TestPki.h"
+
+using namespace TesseraLib;
+using namespace tessera_test;
+using QorOcsp2Lib::OcspException;
+using QorOcsp2Lib::OcspResponse;
+
+namespace {
+
+class FakeClient : public X509OcspClient {
+public:
+    explicit FakeClient(OcspResponse* answer = nullptr) : answer(answer) {}
+    OcspResponse* GetOcspResponse(const X509Certificate&, const X509Certificate&) override {
+        ++calls;
+        if (fails) {
+            OcspException::Throw(OcspException::ocspErrConnect, L"responder down");
+        }
+        return answer;
+    }
+    OcspResponse* GetOcspResponseAfterTime(const X509Certificate& cert,
+                                           const X509Certificate& issuer,
+                                           const std::int64_t& after) override {
+        time = after;
+        return GetOcspResponse(cert, issuer);
+    }
+    OcspResponse* answer;
+    bool fails = false;
+    int calls = 0;
+    std::int64_t time = -1;
+};
+
+std::string Upper(const qorstd::QorString& text) {
+    std::string out = text.c_str();
+    std::transform(out.begin(), out.end(), out.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    return out;
+}
+
+// A CA, its renewal (same subject, new key) and an end entity of the CA.
+class OcspRouting : public ::testing::Test {
+protected:
+    void SetUp() override {
+        CertSpec certProfile;
+        certProfile.commonName = "Routing CA";
+        certProfile.extensions = CaExtensions();
+        const Issued caIssued = IssueCertificate(certProfile, nullptr);
+        renewed = X509Certificate(IssueCertificate(certProfile, nullptr).cert.get());
+        certProfile.commonName = "Routed Signer";
+        ee = X509Certificate(IssueCertificate(certProfile, &caIssued).cert.get());
+        ca = X509Certificate(caIssued.cert.get());
+    }
+    X509Certificate ca, renewed, ee;
+    OcspResponse responseA, responseB;
+    FakeClient a{&responseA}, b{&responseB};
+};
+
+}  // namespace
+
+TEST_F(OcspRouting, MapRoutesByIssuerKeyWithoutRegardToCase) {
+    X509OcspClientMap byName;
+    const qorstd::QorString nameKey = ca.GetSubjectName().GetSHA1HashHex();
+    ASSERT_NE(Upper(nameKey), nameKey.c_str()) << "the key has letters, so case matters";
+    byName.AddOcspClientForIssuer(Upper(nameKey).c_str(), &a);
+    byName.SetDefaultClient(&b);
+    EXPECT_EQ(byName.GetOcspResponse(ee, ca), &responseA) << "by name hash (the default method)";
+    EXPECT_EQ(byName.GetOcspResponse(ee, renewed), &responseA)
+        << "a renewed CA with the same subject name finds the same client";
+
+    X509OcspClientMap byCert;
+    byCert.SetIssuerIdentificationMethod(X509OcspClientMap::idByIssuerCertificateHash);
+    byCert.AddOcspClientForIssuer(Upper(ca.GetSHA1HashHex()).c_str(), &a);
+    byCert.SetDefaultClient(&b);
+    EXPECT_EQ(byCert.GetOcspResponseAfterTime(ee, ca, 1234), &responseA) << "by certificate hash";
+    EXPECT_EQ(a.time, 1234) << "the time is passed on";
+    EXPECT_EQ(byCert.GetOcspResponse(ee, renewed), &responseB)
+        << "the renewed CA certificate goes to the default client";
+
+    FakeClient c(&responseB);
+    byCert.AddOcspClientForIssuer(ca.GetSHA1HashHex(), &c);
+    EXPECT_EQ(byCert.GetOcspResponse(ee, ca), &responseB) << "a key equal but for case replaces";
+    EXPECT_EQ(a.calls, 3) << "the replaced client is not asked again";
+}
+
+TEST_F(OcspRouting, MapWithoutMatchOrDefaultWarnsAndAnswersNull) {
+    RecordingLog& log = RecordingLog::Instance();
+    log.Reset();
+    const LoggingCallbacks table = log.Table();
+    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
+    {
+        X509OcspClientMap map;
+        map.AddOcspClientForIssuer(ca.GetSubjectName().GetSHA1HashHex(), &a);
+        EXPECT_EQ(map.GetOcspResponse(ca, ee), nullptr) << "no client for this issuer";
+    }
+    Tessera_InitializeLogging(nullptr, false);
+    const std::vector<LogLine> lines = log.LinesOf(L"Tessera.X509OcspClientMap");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].level, Level::Warning);
+    EXPECT_EQ(lines[0].text, L"OCSP client not found");
+}
+
+TEST_F(OcspRouting, TrustStoreReachesRoutedAndStackedClients) {
+    X509MemoryStore store;
+    X509OcspClientMap map;
+    map.AddOcspClientForIssuer("00", &a);
+    map.SetDefaultClient(&b);
+    map.SetTrustStore(&store);
+    EXPECT_TRUE(a.GetTrustStore() == &store && b.GetTrustStore() == &store)
+        << "the map hands the store to its routed and default clients";
+    EXPECT_EQ(map.GetTrustStore(), nullptr)
+        << "the map keeps none, so the revocation search goes on lending its own";
+
+    X509OcspClientStack stack;
+    stack.AddClient(&a);
+    stack.AddClient(&b);
+    stack.SetTrustStore(nullptr);
+    EXPECT_TRUE(a.GetTrustStore() == nullptr && b.GetTrustStore() == nullptr)
+        << "the stack hands the store to every client";
+    stack.SetTrustStore(&store);
+    EXPECT_EQ(stack.GetTrustStore(), &store) << "the stack keeps the store too";
+}
+
+TEST_F(OcspRouting, StackTakesTheFirstResponseAndLetsExceptionsThrough) {
+    FakeClient empty;
+    X509OcspClientStack stack;
+    stack.AddClient(&empty);
+    stack.AddClient(&a);
+    stack.AddClient(&b);
+    EXPECT_EQ(stack.GetOcspResponse(ee, ca), &responseA) << "the first response wins";
+    EXPECT_EQ(stack.GetOcspResponseAfterTime(ee, ca, 99), &responseA);
+    EXPECT_EQ(empty.time, 99) << "the time is passed on";
+    EXPECT_EQ(b.calls, 0) << "clients after the answer are not asked";
+    empty.fails = true;
+    try {
+        stack.GetOcspResponse(ee, ca);
+        ADD_FAILURE() << "a stacked client's exception propagates";
+    } catch (const OcspException& e) {
+        EXPECT_EQ(e.GetErrorCode(), OcspException::ocspErrConnect);
+    }
+    EXPECT_EQ(a.calls, 2) << "no client is asked after an exception";
+}
+
+TEST_F(OcspRouting, MapAndStackRefuseCertificatesWithoutHandle) {
+    X509OcspClientMap map;
+    map.SetDefaultClient(&a);
+    X509OcspClientStack stack;
+    stack.AddClient(&a);
+    for (X509OcspClient* client : std::vector<X509OcspClient*>{&map, &stack}) {
+        try {
+            client->GetOcspResponse(X509Certificate(), ca);
+            ADD_FAILURE() << "an empty certificate is refused";
+        } catch (const CryptException& e) {
+            EXPECT_EQ(e.GetErrorCode(), ErrInvalidParameter);
+            EXPECT_STREQ(e.GetErrorMessage().c_str(), L"cert.GetX509()=NULL");
+        }
+        try {
+            client->GetOcspResponseAfterTime(ee, X509Certificate(), 0);
+            ADD_FAILURE() << "an empty issuer is refused";
+        } catch (const CryptException& e) {
+            EXPECT_STREQ(e.GetErrorMessage().c_str(), L"issuer.GetX509()=NULL");
+        }
+    }
+    EXPECT_EQ(a.calls, 0) << "nothing is forwarded for a refused request";
+}
