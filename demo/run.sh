@@ -41,12 +41,13 @@ testpki="$root/$build/tests/tessera_testpki"
 if "$root/tests/servers/tsa_start.sh" "$servers/tsa" "$testpki" >/dev/null 2>&1 &&
    "$root/tests/servers/ocsp_start.sh" "$servers/ocsp" "$testpki" >/dev/null 2>&1; then
     pki=$servers/ocsp/pki
+    step "A certificate of the test PKI, as the library reads it" "tessera cert $pki/revoked.pem"
     step "An RFC 3161 time-stamp from a loopback TSA" \
          "tessera timestamp --url $(cat "$servers/tsa/url") --out document.tsr document.txt"
     step "OpenSSL verifies that token" \
          "openssl ts -verify -token_in -in document.tsr -data document.txt -CAfile $servers/tsa/ca.pem -untrusted $servers/tsa/tsa.pem"
-    step "OCSP: a revoked certificate" \
-         "tessera ocsp --url $(cat "$servers/ocsp/url") --issuer $pki/ca.pem --cert $pki/revoked.pem"
+    step "OCSP: a revoked certificate, the responder found through the certificate's AIA" \
+         "tessera ocsp --client --issuer $pki/ca.pem --cert $pki/revoked.pem"
     step "OCSP: a responder nobody trusts is refused" \
          "tessera ocsp --url $(cat "$servers/ocsp/untrusted-url") --issuer $pki/ca.pem --cert $pki/good.pem"
 else
