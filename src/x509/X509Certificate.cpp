@@ -23,6 +23,7 @@
 #include "QorAsn1Time.h"
 #include "QorTextConv.h"
 #include "x509/QcAsn1.h"
+#include "x509/X509Bytes.h"
 #include "x509/X509NamePrint.h"
 
 namespace qorstd {
@@ -106,17 +107,6 @@ void AssignBytes(const ASN1_STRING* value, qorstd::QorArray<unsigned char>& out)
         out.Assign(ASN1_STRING_get0_data(value),
                    static_cast<unsigned int>(ASN1_STRING_length(value)));
     }
-}
-
-qorstd::QorString ToHex(const qorstd::QorArray<unsigned char>& bytes) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(static_cast<std::size_t>(bytes.GetSize()) * 2);
-    for (unsigned int i = 0; i < bytes.GetSize(); ++i) {
-        text.push_back(kDigits[bytes[i] >> 4]);
-        text.push_back(kDigits[bytes[i] & 0x0F]);
-    }
-    return qorstd::QorString(text.c_str());
 }
 
 // DER of a name; empty when it cannot be encoded.
@@ -692,27 +682,19 @@ qorstd::QorString X509Certificate::GetSerialNumberStringHex() const {
 }
 
 qorstd::QorString X509Certificate::GetSubjectKeyIdStringHex() const {
-    return ToHex(m_subjectKeyId);
+    return x509::LowerHex(m_subjectKeyId);
 }
 
 qorstd::QorString X509Certificate::GetAuthorityKeyIdStringHex() const {
-    return ToHex(m_authorityKeyId);
+    return x509::LowerHex(m_authorityKeyId);
 }
 
 qorstd::QorArray<unsigned char> X509Certificate::GetSHA1Hash() const {
-    qorstd::QorArray<unsigned char> digest;
-    const qorstd::QorArray<unsigned char> der = Export();
-    if (der.GetSize() == 0) {
-        return digest;
-    }
-    CryptHash hash(CryptHash::cptHashSHA1);
-    hash.Update(der);
-    hash.Finish(digest);
-    return digest;
+    return x509::Sha1(Export());
 }
 
 qorstd::QorString X509Certificate::GetSHA1HashHex() const {
-    return ToHex(GetSHA1Hash());
+    return x509::LowerHex(GetSHA1Hash());
 }
 
 qorstd::QorString X509Certificate::GetSignatureAlgorithmName() const {

@@ -13,6 +13,7 @@
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
 #include "X509Certificate.h"
+#include "x509/X509Bytes.h"
 #include "x509/X509NamePrint.h"
 
 namespace qorstd {
@@ -27,17 +28,6 @@ namespace {
 [[noreturn]] void Fail(int code, const wchar_t* message = L"") {
     ERR_clear_error();
     CryptException::Throw(code, message);
-}
-
-qorstd::QorString LowerHex(const qorstd::QorArray<unsigned char>& bytes) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    hex.reserve(bytes.GetSize() * 2);
-    for (unsigned i = 0; i < bytes.GetSize(); ++i) {
-        hex.push_back(kDigits[bytes.GetData()[i] >> 4]);
-        hex.push_back(kDigits[bytes.GetData()[i] & 0x0F]);
-    }
-    return qorstd::QorString(hex.c_str());
 }
 
 X509_CRL* DuplicateCrl(const X509_CRL* crl) {
@@ -280,23 +270,15 @@ qorstd::QorString X509Crl::GetHashAlgorithmName() const {
 }
 
 qorstd::QorArray<unsigned char> X509Crl::GetSHA1Hash() const {
-    qorstd::QorArray<unsigned char> digest;
-    const qorstd::QorArray<unsigned char> der = Export();
-    if (der.GetSize() == 0) {
-        return digest;
-    }
-    CryptHash hash(CryptHash::cptHashSHA1);
-    hash.Update(der);
-    hash.Finish(digest);
-    return digest;
+    return x509::Sha1(Export());
 }
 
 qorstd::QorString X509Crl::GetSHA1HashHex() const {
-    return LowerHex(GetSHA1Hash());
+    return x509::LowerHex(GetSHA1Hash());
 }
 
 qorstd::QorString X509Crl::GetAuthorityKeyIdStringHex() const {
-    return LowerHex(m_authorityKeyId);
+    return x509::LowerHex(m_authorityKeyId);
 }
 
 qorstd::QorString X509Crl::GetCRLNumberDec() const {

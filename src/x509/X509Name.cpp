@@ -10,6 +10,7 @@
 #include "CryptException.h"
 #include "OpenSslPtr.h"
 #include "QorTextConv.h"
+#include "x509/X509Bytes.h"
 #include "x509/X509NamePrint.h"
 
 namespace TesseraLib {
@@ -195,14 +196,7 @@ qorstd::QorArray<unsigned char> X509Name::GetSHA1Hash() const {
 }
 
 qorstd::QorString X509Name::GetSHA1HashHex() const {
-    static const char kDigits[] = "0123456789abcdef";
-    const qorstd::QorArray<unsigned char> hash = GetSHA1Hash();
-    std::string hex;
-    for (unsigned i = 0; i < hash.GetSize(); ++i) {
-        hex.push_back(kDigits[hash.GetData()[i] >> 4]);
-        hex.push_back(kDigits[hash.GetData()[i] & 0x0F]);
-    }
-    return qorstd::QorString(hex.c_str());
+    return x509::LowerHex(GetSHA1Hash());
 }
 
 qorstd::QorStringW X509Name::GetStringX500() const {

@@ -44,6 +44,9 @@ Arguments ParseArguments(const std::string& command, const std::vector<std::stri
 int PrintError(const std::string& command, int code, const wchar_t* description,
                const wchar_t* message);
 
+// The whole content of a file; false when it cannot be read.
+bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes);
+
 // Seconds since 1970 as "%d.%m.%Y %H:%M:%S UTC".
 std::string FormatUtc(long long seconds);
 

@@ -23,21 +23,6 @@ namespace {
 using TesseraLib::CryptException;
 using TesseraLib::X509Certificate;
 
-bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        return false;
-    }
-    unsigned char buffer[4096];
-    std::size_t got = 0;
-    while ((got = std::fread(buffer, 1, sizeof(buffer), file)) > 0) {
-        bytes->insert(bytes->end(), buffer, buffer + got);
-    }
-    const bool failed = std::ferror(file) != 0;
-    std::fclose(file);
-    return !failed;
-}
-
 bool LooksLikePem(const std::vector<unsigned char>& bytes) {
     const std::string marker = "-----BEGIN";
     return std::string(bytes.begin(), bytes.end()).find(marker) != std::string::npos;

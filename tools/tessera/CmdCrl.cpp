@@ -20,21 +20,6 @@ using TesseraLib::X509Certificate;
 using TesseraLib::X509Crl;
 using TesseraLib::X509CrlItem;
 
-bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        return false;
-    }
-    unsigned char buffer[4096];
-    std::size_t got = 0;
-    while ((got = std::fread(buffer, 1, sizeof(buffer), file)) > 0) {
-        bytes->insert(bytes->end(), buffer, buffer + got);
-    }
-    const bool failed = std::ferror(file) != 0;
-    std::fclose(file);
-    return !failed;
-}
-
 // The DER inside the first "-----BEGIN <label>-----" block of `bytes`, or
 // `bytes` themselves when there is no such block.
 std::vector<unsigned char> DerOf(const std::vector<unsigned char>& bytes,

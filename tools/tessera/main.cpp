@@ -96,6 +96,21 @@ int PrintError(const std::string& command, int code, const wchar_t* description,
     return kExitFailure;
 }
 
+bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        return false;
+    }
+    unsigned char buffer[65536];
+    std::size_t got = 0;
+    while ((got = std::fread(buffer, 1, sizeof(buffer), file)) > 0) {
+        bytes->insert(bytes->end(), buffer, buffer + got);
+    }
+    const bool failed = std::ferror(file) != 0;
+    std::fclose(file);
+    return !failed;
+}
+
 std::string FormatUtc(long long seconds) {
     const std::time_t time = static_cast<std::time_t>(seconds);
     std::tm parts{};
