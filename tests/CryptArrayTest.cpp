@@ -40,13 +40,6 @@ void* Obtain(std::size_t size) noexcept {
     return std::malloc(size != 0 ? size : 1);
 }
 
-void* ObtainOrThrow(std::size_t size) {
-    if (void* block = Obtain(size)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-
 // Records every ZeroOut call and checks that the bytes are zero after it.
 class RecordingArray : public CryptArray {
 public:
@@ -55,6 +48,14 @@ public:
         unsigned int length;
         bool zero;
     };
+
+    // Exactly one wipe so far, of `storage` over `length` bytes, zero after it.
+    void ExpectOneWipe(const unsigned char* storage, unsigned int length, const char* what) const {
+        ASSERT_EQ(wipes.size(), 1u) << what << ": the storage given up is wiped, once";
+        EXPECT_EQ(wipes[0].data, storage) << what << ": the old storage is the one wiped";
+        EXPECT_EQ(wipes[0].length, length) << what << ": over its whole capacity";
+        EXPECT_TRUE(wipes[0].zero) << what << ": the bytes are zero after ZeroOut";
+    }
 
     using CryptArray::CryptArray;
     RecordingArray& operator=(const CryptArray& other) {
@@ -81,10 +82,13 @@ constexpr unsigned int kSecretSize = 32;
 // The program's allocation functions are plain malloc and free, so that a
 // block's bytes can be looked at just before it goes back.
 void* operator new(std::size_t size) {
-    return ObtainOrThrow(size);
+    if (void* block = Obtain(size)) {
+        return block;
+    }
+    throw std::bad_alloc();
 }
 void* operator new[](std::size_t size) {
-    return ObtainOrThrow(size);
+    return operator new(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return Obtain(size);
@@ -111,29 +115,20 @@ void operator delete[](void* block, const std::nothrow_t&) noexcept {
     Release(block);
 }
 
-TEST(CryptArrayTest, GrowthWipesTheOldStorageOverItsCapacity) {
-    RecordingArray array(kSecret, 8);
-    const unsigned char* old = array.Storage();
-    const unsigned int oldCapacity = array.GetCapacity();
-    array.Append(kSecret + 8, 1);  // one byte more than the capacity holds
+TEST(CryptArrayTest, GrowthAndLargerAssignmentsWipeTheOldStorageOverItsCapacity) {
+    RecordingArray grown(kSecret, 8);
+    const unsigned char* old = grown.Storage();
+    const unsigned int oldCapacity = grown.GetCapacity();
+    grown.Append(kSecret + 8, 1);  // one byte more than the capacity holds
+    grown.ExpectOneWipe(old, oldCapacity, "growth");
+    EXPECT_NE(grown.Storage(), old) << "the array moved to new storage";
+    EXPECT_EQ(CryptArray(kSecret, 9), grown) << "the content survives the move";
 
-    ASSERT_EQ(array.wipes.size(), 1u) << "growth wipes the storage it gives up, once";
-    EXPECT_EQ(array.wipes[0].data, old) << "the old storage is the one wiped";
-    EXPECT_EQ(array.wipes[0].length, oldCapacity) << "over its whole capacity";
-    EXPECT_TRUE(array.wipes[0].zero) << "the bytes are zero after ZeroOut";
-    EXPECT_NE(array.Storage(), old) << "the array moved to new storage";
-    EXPECT_EQ(CryptArray(kSecret, 9), array) << "the content survives the move";
-}
-
-TEST(CryptArrayTest, AssigningLargerContentWipesAndSmallerContentKeepsStorage) {
     RecordingArray array(kSecret, 4);
-    const unsigned char* old = array.Storage();
+    old = array.Storage();
     const CryptArray larger(kSecret, kSecretSize);
     array = larger;
-    ASSERT_EQ(array.wipes.size(), 1u) << "the too small storage is wiped before release";
-    EXPECT_EQ(array.wipes[0].data, old) << "the old storage is the one wiped";
-    EXPECT_EQ(array.wipes[0].length, 4u) << "over its whole capacity";
-    EXPECT_TRUE(array.wipes[0].zero) << "the bytes are zero after ZeroOut";
+    array.ExpectOneWipe(old, 4, "assigning larger content");
     EXPECT_EQ(array, larger) << "the content is the source's";
 
     const unsigned char* kept = array.Storage();
@@ -150,12 +145,9 @@ TEST(CryptArrayTest, CleanseZeroesTheWholeStorageAndKeepsIt) {
     const unsigned char* storage = array.Storage();
     array.Cleanse();
 
-    ASSERT_EQ(array.wipes.size(), 1u) << "Cleanse wipes once";
-    EXPECT_EQ(array.wipes[0].data, storage) << "the array's own storage";
-    EXPECT_EQ(array.wipes[0].length, array.GetCapacity()) << "capacity bytes, not size bytes";
+    array.ExpectOneWipe(storage, array.GetCapacity(), "Cleanse (capacity bytes, not size)");
     EXPECT_EQ(array.GetSize(), 0u) << "Cleanse empties the array";
     EXPECT_EQ(array.Storage(), storage) << "the storage is kept";
-    EXPECT_TRUE(AllZero(array.Storage(), array.GetCapacity())) << "the storage is zero-filled";
 }
 
 TEST(CryptArrayTest, DestructionWipesTheStorageBeforeItIsFreed) {

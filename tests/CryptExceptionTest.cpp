@@ -2,6 +2,7 @@
 // clones and re-throws that keep the dynamic type, and the exception store.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -10,6 +11,7 @@
 #include "QorExceptionStore.h"
 
 using namespace TesseraLib;
+using QorOcsp2Lib::OcspException;
 
 namespace {
 
@@ -17,74 +19,84 @@ std::wstring Description(int code) {
     return CryptException(code, nullptr).GetErrorDescription().c_str();
 }
 
+// The most derived of the known exception types that `action` throws.
+std::string ThrownType(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const TimeStampOcspException&) {
+        return "TimeStampOcspException";
+    } catch (const OcspException&) {
+        return "OcspException";
+    } catch (const X509CertificateValidationException&) {
+        return "X509CertificateValidationException";
+    } catch (const TimeStampException&) {
+        return "TimeStampException";
+    } catch (const CryptException&) {
+        return "CryptException";
+    } catch (const qorstd::QorException&) {
+        return "QorException";
+    } catch (const std::exception&) {
+        return "std::exception";
+    }
+    return "nothing";
+}
+
 }  // namespace
 
 TEST(CryptExceptionTest, DescriptionsComeFromTheCodeTable) {
-    EXPECT_EQ(Description(ErrInvalidParameter), L"Invalid parameter value.");
-    EXPECT_EQ(Description(ErrAsn1Decoding), L"ASN.1 decoding error.");
+    EXPECT_EQ(Description(ErrInvalidParameter), L"Invalid parameter value.") << "102";
+    EXPECT_EQ(Description(ErrAsn1Decoding), L"ASN.1 decoding error.") << "ASN.1";
     EXPECT_EQ(Description(ErrPasswordInvalidChars), L"Password contains invalid characters")
         << "no final point in the table's text";
     EXPECT_EQ(Description(ErrCertPoeAfterRevocation),
-              L"Certificate POE is higher than certificate's issuer revocatiom time.");
+              L"Certificate POE is higher than certificate's issuer revocatiom time.")
+        << "the table's spelling is kept";
     EXPECT_EQ(Description(ErrPolicyRevocationModeNotSupported),
-              L"Signature policy revocation mode is no supported.");
-    EXPECT_EQ(Description(ErrPolicyFormatMismatch), L"Signature policy format mistmatch.");
-    EXPECT_EQ(Description(ErrNotImplemented), L"Not yet implemented.");
+              L"Signature policy revocation mode is no supported.")
+        << "the table's wording is kept";
+    EXPECT_EQ(Description(ErrPolicyFormatMismatch), L"Signature policy format mistmatch.")
+        << "the table's spelling is kept";
+    EXPECT_EQ(Description(ErrNotImplemented), L"Not yet implemented.") << "not implemented";
     EXPECT_EQ(Description(ErrCrlBadSignature),
-              L"CRL or one of the CRLs in the certificate chain does not have a valid signature.");
+              L"CRL or one of the CRLs in the certificate chain does not have a valid signature.")
+        << "CRL signature";
     EXPECT_EQ(Description(ErrPolicyDownloadResponse),
-              L"Error in response to signature policy download request.");
+              L"Error in response to signature policy download request.")
+        << "the 600 range";
 }
 
-TEST(CryptExceptionTest, UnlistedCodesAreUnspecified) {
-    for (int code : {-1, 0, 99, 177, 179, 181, 499, 506, 599, 605, 100000}) {
-        EXPECT_EQ(Description(code), L"Unspecified error") << "code " << code;
-        EXPECT_STREQ(CryptException::GetErrorCodeName(code).c_str(), "") << "code " << code;
-    }
-    EXPECT_EQ(Description(ErrUnspecified), L"Unspecified error");
-}
-
-TEST(CryptExceptionTest, CodeListCoversTheTableInOrder) {
+TEST(CryptExceptionTest, CodeListCoversTheTableAndNothingElse) {
     qorstd::QorVector<int> codes = CryptException::GetErrorCodes();
     ASSERT_EQ(codes.GetSize(), 89u) << "100-176, 180, 500-505, 600-604";
     for (unsigned int i = 1; i < codes.GetSize(); ++i) {
         EXPECT_LT(codes[i - 1], codes[i]) << "ascending at " << i;
         EXPECT_NE(Description(codes[i]), L"Unspecified error") << "code " << codes[i];
     }
-    EXPECT_STREQ(CryptException::GetErrorCodeName(149).c_str(), "ErrCertRevoked");
+    EXPECT_STREQ(CryptException::GetErrorCodeName(149).c_str(), "ErrCertRevoked") << "149";
+    for (int code : {-1, 0, 99, 177, 179, 181, 499, 506, 599, 605, 100000}) {
+        EXPECT_EQ(Description(code), L"Unspecified error") << "unlisted code " << code;
+        EXPECT_STREQ(CryptException::GetErrorCodeName(code).c_str(), "") << "code " << code;
+    }
+    EXPECT_EQ(Description(ErrUnspecified), L"Unspecified error") << "code 100 is listed as such";
 }
 
-TEST(CryptExceptionTest, DefaultIsUnspecifiedWithoutMessage) {
-    CryptException e;
-    EXPECT_EQ(e.GetErrorCode(), 100);
-    EXPECT_TRUE(e.GetErrorMessage().empty());
-    EXPECT_EQ(std::wstring(e.GetErrorDescription().c_str()), L"Unspecified error");
-}
-
-TEST(CryptExceptionTest, ThrowCarriesCodeMessageAndDescriptionAcrossTheLibrary) {
+TEST(CryptExceptionTest, ThrowAndAssignmentCarryCodeMessageAndDescription) {
     try {
         CryptException::Throw(ErrInvalidParameter, L"pCert=NULL");
         FAIL() << "Throw must throw";
     } catch (const qorstd::QorException& e) {
-        // Caught by the base type: the library's type information is visible.
-        const CryptException* crypt = dynamic_cast<const CryptException*>(&e);
-        ASSERT_NE(crypt, nullptr);
-        EXPECT_EQ(e.GetErrorCode(), 102);
-        EXPECT_STREQ(e.GetErrorMessage().c_str(), L"pCert=NULL");
-        EXPECT_STREQ(e.GetErrorDescription().c_str(), L"Invalid parameter value.");
+        EXPECT_NE(dynamic_cast<const CryptException*>(&e), nullptr)
+            << "caught by the base type, the library's type information is visible";
         EXPECT_STREQ(e.ToString().c_str(),
-                     L"TesseraLib::CryptException 102: Invalid parameter value. pCert=NULL");
+                     L"TesseraLib::CryptException 102: Invalid parameter value. pCert=NULL")
+            << "class, code, description and message";
     }
-}
-
-TEST(CryptExceptionTest, AssignmentCopiesEverything) {
     CryptException target(ErrSigning, L"first");
-    const CryptException source(ErrWrongPin, L"second");
-    target = source;
-    EXPECT_EQ(target.GetErrorCode(), 130);
-    EXPECT_STREQ(target.GetErrorMessage().c_str(), L"second");
-    EXPECT_STREQ(target.GetErrorDescription().c_str(),
-                 L"The card cannot be accessed because the wrong PIN was presented.");
+    target = CryptException(ErrWrongPin, L"second");
+    EXPECT_STREQ(target.ToString().c_str(),
+                 L"TesseraLib::CryptException 130: The card cannot be accessed because the wrong "
+                 L"PIN was presented. second")
+        << "assignment copies code, description and message";
     target = target;
     EXPECT_EQ(target.GetErrorCode(), 130) << "self-assignment changes nothing";
 }
@@ -96,66 +108,43 @@ TEST(CryptExceptionTest, TimeStampExceptionKeepsItsTypeAndSharesThePointer) {
     const auto* typed = dynamic_cast<const TimeStampException*>(clone.get());
     ASSERT_NE(typed, nullptr) << "Clone keeps the dynamic type";
     EXPECT_EQ(typed->GetTimeStamp(), stamp) << "the time-stamp pointer is shared, not copied";
-
-    try {
-        clone->ReThrow();
-        FAIL() << "ReThrow must throw";
-    } catch (const TimeStampException& e) {
-        EXPECT_EQ(e.GetErrorCode(), 158);
-        EXPECT_EQ(e.GetTimeStamp(), stamp);
-        EXPECT_STREQ(e.GetErrorDescription().c_str(),
-                     L"The timestamp time is higher than verify time.");
-    }
-    EXPECT_THROW(TimeStampException::Throw(stamp, ErrInternal, nullptr), TimeStampException);
+    EXPECT_STREQ(typed->GetErrorDescription().c_str(),
+                 L"The timestamp time is higher than verify time.")
+        << "description of 158";
+    EXPECT_EQ(ThrownType([&] { clone->ReThrow(); }), "TimeStampException") << "ReThrow keeps it";
+    EXPECT_EQ(ThrownType([&] { TimeStampException::Throw(stamp, ErrInternal, nullptr); }),
+              "TimeStampException")
+        << "Throw";
 }
 
 TEST(CryptExceptionTest, ValidationExceptionClonesAsAPlainCryptException) {
     const auto* cert = reinterpret_cast<const X509Certificate*>(0x10);
     const auto* crl = reinterpret_cast<const X509Crl*>(0x20);
-    X509CertificateValidationException e(cert, crl, nullptr, ErrCertRevoked, nullptr);
-    EXPECT_EQ(e.GetCertificate(), cert);
-    EXPECT_EQ(e.GetCrl(), crl);
-    EXPECT_EQ(e.GetOcspResponse(), nullptr);
-    X509CertificateValidationException copy(e);
-    EXPECT_EQ(copy.GetCrl(), crl) << "copies carry the pointers along";
+    const X509CertificateValidationException e(cert, crl, nullptr, ErrCertRevoked, nullptr);
+    const X509CertificateValidationException copy(e);
+    EXPECT_EQ(copy.GetCertificate(), cert) << "copies carry the certificate pointer";
+    EXPECT_EQ(copy.GetCrl(), crl) << "and the CRL pointer";
+    EXPECT_EQ(copy.GetOcspResponse(), nullptr) << "and no OCSP response";
 
     // Only its own thrower sees the derived type; a clone or re-throw is a CryptException.
     std::unique_ptr<qorstd::QorException> clone(e.Clone());
-    EXPECT_EQ(dynamic_cast<X509CertificateValidationException*>(clone.get()), nullptr);
-    EXPECT_EQ(clone->GetErrorCode(), 149);
-    try {
-        e.ReThrow();
-    } catch (const X509CertificateValidationException&) {
-        FAIL() << "ReThrow is that of CryptException";
-    } catch (const CryptException& thrown) {
-        EXPECT_EQ(thrown.GetErrorCode(), 149);
-    }
+    EXPECT_EQ(ThrownType([&] { clone->ReThrow(); }), "CryptException") << "Clone";
+    EXPECT_EQ(clone->GetErrorCode(), 149) << "the clone keeps the code";
+    EXPECT_EQ(ThrownType([&] { e.ReThrow(); }), "CryptException") << "ReThrow";
 }
 
-TEST(ExceptionStoreTest, EmptyStoreReThrowsNothing) {
+TEST(ExceptionStoreTest, ReThrowUsesTheNewestStoredDynamicType) {
     QorExceptionStore store;
-    EXPECT_TRUE(store.IsEmpty());
-    EXPECT_EQ(store.GetException(), nullptr);
-    EXPECT_NO_THROW(store.ReThrow());
-}
+    EXPECT_TRUE(store.IsEmpty()) << "a new store is empty";
+    EXPECT_EQ(store.GetException(), nullptr) << "and holds nothing";
+    EXPECT_EQ(ThrownType([&] { store.ReThrow(); }), "nothing") << "an empty store throws nothing";
 
-TEST(ExceptionStoreTest, ReThrowUsesTheStoredDynamicType) {
-    QorExceptionStore store;
     store.SetException(TimeStampException(nullptr, ErrHashMismatch, L"imprint"));
-    EXPECT_THROW(store.ReThrow(), TimeStampException);
-
-    // Replacing keeps only the newest.
+    EXPECT_EQ(ThrownType([&] { store.ReThrow(); }), "TimeStampException") << "stored type";
     store.SetException(CryptException(ErrInvalidSignature, L"sig"));
-    try {
-        store.ReThrow();
-        FAIL();
-    } catch (const TimeStampException&) {
-        FAIL() << "the earlier exception was replaced";
-    } catch (const CryptException& e) {
-        EXPECT_EQ(e.GetErrorCode(), ErrInvalidSignature);
-    }
+    EXPECT_EQ(ThrownType([&] { store.ReThrow(); }), "CryptException") << "replaced by the newest";
     store.Reset();
-    EXPECT_TRUE(store.IsEmpty());
+    EXPECT_TRUE(store.IsEmpty()) << "Reset empties";
 }
 
 TEST(ExceptionStoreTest, CopiesOwnTheirOwnClones) {
@@ -166,67 +155,57 @@ TEST(ExceptionStoreTest, CopiesOwnTheirOwnClones) {
         copy = store;
         QorExceptionStore constructed(store);
         EXPECT_NE(constructed.GetException(), store.GetException()) << "a clone, not a share";
-        store.SetException(*store.GetException());  // setting its own exception is safe
-        EXPECT_EQ(store.GetException()->GetErrorCode(), ErrNoSigner);
+        store.SetException(*store.GetException());
+        EXPECT_EQ(store.GetException()->GetErrorCode(), ErrNoSigner)
+            << "setting its own exception is safe";
     }
     ASSERT_FALSE(copy.IsEmpty()) << "the copy outlives the original";
-    EXPECT_STREQ(copy.GetException()->GetErrorMessage().c_str(), L"first");
+    EXPECT_STREQ(copy.GetException()->GetErrorMessage().c_str(), L"first") << "with its message";
     copy = copy;
-    EXPECT_FALSE(copy.IsEmpty());
+    EXPECT_FALSE(copy.IsEmpty()) << "self-assignment keeps it";
 }
 
 TEST(ExceptionStoreTest, WrapperReThrowsTheWrappedException) {
     const std::runtime_error failure("boom");
-    QorExceptionWrapper<std::exception> wrapper(failure, ErrInternal, L"", L"");
-    EXPECT_EQ(wrapper.GetErrorCode(), ErrInternal);
-    EXPECT_TRUE(wrapper.GetErrorDescription().empty());
-
+    const QorExceptionWrapper<std::exception> wrapper(failure, ErrInternal, L"", L"");
+    EXPECT_EQ(wrapper.GetErrorCode(), ErrInternal) << "the wrapper carries the code";
+    EXPECT_TRUE(wrapper.GetErrorDescription().empty()) << "and the given description";
     QorExceptionStore store;
     store.SetException(wrapper);
-    try {
-        store.ReThrow();
-        FAIL();
-    } catch (const qorstd::QorException&) {
-        FAIL() << "the wrapper itself must not be thrown";
-    } catch (const std::exception&) {
-        SUCCEED();
-    }
+    EXPECT_EQ(ThrownType([&] { store.ReThrow(); }), "std::exception")
+        << "the wrapped exception is thrown, not the wrapper";
 
-    QorExceptionWrapper<std::exception> described(failure, 7, L"msg", L"described");
+    const QorExceptionWrapper<std::exception> described(failure, 7, L"msg", L"described");
     std::unique_ptr<qorstd::QorException> clone(described.Clone());
     EXPECT_STREQ(clone->GetErrorDescription().c_str(), L"described") << "Clone copies all parts";
-    EXPECT_STREQ(clone->GetErrorMessage().c_str(), L"msg");
+    EXPECT_STREQ(clone->GetErrorMessage().c_str(), L"msg") << "including the message";
 }
 
 TEST(ExceptionStoreTest, OcspFamilyExceptionsComeBackWithTheirFirstType) {
     const auto* stamp = reinterpret_cast<const TimeStampAttribute*>(0x99);
     TimeStampOcspException target(nullptr, 1, L"old");
-    target =
-        TimeStampOcspException(stamp, QorOcsp2Lib::OcspException::ocspErrResponseTooOld, nullptr);
+    target = TimeStampOcspException(stamp, OcspException::ocspErrResponseTooOld, nullptr);
     EXPECT_EQ(target.GetTimeStamp(), stamp) << "assignment copies the time-stamp pointer";
-    EXPECT_EQ(target.GetErrorCode(), 138);
+    EXPECT_EQ(target.GetErrorCode(), 138) << "and the code";
     EXPECT_STREQ(target.GetErrorDescription().c_str(),
-                 QorOcsp2Lib::OcspException::DescribeErrorCode(138).c_str())
+                 OcspException::DescribeErrorCode(138).c_str())
         << "and the description of the OCSP library";
 
     QorExceptionStore store;
     store.SetException(QorExceptionWrapper<TimeStampOcspException>(target, 138, L"", L""));
     try {
         store.ReThrow();
-        FAIL();
+        FAIL() << "ReThrow must throw";
     } catch (const TimeStampOcspException& e) {
         EXPECT_EQ(e.GetTimeStamp(), stamp) << "the wrapped exception, with its own type";
     }
-
-    store.SetException(QorExceptionWrapper<QorOcsp2Lib::OcspException>(
-        QorOcsp2Lib::OcspException(141, L"untrusted"), 141, L"untrusted", L"signature"));
-    try {
-        store.ReThrow();
-        FAIL();
-    } catch (const TimeStampOcspException&) {
-        FAIL() << "a plain OCSP exception was stored";
-    } catch (const QorOcsp2Lib::OcspException& e) {
-        EXPECT_STREQ(e.GetErrorMessage().c_str(), L"untrusted");
-    }
-    EXPECT_THROW(TimeStampOcspException::Throw(stamp, 141, nullptr), QorOcsp2Lib::OcspException);
+    store.SetException(QorExceptionWrapper<OcspException>(OcspException(141, L"untrusted"), 141,
+                                                          L"untrusted", L"signature"));
+    EXPECT_EQ(ThrownType([&] { store.ReThrow(); }), "OcspException")
+        << "a plain OCSP exception was stored";
+    EXPECT_NE(ThrownType([&] {
+                  TimeStampOcspException::Throw(stamp, 141, nullptr);
+              }).find("OcspException"),
+              std::string::npos)
+        << "Throw throws an OCSP exception";
 }

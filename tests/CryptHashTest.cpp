@@ -154,8 +154,8 @@ TEST(CryptHashTest, NamesOidsAndNidsConvertBothWays) {
                         {CryptHash::cptHashSHA384, "SHA384", "2.16.840.1.101.3.4.2.2", 673, 48},
                         {CryptHash::cptHashSHA512, "SHA512", "2.16.840.1.101.3.4.2.3", 674, 64}};
     for (const Row& row : rows) {
-        EXPECT_STREQ(CryptHash::GetHashAlgorithmName(row.algorithm).c_str(), row.name);
-        EXPECT_STREQ(CryptHash::GetHashAlgorithmOID(row.algorithm).c_str(), row.oid);
+        EXPECT_STREQ(CryptHash::GetHashAlgorithmName(row.algorithm).c_str(), row.name) << row.oid;
+        EXPECT_STREQ(CryptHash::GetHashAlgorithmOID(row.algorithm).c_str(), row.oid) << row.name;
         EXPECT_EQ(CryptHash::GetHashAlgorithmByName(row.name), row.algorithm) << row.name;
         EXPECT_EQ(CryptHash::GetHashAlgorithmByOID(row.oid), row.algorithm) << row.oid;
         EXPECT_EQ(CryptHash::GetHashAlgorithmByNID(row.nid), row.algorithm) << row.nid;
@@ -177,14 +177,18 @@ TEST(CryptHashTest, LookupsRefuseWithTheirCodesAndMessages) {
     const int invalid = TesseraLib::ErrInvalidParameter;
     const int unsupported = TesseraLib::ErrAlgorithmNotSupported;
     EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByName(nullptr); }),
-              Refusal(invalid, L"CryptHash - pszName == NULL"));
+              Refusal(invalid, L"CryptHash - pszName == NULL"))
+        << "null name";
     EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByOID(nullptr); }),
-              Refusal(invalid, L"CryptHash - pszOID == NULL"));
+              Refusal(invalid, L"CryptHash - pszOID == NULL"))
+        << "null OID";
     EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByNID(NID_undef); }),
-              Refusal(invalid, L"CryptHash - nid == NID_undef"));
+              Refusal(invalid, L"CryptHash - nid == NID_undef"))
+        << "undefined NID";
     EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByName("SHA-256"); }), Refusal(unsupported))
         << "no hyphenated names";
-    EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByNID(NID_md5); }), Refusal(unsupported));
+    EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByNID(NID_md5); }), Refusal(unsupported))
+        << "MD5 is not served";
     EXPECT_EQ(Failure([] { CryptHash::GetHashAlgorithmByOID("2.16.840.1.101.3.4.2.4"); }),
               Refusal(unsupported))
         << "SHA-224 is known only by its one stored OID";
@@ -196,8 +200,8 @@ TEST(CryptHashTest, LookupsRefuseWithTheirCodesAndMessages) {
         << "no digest for cptHashNone";
 
     const auto outside = static_cast<CryptHash::cptHashAlgorithm>(7);
-    EXPECT_TRUE(CryptHash::GetHashAlgorithmName(CryptHash::cptHashNone).empty());
-    EXPECT_TRUE(CryptHash::GetHashAlgorithmOID(outside).empty());
+    EXPECT_TRUE(CryptHash::GetHashAlgorithmName(CryptHash::cptHashNone).empty()) << "no name";
+    EXPECT_TRUE(CryptHash::GetHashAlgorithmOID(outside).empty()) << "no OID";
     EXPECT_EQ(CryptHash::GetHashEVP(CryptHash::cptHashNone), nullptr) << "null, not a throw";
     EXPECT_EQ(CryptHash::GetHashEVP(outside), nullptr) << "null, not a throw";
 }

@@ -35,9 +35,11 @@ const unsigned char* U(const char* text) {
     return reinterpret_cast<const unsigned char*>(text);
 }
 
+using Refusal = std::pair<int, std::wstring>;
+
 // The code and message of the CryptException that `call` throws.
 template <class Call>
-std::pair<int, std::wstring> Failure(Call call) {
+Refusal Failure(Call call) {
     try {
         call();
     } catch (const CryptException& e) {
@@ -77,10 +79,10 @@ TEST(CryptUtilsTest, LinesHold76CharactersAndTheTextNeverEndsWithASeparator) {
     for (int group = 0; group < 19; ++group) {
         line += "\xfb\xef\xbe";
     }
-    EXPECT_EQ(Encode(line, CryptUtils::cptLineBreakLf), std::string(76, '+'))
-        << "57 bytes fill one line and get no separator";
-    EXPECT_EQ(Encode(line, CryptUtils::cptLineBreakCrLf), std::string(76, '+'))
-        << "57 bytes fill one line and get no separator";
+    for (const auto type : {CryptUtils::cptLineBreakLf, CryptUtils::cptLineBreakCrLf}) {
+        EXPECT_EQ(Encode(line, type), std::string(76, '+'))
+            << "57 bytes fill one line and get no separator, type " << type;
+    }
 
     const std::string more = line + '\xfb';
     EXPECT_EQ(Encode(more, CryptUtils::cptLineBreakLf), std::string(76, '+') + "\n+w==")
@@ -131,7 +133,7 @@ TEST(CryptUtilsTest, AnIncompleteGroupAtTheEndFailsAndAppendsNothing) {
     for (const char* text : {"QUJDRE", "Q", "QUJDR", "QUJDREV\r\n"}) {
         qorstd::QorArray<unsigned char> out(U("kept"), 4);
         EXPECT_EQ(Failure([&] { CryptUtils::Base64Decode(text, out); }),
-                  std::make_pair(int{TesseraLib::ErrBase64Decoding}, std::wstring()))
+                  Refusal(TesseraLib::ErrBase64Decoding, L""))
             << "decoding '" << text << "'";
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.GetData()), out.GetSize()), "kept")
             << "nothing appended for '" << text << "'";
@@ -141,13 +143,15 @@ TEST(CryptUtilsTest, AnIncompleteGroupAtTheEndFailsAndAppendsNothing) {
 TEST(CryptUtilsTest, RefusesMissingInput) {
     qorstd::QorArray<unsigned char> bytes;
     qorstd::QorString text;
-    const int invalid = TesseraLib::ErrInvalidParameter;
+    const Refusal nullInput{TesseraLib::ErrInvalidParameter, L"in = NULL"};
     EXPECT_EQ(Failure([&] { CryptUtils::Base64Decode(static_cast<const char*>(nullptr), bytes); }),
-              std::make_pair(invalid, std::wstring(L"in = NULL")));
-    EXPECT_EQ(Failure([&] { CryptUtils::Base64Encode(nullptr, 1, text, {}); }),
-              std::make_pair(invalid, std::wstring(L"in = NULL")));
+              nullInput)
+        << "decoding null text";
+    EXPECT_EQ(Failure([&] { CryptUtils::Base64Encode(nullptr, 1, text, {}); }), nullInput)
+        << "encoding null bytes";
     EXPECT_EQ(Failure([&] { CryptUtils::Base64Encode(U("x"), 0, text, {}); }),
-              std::make_pair(invalid, std::wstring(L"len = 0")));
+              Refusal(TesseraLib::ErrInvalidParameter, L"len = 0"))
+        << "encoding zero bytes";
 }
 
 TEST(CryptUtilsTest, BothDirectionsAppendAndCountOnlyWhatTheyAppend) {

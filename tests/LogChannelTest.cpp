@@ -40,11 +40,11 @@ TEST_F(LogChannelTest, NamesTakeThePrefixUnlessTheyStartWithAPoint) {
         LogChannel chain(L"X509Chain");
         LogChannel nested(L"SignedCms.SignerInfo");
         LogChannel own(L".Tessera");
-        EXPECT_TRUE(chain.IsOpen());
+        EXPECT_TRUE(chain.IsOpen()) << "an opened channel";
     }
-    EXPECT_EQ(log.Opened(),
-              (std::vector<std::wstring>{L"Tessera.X509Chain", L"Tessera.SignedCms.SignerInfo",
-                                         L"Tessera"}));
+    EXPECT_EQ(log.Opened(), (std::vector<std::wstring>{
+                                L"Tessera.X509Chain", L"Tessera.SignedCms.SignerInfo", L"Tessera"}))
+        << "prefixed names; a leading point stands for the prefix alone";
     EXPECT_EQ(log.Closed().size(), 3u) << "each destroyed channel closes its handle";
 
     TesseraLib::logging::SetPrefix(L"");
@@ -52,17 +52,26 @@ TEST_F(LogChannelTest, NamesTakeThePrefixUnlessTheyStartWithAPoint) {
     EXPECT_EQ(log.Opened().back(), L"X509Chain") << "without a prefix the name stands alone";
 }
 
-TEST_F(LogChannelTest, UnusableNamesStayClosed) {
-    LogChannel empty(L"");
-    LogChannel point(L".");
-    LogChannel null(nullptr);
-    EXPECT_FALSE(empty.IsOpen());
-    EXPECT_FALSE(point.IsOpen());
-    EXPECT_FALSE(null.IsOpen());
-    EXPECT_TRUE(log.Opened().empty()) << "open is never called for them";
-    empty.Write(LogLevel::Error, L"lost");
-    EXPECT_EQ(empty.IsEnabled(LogLevel::Error), 0) << "a closed channel reports nothing enabled";
-    EXPECT_TRUE(log.Lines().empty());
+TEST_F(LogChannelTest, UnusableNamesAndFailedOpensStayClosedAndSilent) {
+    {
+        LogChannel empty(L"");
+        LogChannel point(L".");
+        LogChannel null(nullptr);
+        EXPECT_FALSE(empty.IsOpen() || point.IsOpen() || null.IsOpen()) << "unusable names";
+        EXPECT_TRUE(log.Opened().empty()) << "open is never called for them";
+        empty.Write(LogLevel::Error, L"lost");
+        EXPECT_EQ(empty.IsEnabled(LogLevel::Error), 0)
+            << "a closed channel reports nothing enabled";
+    }
+    log.SetOpenSucceeds(false);
+    {
+        LogChannel channel(L"Refused");
+        EXPECT_FALSE(channel.IsOpen()) << "the open callback failed";
+        channel.WriteFormat(LogLevel::Error, L"%d", 1);
+    }
+    EXPECT_EQ(log.Opened().size(), 1u) << "open was tried once";
+    EXPECT_TRUE(log.Closed().empty()) << "no close without an open";
+    EXPECT_TRUE(log.Lines().empty()) << "no output from closed channels";
 }
 
 TEST_F(LogChannelTest, ChannelsKeepTheTableTheyWereBuiltWith) {
@@ -78,14 +87,14 @@ TEST_F(LogChannelTest, ChannelsKeepTheTableTheyWereBuiltWith) {
     TesseraLib::logging::InstallCallbacks(nullptr);
     late.Write(LogLevel::Info, L"still seen");
     ASSERT_EQ(log.Lines().size(), 2u) << "clearing the table does not affect existing channels";
-    EXPECT_EQ(log.Lines()[1].text, L"still seen");
+    EXPECT_EQ(log.Lines()[1].text, L"still seen") << "the later line";
 }
 
 TEST_F(LogChannelTest, EnabledChecksAnswerThroughTheirSlots) {
     log.SetLevelEnabled(Level::Info, false);
     LogChannel channel(L"Checks");
-    EXPECT_EQ(channel.IsEnabled(LogLevel::Error), 1);
-    EXPECT_EQ(channel.IsEnabled(LogLevel::Info), 0);
+    EXPECT_EQ(channel.IsEnabled(LogLevel::Error), 1) << "the callback's answer for Error";
+    EXPECT_EQ(channel.IsEnabled(LogLevel::Info), 0) << "the callback's answer for Info";
 
     LoggingCallbacks partial = table;
     partial.isWarningEnabled = nullptr;
@@ -96,19 +105,7 @@ TEST_F(LogChannelTest, EnabledChecksAnswerThroughTheirSlots) {
     sparse.Write(LogLevel::Debug, L"dropped");
     sparse.Write(LogLevel::Warning, L"kept");
     ASSERT_EQ(log.Lines().size(), 1u) << "a null write slot is a no-op";
-    EXPECT_EQ(log.Lines()[0].level, Level::Warning);
-}
-
-TEST_F(LogChannelTest, FailedOpenMeansNoCloseAndNoOutput) {
-    log.SetOpenSucceeds(false);
-    {
-        LogChannel channel(L"Refused");
-        EXPECT_FALSE(channel.IsOpen());
-        channel.WriteFormat(LogLevel::Error, L"%d", 1);
-    }
-    EXPECT_EQ(log.Opened().size(), 1u);
-    EXPECT_TRUE(log.Closed().empty());
-    EXPECT_TRUE(log.Lines().empty());
+    EXPECT_EQ(log.Lines()[0].level, Level::Warning) << "the other slots still write";
 }
 
 TEST_F(LogChannelTest, FormattedTextIsLimitedTo1023Characters) {
@@ -119,10 +116,10 @@ TEST_F(LogChannelTest, FormattedTextIsLimitedTo1023Characters) {
     channel.WriteFormat(LogLevel::Info, L"%ls", fits.c_str());
     channel.WriteFormat(LogLevel::Info, L"%ls", tooLong.c_str());
     channel.WriteFormat(LogLevel::Info, L"%ls", L"");
-    ASSERT_EQ(log.Lines().size(), 4u);
-    EXPECT_EQ(log.Lines()[0].text, L"Sign(Type:3 Detached:true)");
+    ASSERT_EQ(log.Lines().size(), 4u) << "one line per call";
+    EXPECT_EQ(log.Lines()[0].text, L"Sign(Type:3 Detached:true)") << "printf-style formatting";
     EXPECT_EQ(log.Lines()[1].text, fits) << "1023 characters still fit";
-    EXPECT_EQ(log.Lines()[2].text, L"Message too long.");
+    EXPECT_EQ(log.Lines()[2].text, L"Message too long.") << "1024 characters do not";
     EXPECT_EQ(log.Lines()[3].text, L"Message too long.")
         << "an empty result is not written as such";
 }
@@ -131,13 +128,13 @@ TEST_F(LogChannelTest, CryptoErrorDumpWritesTheQueueAndClearsIt) {
     LogChannel channel(L"Crypto");
     const unsigned char garbage[] = {0x30, 0x03, 0x02, 0x01};
     const unsigned char* cursor = garbage;
-    ASSERT_EQ(d2i_X509(nullptr, &cursor, sizeof(garbage)), nullptr);
+    ASSERT_EQ(d2i_X509(nullptr, &cursor, sizeof(garbage)), nullptr) << "garbage is refused";
     ASSERT_NE(ERR_peek_error(), 0u) << "the failed decode queued errors";
 
     channel.WriteCryptoErrors("Import: d2i_X509() failed.");
-    ASSERT_EQ(log.Lines().size(), 1u);
+    ASSERT_EQ(log.Lines().size(), 1u) << "one line for the whole queue";
     const std::wstring& text = log.Lines()[0].text;
-    EXPECT_EQ(log.Lines()[0].level, Level::Error);
+    EXPECT_EQ(log.Lines()[0].level, Level::Error) << "at Error";
     EXPECT_EQ(text.rfind(L"Import: d2i_X509() failed. openssl errors:\n", 0), 0u)
         << "got: " << text;
     EXPECT_NE(text.find(L"asn1"), std::wstring::npos) << "OpenSSL's own error lines follow";

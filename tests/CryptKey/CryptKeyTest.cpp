@@ -39,26 +39,19 @@ std::string ToPem(EVP_PKEY* key, PemForm form, const char* password) {
     return std::string(text, static_cast<std::size_t>(length));
 }
 
-// A PKCS#12 made by PKCS12_create: an RSA key (`*key`) with its certificate,
-// or the certificate alone when `key` is null.
+// A PKCS#12 of an RSA key (`*key`) with its certificate, or of the
+// certificate alone when `key` is null.
 std::vector<unsigned char> MakePkcs12(const char* password, KeyPtr* key) {
     tessera_test::CertSpec profile;
     profile.commonName = "PKCS12 holder";
     profile.keyKind = KeyKind::Rsa2048;
     tessera_test::Issued holder = tessera_test::IssueCertificate(profile, nullptr);
-    std::unique_ptr<PKCS12, decltype(&PKCS12_free)> p12(
-        PKCS12_create(password, "holder", key != nullptr ? holder.key.get() : nullptr,
-                      holder.cert.get(), nullptr, 0, 0, 0, 0, 0),
-        PKCS12_free);
-    EXPECT_TRUE(p12) << "PKCS12_create builds the structure";
+    const std::vector<unsigned char> p12 = tessera_test::BuildPkcs12(
+        key != nullptr ? holder.key.get() : nullptr, holder.cert.get(), {}, password);
     if (key != nullptr) {
         *key = std::move(holder.key);
     }
-    unsigned char* der = nullptr;
-    const int length = i2d_PKCS12(p12.get(), &der);
-    std::vector<unsigned char> bytes(der, der + (length > 0 ? length : 0));
-    OPENSSL_free(der);
-    return bytes;
+    return p12;
 }
 
 // The code of the CryptException `import` throws (0 if none); its message
@@ -74,6 +67,11 @@ int CodeOf(Import import, std::wstring* message = nullptr) {
         return e.GetErrorCode();
     }
     return 0;
+}
+
+// The code `key`.ImportPKCS12 of `p12` under `password` throws (0 if none).
+int Pkcs12Code(CryptKey& key, const std::vector<unsigned char>& p12, const char* password) {
+    return CodeOf([&] { key.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), password); });
 }
 
 struct Keys {
@@ -166,8 +164,7 @@ TEST(CryptKeyImport, Pkcs12PasswordsAndContents) {
     EXPECT_EQ(rsa.GetKeyType(), CryptKey::cptKeyRsaPublicPrivate) << "the key is taken";
     EXPECT_EQ(EVP_PKEY_eq(rsa.GetKeyEVP(), stored.get()), 1) << "it is the stored key";
 
-    EXPECT_EQ(CodeOf([&] { rsa.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), "x"); }),
-              ErrIncorrectPassword)
+    EXPECT_EQ(Pkcs12Code(rsa, p12, "x"), ErrIncorrectPassword)
         << "the MAC check fails with a wrong password";
     EXPECT_EQ(rsa.GetKeyEVP(), nullptr) << "the key imported before is released";
 
@@ -176,9 +173,7 @@ TEST(CryptKeyImport, Pkcs12PasswordsAndContents) {
         << "bytes that are not PKCS#12";
 
     const std::vector<unsigned char> certOnly = MakePkcs12("p", nullptr);
-    EXPECT_EQ(
-        CodeOf([&] { rsa.ImportPKCS12(certOnly.data(), static_cast<long>(certOnly.size()), "p"); }),
-        ErrPrivateKeyRead)
+    EXPECT_EQ(Pkcs12Code(rsa, certOnly, "p"), ErrPrivateKeyRead)
         << "a PKCS#12 without a private key";
 
     // A MAC iteration count far beyond any producer's is refused before the
@@ -188,16 +183,13 @@ TEST(CryptKeyImport, Pkcs12PasswordsAndContents) {
         d2i_PKCS12(nullptr, &cursor, static_cast<long>(p12.size())), PKCS12_free);
     const ASN1_INTEGER* iterations = nullptr;
     PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, stalling.get());
-    ASSERT_NE(iterations, nullptr);
+    ASSERT_NE(iterations, nullptr) << "the file has a MAC";
     ASN1_INTEGER_set(const_cast<ASN1_INTEGER*>(iterations), 1L << 40);
     unsigned char* der = nullptr;
     const int length = i2d_PKCS12(stalling.get(), &der);
     const std::vector<unsigned char> bytes(der, der + (length > 0 ? length : 0));
     OPENSSL_free(der);
-    EXPECT_EQ(
-        CodeOf([&] { rsa.ImportPKCS12(bytes.data(), static_cast<long>(bytes.size()), "p12pass"); }),
-        ErrPkcs12Decoding)
-        << "2^40 MAC iterations";
+    EXPECT_EQ(Pkcs12Code(rsa, bytes, "p12pass"), ErrPkcs12Decoding) << "2^40 MAC iterations";
     ERR_clear_error();
 }
 
@@ -209,16 +201,14 @@ TEST(CryptKeyImport, DerivedClassesInsistOnTheirKeyType) {
               }),
               ErrPrivateKeyRead)
         << "an EC key is no RSA key";
-    EXPECT_EQ(rsa.GetKeyEVP(), nullptr) << "the mismatching key is released";
-    EXPECT_EQ(rsa.GetKeyType(), CryptKey::cptKeyNone) << "an empty key has no type";
-    EXPECT_EQ(rsa.GetLength(), 0) << "an empty key has no length";
+    EXPECT_TRUE(rsa.GetKeyEVP() == nullptr && rsa.GetKeyType() == CryptKey::cptKeyNone &&
+                rsa.GetLength() == 0)
+        << "the mismatching key is released: no key, no type, no length";
 
     KeyPtr stored;
     const std::vector<unsigned char> p12 = MakePkcs12("p", &stored);
     CryptKeyEC ec;
-    EXPECT_EQ(CodeOf([&] { ec.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), "p"); }),
-              ErrPrivateKeyRead)
-        << "an RSA key is no EC key";
+    EXPECT_EQ(Pkcs12Code(ec, p12, "p"), ErrPrivateKeyRead) << "an RSA key is no EC key";
     EXPECT_EQ(ec.GetKeyEVP(), nullptr) << "the mismatching key is released";
 }
 
@@ -240,10 +230,9 @@ TEST(CryptKeySharing, KeysAreSharedByReference) {
 
     std::unique_ptr<CryptKey> ec(CryptKey::CreateKey(TestKeys().ec.get()));
     EXPECT_NE(dynamic_cast<CryptKeyEC*>(ec.get()), nullptr) << "CryptKeyEC for an EC key";
-    EXPECT_EQ(CryptKeyRSA(TestKeys().ec.get()).GetKeyEVP(), nullptr)
-        << "CryptKeyRSA does not take an EC key";
-    EXPECT_EQ(CryptKeyEC(TestKeys().rsa.get()).GetKeyEVP(), nullptr)
-        << "CryptKeyEC does not take an RSA key";
+    EXPECT_TRUE(CryptKeyRSA(TestKeys().ec.get()).GetKeyEVP() == nullptr &&
+                CryptKeyEC(TestKeys().rsa.get()).GetKeyEVP() == nullptr)
+        << "CryptKeyRSA does not take an EC key, nor CryptKeyEC an RSA key";
 
     KeyPtr ed(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
     EXPECT_EQ(CryptKey::CreateKey(ed.get()), nullptr) << "no key object for other key types";
@@ -297,23 +286,22 @@ protected:
                                                                    EVP_MD_CTX_free);
         std::vector<unsigned char> signature(512);
         size_t length = signature.size();
-        if (EVP_DigestSignInit(md.get(), nullptr, EVP_sha256(), nullptr, key) != 1 ||
-            EVP_DigestSign(md.get(), signature.data(), &length,
-                           reinterpret_cast<const unsigned char*>(data.data()), data.size()) != 1) {
-            return {};
-        }
-        signature.resize(length);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
+        const bool ok =
+            EVP_DigestSignInit(md.get(), nullptr, EVP_sha256(), nullptr, key) == 1 &&
+            EVP_DigestSign(md.get(), signature.data(), &length, bytes, data.size()) == 1;
+        signature.resize(ok ? length : 0);
         return signature;
     }
 
     static bool Verifies(const std::vector<unsigned char>& signature, const std::string& data) {
         std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> md(EVP_MD_CTX_new(),
                                                                    EVP_MD_CTX_free);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
         return EVP_DigestVerifyInit(md.get(), nullptr, EVP_sha256(), nullptr,
                                     TestKeys().rsa.get()) == 1 &&
-               EVP_DigestVerify(md.get(), signature.data(), signature.size(),
-                                reinterpret_cast<const unsigned char*>(data.data()),
-                                data.size()) == 1;
+               EVP_DigestVerify(md.get(), signature.data(), signature.size(), bytes, data.size()) ==
+                   1;
     }
 };
 
@@ -336,12 +324,12 @@ TEST_F(PrivateEncryptCallback, PublicOnlyKeySignsThroughTheCallback) {
     // EVP_PKEY_sign over a digest (how signed attributes are signed).
     std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> pctx(
         EVP_PKEY_CTX_new(key.GetKeyEVP(), nullptr), EVP_PKEY_CTX_free);
-    unsigned char digest[32] = {1, 2, 3};
-    unsigned char out[256];
+    unsigned char digest[32] = {1, 2, 3}, out[256];
     size_t outLength = sizeof(out);
-    EXPECT_EQ(EVP_PKEY_sign_init(pctx.get()), 1) << "EVP_PKEY_sign starts";
-    EXPECT_EQ(EVP_PKEY_CTX_set_signature_md(pctx.get(), EVP_sha256()), 1) << "with SHA-256";
-    EXPECT_EQ(EVP_PKEY_sign(pctx.get(), out, &outLength, digest, sizeof(digest)), 1) << "and signs";
+    EXPECT_TRUE(EVP_PKEY_sign_init(pctx.get()) == 1 &&
+                EVP_PKEY_CTX_set_signature_md(pctx.get(), EVP_sha256()) == 1 &&
+                EVP_PKEY_sign(pctx.get(), out, &outLength, digest, sizeof(digest)) == 1)
+        << "EVP_PKEY_sign with SHA-256 signs";
     EXPECT_EQ(g_firstCalls, 2) << "EVP_PKEY_sign went through the callback too";
 }
 

@@ -35,8 +35,10 @@ Bytes Filled(unsigned int length, unsigned char value) {
     return bytes;
 }
 
-template <class Call>
-std::pair<int, std::wstring> Failure(Call call) {
+using Refusal = std::pair<int, std::wstring>;
+
+// The code and message of the CryptException `call` throws.
+Refusal Failure(const std::function<void()>& call) {
     try {
         call();
     } catch (const CryptException& e) {
@@ -86,20 +88,19 @@ TEST(AesKeyWrap, OwnInitialValueAndIntegrityCheck) {
     EXPECT_TRUE(Bytes(EncryptionUtils::AesUnwrapKey(kek, wrapped, iv)) == data)
         << "unwrapping with the same initial value gives the data back";
 
-    const auto checkFails = [](const std::pair<int, std::wstring>& failure, const char* what) {
-        EXPECT_EQ(failure.first, ErrInternal) << what;
-        EXPECT_EQ(failure.second, L"AES_unwrap_key failed") << what;
-    };
-    checkFails(
+    const Refusal integrity{ErrInternal, L"AES_unwrap_key failed"};
+    EXPECT_EQ(
         Failure([&] { EncryptionUtils::AesUnwrapKey(kek, wrapped, Hex("0102030405060709")); }),
-        "another initial value fails the integrity check");
-    checkFails(Failure([&] { EncryptionUtils::AesUnwrapKey(kek, wrapped); }),
-               "the default initial value fails it too");
-    checkFails(Failure([&] {
-                   EncryptionUtils::AesUnwrapKey(
-                       Hex(kKek128), Hex("1FA68B0A8112B447AEF34BD8FB5A7B829D3E862371D2CFE6"));
-               }),
-               "a changed wrapped byte fails it");
+        integrity)
+        << "another initial value fails the integrity check";
+    EXPECT_EQ(Failure([&] { EncryptionUtils::AesUnwrapKey(kek, wrapped); }), integrity)
+        << "the default initial value fails it too";
+    EXPECT_EQ(Failure([&] {
+                  EncryptionUtils::AesUnwrapKey(
+                      Hex(kKek128), Hex("1FA68B0A8112B447AEF34BD8FB5A7B829D3E862371D2CFE6"));
+              }),
+              integrity)
+        << "a changed wrapped byte fails it";
 }
 
 TEST(AesKeyWrap, RefusesBadLengths) {
@@ -134,8 +135,7 @@ TEST(AesKeyWrap, RefusesBadLengths) {
          L"AES_wrap_key failed"},
     };
     for (const auto& entry : refused) {
-        EXPECT_EQ(Failure(entry.call), std::make_pair(entry.code, std::wstring(entry.message)))
-            << entry.what;
+        EXPECT_EQ(Failure(entry.call), Refusal(entry.code, entry.message)) << entry.what;
     }
 }
 
@@ -152,23 +152,20 @@ TEST(RsaPkcs1v15, EncryptsUpToTheModulusLessElevenAndDecrypts) {
 
     EXPECT_EQ(
         Failure([&] { EncryptionUtils::RsaEncryptPkcs1v15(key, Filled(246, 0)); }),
-        std::make_pair(static_cast<int>(ErrInvalidParameter),
-                       std::wstring(L"data must be at least 11 bytes shorter than key modulus")))
+        Refusal(ErrInvalidParameter, L"data must be at least 11 bytes shorter than key modulus"))
         << "246 bytes are too long";
     EXPECT_EQ(
         Failure([&] { EncryptionUtils::RsaDecryptPkcs1v15(key, Filled(255, 0)); }),
-        std::make_pair(static_cast<int>(ErrInvalidParameter),
-                       std::wstring(L"cryptogram must be the same length as the key modulus")))
+        Refusal(ErrInvalidParameter, L"cryptogram must be the same length as the key modulus"))
         << "a 255-byte cryptogram";
     Bytes damaged(cryptogram);
     damaged.GetData()[0] ^= 0x80;
     EXPECT_EQ(Failure([&] { EncryptionUtils::RsaDecryptPkcs1v15(key, damaged); }),
-              std::make_pair(static_cast<int>(ErrInternal), std::wstring(L"Decryption failed")))
+              Refusal(ErrInternal, L"Decryption failed"))
         << "a damaged cryptogram does not unpad";
 
     CryptKeyRSA empty;
-    const std::pair<int, std::wstring> noContext{ErrInternal,
-                                                 L"Failed to create RSA operation context"};
+    const Refusal noContext{ErrInternal, L"Failed to create RSA operation context"};
     EXPECT_EQ(Failure([&] { EncryptionUtils::RsaEncryptPkcs1v15(empty, Filled(1, 0)); }), noContext)
         << "an empty key is refused before any length check";
     EXPECT_EQ(Failure([&] { EncryptionUtils::RsaDecryptPkcs1v15(empty, cryptogram); }), noContext)

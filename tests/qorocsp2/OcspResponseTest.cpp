@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <initializer_list>
 #include <string>
 
 #include "QorOcsp2.h"
@@ -87,12 +88,19 @@ int CodeOf(const std::function<void()>& action) {
     return 0;
 }
 
-OcspVector<OcspCertificate> Trust(std::initializer_list<const Issued*> issued) {
-    OcspVector<OcspCertificate> out;
-    for (const Issued* i : issued) {
-        out.Add(OcspCertificate(i->cert.get()));
+// The code Verify throws (0: none) with the given certificates trusted; none
+// given passes null.
+int VerifyCode(const OcspResponse& response, std::initializer_list<const Issued*> trusted) {
+    OcspVector<OcspCertificate> certificates;
+    for (const Issued* issued : trusted) {
+        certificates.Add(OcspCertificate(issued->cert.get()));
     }
-    return out;
+    return CodeOf([&] { response.Verify(trusted.size() == 0 ? nullptr : &certificates); });
+}
+
+// A good answer for alice signed by `signer`.
+OcspResponse SignedBy(const Issued& signer) {
+    return Decoded(MakeOcspResponse(GoodFor(Pki::Get().alice, signer)));
 }
 
 }  // namespace
@@ -109,27 +117,29 @@ TEST(OcspResponseTest, DecodesTimesStatusesAndReasons) {
     profile.answers.push_back(revoked);
 
     const OcspResponse response = Decoded(MakeOcspResponse(profile));
-    EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspSuccessful);
+    EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspSuccessful) << "successful";
     EXPECT_EQ(response.GetProducedAt(), kProducedAt) << "producedAt as UTC seconds";
-    EXPECT_STREQ(response.GetResponderName().c_str(), L"CN=Test Responder,O=Tessera Test");
-    EXPECT_STREQ(response.GetSignatureAlgorithmName().c_str(), "ecdsa-with-SHA256");
+    EXPECT_STREQ(response.GetResponderName().c_str(), L"CN=Test Responder,O=Tessera Test")
+        << "responder by name";
+    EXPECT_STREQ(response.GetSignatureAlgorithmName().c_str(), "ecdsa-with-SHA256")
+        << "signature algorithm";
     EXPECT_STREQ(response.GetStatusString().c_str(), "good") << "status of the first answer";
     EXPECT_EQ(response.GetCertificates().GetSize(), 1u) << "the signer certificate is carried";
 
-    ASSERT_EQ(response.GetSingleResponses().GetSize(), 2u);
+    ASSERT_EQ(response.GetSingleResponses().GetSize(), 2u) << "both answers";
     const OcspSingleResponse& good = response.GetSingleResponses().GetAt(0);
-    EXPECT_EQ(good.GetCertStatus(), 0);
-    EXPECT_EQ(good.GetThisUpdate(), kThisUpdate);
-    EXPECT_EQ(good.GetNextUpdate(), kNextUpdate);
+    EXPECT_EQ(good.GetCertStatus(), 0) << "good is 0";
+    EXPECT_EQ(good.GetThisUpdate(), kThisUpdate) << "thisUpdate";
+    EXPECT_EQ(good.GetNextUpdate(), kNextUpdate) << "nextUpdate";
     EXPECT_EQ(good.GetRevocationTime(), 0) << "no revocation time for a good answer";
-    EXPECT_STREQ(good.GetSerialNumberHex().c_str(), "51");
-    EXPECT_STREQ(good.GetCertIdHashName().c_str(), "SHA1");
+    EXPECT_STREQ(good.GetSerialNumberHex().c_str(), "51") << "alice's serial";
+    EXPECT_STREQ(good.GetCertIdHashName().c_str(), "SHA1") << "CertID digest";
 
     const OcspSingleResponse& hold = response.GetSingleResponses().GetAt(1);
-    EXPECT_EQ(hold.GetCertStatus(), 1);
+    EXPECT_EQ(hold.GetCertStatus(), 1) << "revoked is 1";
     EXPECT_EQ(hold.GetRevocationReason(), OcspSingleResponse::ocspReasonCertificateHold)
         << "certificateHold is reason 6";
-    EXPECT_EQ(hold.GetRevocationTime(), kRevokedAt);
+    EXPECT_EQ(hold.GetRevocationTime(), kRevokedAt) << "revocation time";
     EXPECT_EQ(hold.GetNextUpdate(), 0) << "an absent nextUpdate reads as 0";
 }
 
@@ -146,9 +156,10 @@ TEST(OcspResponseTest, UnknownStatusRevokedWithoutReasonAndKeyHashResponder) {
     profile.answers.push_back(revoked);
 
     const OcspResponse response = Decoded(MakeOcspResponse(profile));
-    EXPECT_EQ(response.GetSingleResponses().GetAt(0).GetCertStatus(), 2);
-    EXPECT_STREQ(response.GetStatusString().c_str(), "unknown");
-    EXPECT_STREQ(response.GetSingleResponses().GetAt(0).GetCertIdHashName().c_str(), "SHA256");
+    EXPECT_EQ(response.GetSingleResponses().GetAt(0).GetCertStatus(), 2) << "unknown is 2";
+    EXPECT_STREQ(response.GetStatusString().c_str(), "unknown") << "and named";
+    EXPECT_STREQ(response.GetSingleResponses().GetAt(0).GetCertIdHashName().c_str(), "SHA256")
+        << "CertID digest";
     EXPECT_EQ(response.GetSingleResponses().GetAt(1).GetRevocationReason(),
               OcspSingleResponse::ocspReasonNone)
         << "a revoked answer without a reason";
@@ -165,11 +176,10 @@ TEST(OcspResponseTest, EncodeCopyCompareAndDigest) {
     EXPECT_EQ(std::vector<unsigned char>(encoded.Begin(), encoded.End()), der) << "byte-exact";
 
     OcspResponse copy(response);
-    EXPECT_TRUE(copy == response);
+    EXPECT_TRUE(copy == response) << "a copy compares equal";
     response.Reset();
-    EXPECT_TRUE(response.IsEmpty());
-    EXPECT_FALSE(copy.IsEmpty()) << "a copy is an independent value";
-    EXPECT_TRUE(copy != response);
+    EXPECT_TRUE(response.IsEmpty() && !copy.IsEmpty()) << "a copy is an independent value";
+    EXPECT_TRUE(copy != response) << "and then compares unequal";
 
     unsigned char digest[20];
     unsigned int length = 0;
@@ -178,7 +188,7 @@ TEST(OcspResponseTest, EncodeCopyCompareAndDigest) {
     for (int i = 0; i < 20; ++i) {
         std::snprintf(hex + 2 * i, 3, "%02x", digest[i]);
     }
-    EXPECT_STREQ(copy.GetSHA1HashHex().c_str(), hex);
+    EXPECT_STREQ(copy.GetSHA1HashHex().c_str(), hex) << "SHA-1 of the DER in lower-case hex";
 
     const qorstd::QorArray<unsigned char> basic = copy.GetBasicResponse();
     const unsigned char* cursor = basic.GetData();
@@ -201,73 +211,54 @@ TEST(OcspResponseTest, BadBytesAreRefusedAndLeaveTheObjectEmpty) {
     const unsigned char garbage[] = {0x30, 0x03, 0x0a, 0x01, 0x00};
     EXPECT_EQ(CodeOf([&] { response.Decode(garbage, sizeof(garbage)); }), 131)
         << "successful status without a basic response";
-    EXPECT_EQ(CodeOf([&] { response.Decode(nullptr, 0); }), 131);
+    EXPECT_EQ(CodeOf([&] { response.Decode(nullptr, 0); }), 131) << "no bytes";
 }
 
 TEST(OcspResponseTest, UnsuccessfulResponsesDecodeWithoutAnswers) {
     OcspResponseSpec profile;
     profile.responseStatus = OCSP_RESPONSE_STATUS_TRYLATER;
     const OcspResponse response = Decoded(MakeOcspResponse(profile));
-    EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspTryLater);
-    EXPECT_EQ(response.GetSingleResponses().GetSize(), 0u);
-    EXPECT_STREQ(response.GetStatusString().c_str(), "trylater");
-    EXPECT_EQ(response.GetBasicResponse().GetSize(), 0u);
-    OcspVector<OcspCertificate> trusted;
-    EXPECT_EQ(CodeOf([&] { response.Verify(&trusted); }), 140) << "nothing to verify";
+    EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspTryLater) << "the status read";
+    EXPECT_STREQ(response.GetStatusString().c_str(), "trylater") << "and named";
+    EXPECT_EQ(response.GetSingleResponses().GetSize() + response.GetBasicResponse().GetSize(), 0u)
+        << "no answers and no basic response";
+    EXPECT_EQ(VerifyCode(response, {&Pki::Get().ca}), 140) << "nothing to verify";
 }
 
 TEST(OcspResponseTest, VerifyAcceptsOnlySignersCertifiedByTheTrustedCertificates) {
     const Pki& pki = Pki::Get();
-    const OcspResponse delegated = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.responder)));
-    OcspVector<OcspCertificate> ca = Trust({&pki.ca});
-    EXPECT_EQ(CodeOf([&] { delegated.Verify(&ca); }), 0) << "responder delegated by the CA";
-    OcspVector<OcspCertificate> self = Trust({&pki.responder});
-    EXPECT_EQ(CodeOf([&] { delegated.Verify(&self); }), 0) << "the responder trusted directly";
-    OcspVector<OcspCertificate> other = Trust({&pki.otherCa});
-    EXPECT_EQ(CodeOf([&] { delegated.Verify(&other); }), 141)
-        << "a CA that has nothing to do with it";
+    const OcspResponse delegated = SignedBy(pki.responder);
+    EXPECT_EQ(VerifyCode(delegated, {&pki.ca}), 0) << "responder delegated by the CA";
+    EXPECT_EQ(VerifyCode(delegated, {&pki.responder}), 0) << "the responder trusted directly";
+    EXPECT_EQ(VerifyCode(delegated, {&pki.otherCa}), 141) << "a CA that has nothing to do with it";
+    EXPECT_EQ(VerifyCode(delegated, {}), 141) << "null trusts nothing";
     OcspVector<OcspCertificate> none;
-    EXPECT_EQ(CodeOf([&] { delegated.Verify(&none); }), 141);
-    EXPECT_EQ(CodeOf([&] { delegated.Verify(nullptr); }), 141) << "null trusts nothing";
-
-    const OcspResponse bySelf = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.ca)));
-    EXPECT_EQ(CodeOf([&] { bySelf.Verify(&ca); }), 0) << "the issuing CA signs its own answers";
-
-    const OcspResponse undelegated = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.plain)));
-    EXPECT_EQ(CodeOf([&] { undelegated.Verify(&ca); }), 141)
+    EXPECT_EQ(CodeOf([&] { delegated.Verify(&none); }), 141) << "an empty list trusts nothing";
+    EXPECT_EQ(VerifyCode(SignedBy(pki.ca), {&pki.ca}), 0) << "the issuing CA signs its own answers";
+    EXPECT_EQ(VerifyCode(SignedBy(pki.plain), {&pki.ca}), 141)
         << "a certificate of the CA without the OCSPSigning purpose";
-
-    const OcspResponse foreign = Decoded(MakeOcspResponse(GoodFor(pki.alice, pki.foreign)));
-    OcspVector<OcspCertificate> both = Trust({&pki.ca, &pki.otherCa});
-    EXPECT_EQ(CodeOf([&] { foreign.Verify(&both); }), 141)
+    EXPECT_EQ(VerifyCode(SignedBy(pki.foreign), {&pki.ca, &pki.otherCa}), 141)
         << "a responder delegated by another CA answers for none of this CA's certificates";
 }
 
-TEST(OcspResponseTest, VerifyNeedsTheSignerCertificateAndAnIntactSignature) {
+TEST(OcspResponseTest, VerifyNeedsTheSignerCertificateAnIntactSignatureAndItsValidity) {
     const Pki& pki = Pki::Get();
     OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
     profile.includeSignerCertificate = false;
     const OcspResponse bare = Decoded(MakeOcspResponse(profile));
-    OcspVector<OcspCertificate> ca = Trust({&pki.ca});
-    EXPECT_EQ(CodeOf([&] { bare.Verify(&ca); }), 141) << "signer certificate nowhere to be found";
-    OcspVector<OcspCertificate> withSigner = Trust({&pki.ca, &pki.responder});
-    EXPECT_EQ(CodeOf([&] { bare.Verify(&withSigner); }), 0);
+    EXPECT_EQ(VerifyCode(bare, {&pki.ca}), 141) << "signer certificate nowhere to be found";
+    EXPECT_EQ(VerifyCode(bare, {&pki.ca, &pki.responder}), 0) << "found among the trusted";
 
     std::vector<unsigned char> der = MakeOcspResponse(GoodFor(pki.alice, pki.responder));
     // The answer's thisUpdate text sits inside the signed data: change one digit.
     const std::string stamp = "20240602075900Z";
     auto at = std::search(der.begin(), der.end(), stamp.begin(), stamp.end());
-    ASSERT_NE(at, der.end());
+    ASSERT_NE(at, der.end()) << "thisUpdate found in the DER";
     at[3] = '5';
-    const OcspResponse tampered = Decoded(der);
-    EXPECT_EQ(CodeOf([&] { tampered.Verify(&ca); }), 141) << "signed data changed after signing";
-}
+    EXPECT_EQ(VerifyCode(Decoded(der), {&pki.ca}), 141) << "signed data changed after signing";
 
-TEST(OcspResponseTest, ResponderCertificatesAreJudgedAtProducedAt) {
-    const Pki& pki = Pki::Get();
-    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    profile = GoodFor(pki.alice, pki.responder);
     profile.producedAt = UtcTime(2041, 1, 1);  // the responder certificate expired in 2040
-    const OcspResponse late = Decoded(MakeOcspResponse(profile));
-    OcspVector<OcspCertificate> ca = Trust({&pki.ca});
-    EXPECT_EQ(CodeOf([&] { late.Verify(&ca); }), 141) << "made after the responder expired";
+    EXPECT_EQ(VerifyCode(Decoded(MakeOcspResponse(profile)), {&pki.ca}), 141)
+        << "responder certificates are judged at producedAt";
 }

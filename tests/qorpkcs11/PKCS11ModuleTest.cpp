@@ -2,7 +2,6 @@
 // initialised token holding a certificate and an RSA key pair under CKA_ID
 // 01 02, beside SoftHSM's free, uninitialised slot.
 #include <gtest/gtest.h>
-#include <openssl/x509.h>
 
 #include <functional>
 #include <memory>
@@ -70,13 +69,18 @@ protected:
     Slot* m_slot = nullptr;
 };
 
-TEST_F(SoftHsmModule, SlotsAreFilteredByTokenStateAndOwnedByTheModule) {
+TEST_F(SoftHsmModule, SlotsAreFilteredByTokenStateOwnedByTheModuleAndUnreadableOnesReport545) {
     EXPECT_EQ(m_slot->GetSlotId(), softhsm::SlotId())
         << "the initialised token's slot has the id the fixture's token was given";
     const PKCS11Vector<Slot*> present = m_module->GetSlots(1, 0);
     ASSERT_EQ(present.GetSize(), 2u) << "without the initialised filter SoftHSM's free slot counts";
     EXPECT_TRUE(present.GetAt(0) == m_slot || present.GetAt(1) == m_slot)
         << "a later GetSlots hands out the same Slot object for the same slot";
+    // The free slot's token is not initialised: no session can be opened on
+    // it, and callers walking the slots must skip it.
+    Slot* freeSlot = present.GetAt(0) == m_slot ? present.GetAt(1) : present.GetAt(0);
+    EXPECT_EQ(CodeOf([freeSlot] { freeSlot->FindObjects(Slot::otPublicObjects); }), 545u)
+        << "an unreadable token is code 545";
 
     m_module->Finalize();
     EXPECT_EQ(CodeOf([this] { m_module->GetSlots(1, 1); }), kNotInitialized)
@@ -94,10 +98,6 @@ TEST_F(SoftHsmModule, PublicObjectsIncludeTheCertificate) {
     EXPECT_EQ(Bytes(certificates[0].GetId()), kId0102) << "CKA_ID is the 01 02 the fixture stored";
     const std::vector<unsigned char> value = Bytes(certificates[0].GetValue());
     EXPECT_EQ(value, softhsm::CertificateDer()) << "CKA_VALUE is the fixture's certificate DER";
-    const unsigned char* cursor = value.data();
-    X509* decoded = d2i_X509(nullptr, &cursor, static_cast<long>(value.size()));
-    EXPECT_NE(decoded, nullptr) << "CKA_VALUE decodes as a certificate";
-    X509_free(decoded);
 
     const std::vector<Object> keys = Find(m_slot, Slot::otPublicObjects, ObjectClass::PublicKey);
     ASSERT_EQ(keys.size(), 1u) << "the key pair's public half is visible without login";
@@ -124,15 +124,6 @@ TEST_F(SoftHsmModule, LoginRevealsThePrivateKeyUntilLogout) {
     EXPECT_TRUE(Find(m_slot, Slot::otPublicObjects, ObjectClass::PrivateKey).empty())
         << "Logout ends the login";
     EXPECT_EQ(CodeOf([this] { m_slot->Logout(); }), 0u) << "logging out again is no error";
-}
-
-TEST_F(SoftHsmModule, UnreadableTokenIsReportedAsCode545) {
-    // SoftHSM's free slot holds a token that is not initialised: no session
-    // can be opened on it, and callers walking the slots must skip it.
-    const PKCS11Vector<Slot*> present = m_module->GetSlots(1, 0);
-    Slot* freeSlot = present.GetAt(0) == m_slot ? present.GetAt(1) : present.GetAt(0);
-    EXPECT_EQ(CodeOf([freeSlot] { freeSlot->FindObjects(Slot::otPublicObjects); }), 545u)
-        << "an unreadable token is code 545";
 }
 
 TEST(PKCS11ModuleLoading, UnloadableModulesThrowLibraryLoadFailed) {

@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -16,6 +14,7 @@
 #include "Pkcs11Manager.h"
 #include "QorPKCS11.h"
 #include "SoftHsmFixture.h"
+#include "TestPki.h"
 #include "TestServers.h"
 
 using namespace TesseraLib;
@@ -122,24 +121,18 @@ TEST_F(SoftHsmKey, LoadedKeySignsAndTheCertificateVerifies) {
 
     const unsigned char data[] = "data signed on the token";
     EvpMdCtxPtr signing(EVP_MD_CTX_new());
-    ASSERT_TRUE(signing) << "a digest context is available";
     // A null engine: the key carries its engine already.
     ASSERT_EQ(EVP_DigestSignInit(signing.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1)
         << "signing starts with the engine key";
-    size_t length = 0;
-    ASSERT_EQ(EVP_DigestSign(signing.get(), nullptr, &length, data, sizeof(data)), 1)
-        << "the signature size is known";
-    std::vector<unsigned char> signature(length);
+    std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_get_size(key.get())));
+    size_t length = signature.size();
     ASSERT_EQ(EVP_DigestSign(signing.get(), signature.data(), &length, data, sizeof(data)), 1)
         << "the token signs";
     EXPECT_EQ(length, 256u) << "an RSA-2048 signature is 256 bytes";
 
-    const std::string certFile = tessera_test::ServerDir("softhsm") + "/cert.pem";
-    BioPtr bio(BIO_new_file(certFile.c_str(), "r"));
-    ASSERT_TRUE(bio) << "the fixture's certificate can be opened";
-    X509Ptr cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+    const tessera_test::CertPtr cert =
+        tessera_test::ReadPemCertificate(tessera_test::ServerDir("softhsm") + "/cert.pem");
     ASSERT_TRUE(cert) << "the fixture's certificate decodes";
-
     unsigned char changed[sizeof(data)];
     std::copy(data, data + sizeof(data), changed);
     changed[0] ^= 1;

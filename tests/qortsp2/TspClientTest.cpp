@@ -48,6 +48,7 @@ protected:
         return client.TimeStamp(imprint.data(), static_cast<unsigned int>(imprint.size()), 0);
     }
 
+    const Bytes imprint = TestTsa::Digest(EVP_sha256(), "document");
     std::string url;
     std::string base;
 };
@@ -64,15 +65,15 @@ TEST_F(TspClientTest, TokensCarryWhatWasAskedFor) {
     } cases[] = {
         {EVP_sha1(), tspHashSHA1}, {EVP_sha256(), tspHashSHA256}, {EVP_sha512(), tspHashSHA512}};
     for (const auto& c : cases) {
-        const Bytes imprint = TestTsa::Digest(c.md, "document");
+        const Bytes digest = TestTsa::Digest(c.md, "document");
         const std::int64_t before = static_cast<std::int64_t>(std::time(nullptr));
-        const TspTimeStamp stamp = Ask(Client(c.algorithm), imprint);
+        const TspTimeStamp stamp = Ask(Client(c.algorithm), digest);
         const std::int64_t after = static_cast<std::int64_t>(std::time(nullptr));
         const std::string name = EVP_MD_get0_name(c.md);
 
         EXPECT_EQ(stamp.GetMessageImprint().GetHashAlgorithm(), c.algorithm)
             << name << ": imprint algorithm as sent";
-        EXPECT_EQ(ToBytes(stamp.GetMessageImprint().GetHashedMessage()), imprint)
+        EXPECT_EQ(ToBytes(stamp.GetMessageImprint().GetHashedMessage()), digest)
             << name << ": imprint bytes as sent";
         EXPECT_GE(stamp.GetTime(), before - 1) << name << ": genTime not before the request";
         EXPECT_LE(stamp.GetTime(), after + 1) << name << ": genTime not after the answer";
@@ -82,22 +83,17 @@ TEST_F(TspClientTest, TokensCarryWhatWasAskedFor) {
             << name << ": the certificate is the fixture's tsa.pem";
         EXPECT_STREQ(stamp.GetPolicyId().c_str(), "1.2.3.4.1") << name << ": the TSA's policy";
         EXPECT_EQ(stamp.GetAccuracyMicros(), 1500100) << name << ": the configured accuracy";
-        EXPECT_EQ(stamp.GetNonceHex().length() > 0, true) << name << ": a nonce was sent";
+        EXPECT_FALSE(stamp.GetNonceHex().empty()) << name << ": a nonce was sent";
     }
 }
 
-TEST_F(TspClientTest, EveryRequestHasItsOwnNonce) {
-    const Bytes imprint = TestTsa::Digest(EVP_sha256(), "document");
-    const TspClient client = Client(tspHashSHA256);
+TEST_F(TspClientTest, EachRequestHasItsOwnNonceAndTheRequestedPolicyIsHonouredOrRefused) {
+    TspClient client = Client(tspHashSHA256);
     const TspTimeStamp first = Ask(client, imprint);
     const TspTimeStamp second = Ask(client, imprint);
     EXPECT_NE(first.GetNonceHex(), second.GetNonceHex()) << "nonces are random per request";
     EXPECT_NE(first.GetSerialNumberHex(), second.GetSerialNumberHex()) << "two tokens from the TSA";
-}
 
-TEST_F(TspClientTest, RequestedPolicyIsHonouredOrRefused) {
-    const Bytes imprint = TestTsa::Digest(EVP_sha256(), "document");
-    TspClient client = Client(tspHashSHA256);
     client.SetPolicyId("1.2.3.4.5");
     EXPECT_STREQ(Ask(client, imprint).GetPolicyId().c_str(), "1.2.3.4.5")
         << "the TSA issues under the policy asked for";
@@ -111,7 +107,6 @@ TEST_F(TspClientTest, RequestedPolicyIsHonouredOrRefused) {
 }
 
 TEST_F(TspClientTest, BasicCredentialsAreSent) {
-    const Bytes imprint = TestTsa::Digest(EVP_sha256(), "document");
     TspClient client = Client(tspHashSHA256, "/auth");
     std::wstring message;
     EXPECT_EQ(CodeOf([&] { Ask(client, imprint); }, "no credentials", &message), TspErrHttpStatus)
@@ -129,23 +124,22 @@ TEST_F(TspClientTest, BasicCredentialsAreSent) {
 }
 
 TEST_F(TspClientTest, UnusableArgumentsAreRefusedBeforeSending) {
-    const Bytes sha256 = TestTsa::Digest(EVP_sha256(), "document");
     const TspClient unset = Client(tspHashNone);
-    EXPECT_EQ(CodeOf([&] { Ask(unset, sha256); }, "no algorithm"), TspErrInvalidParameter)
+    EXPECT_EQ(CodeOf([&] { Ask(unset, imprint); }, "no algorithm"), TspErrInvalidParameter)
         << "the hash algorithm must be set";
     const TspClient sha512 = Client(tspHashSHA512);
-    EXPECT_EQ(CodeOf([&] { Ask(sha512, sha256); }, "wrong length"), TspErrInvalidParameter)
+    EXPECT_EQ(CodeOf([&] { Ask(sha512, imprint); }, "wrong length"), TspErrInvalidParameter)
         << "a 32-byte imprint is no SHA-512";
     EXPECT_EQ(CodeOf([&] { sha512.TimeStamp(nullptr, 64, 0); }, "null imprint"),
               TspErrInvalidParameter)
         << "a null imprint";
     TspClient noUrl;
     noUrl.SetHashAlgorithm(tspHashSHA256);
-    EXPECT_EQ(CodeOf([&] { Ask(noUrl, sha256); }, "no URL"), TspErrInvalidParameter)
+    EXPECT_EQ(CodeOf([&] { Ask(noUrl, imprint); }, "no URL"), TspErrInvalidParameter)
         << "an empty URL";
     TspClient badPolicy = Client(tspHashSHA256);
     badPolicy.SetPolicyId("not an oid");
-    EXPECT_EQ(CodeOf([&] { Ask(badPolicy, sha256); }, "bad policy"), TspErrInvalidParameter)
+    EXPECT_EQ(CodeOf([&] { Ask(badPolicy, imprint); }, "bad policy"), TspErrInvalidParameter)
         << "a policy that is no dotted OID";
 }
 
@@ -162,25 +156,21 @@ TEST_F(TspClientLogTest, RequestsAreLoggedOnTheClientsChannel) {
     {
         const TspClient client = Client(tspHashSHA256);
         EXPECT_TRUE(log.WasOpened(L"QorTsp2.TspClient")) << "the channel carries the prefix";
-        const Bytes imprint = TestTsa::Digest(EVP_sha256(), "document");
         Ask(client, imprint);
-        const Bytes wrong(20, 0x11);
-        CodeOf([&] { Ask(client, wrong); }, "wrong length");
+        CodeOf([&] { Ask(client, Bytes(20, 0x11)); }, "wrong length");
     }
-    bool infoWithUrl = false;
-    bool errorLine = false;
-    for (const tessera_test::LogLine& line : log.LinesOf(L"QorTsp2.TspClient")) {
-        if (line.level == tessera_test::Level::Info &&
-            line.text.find(Wide(base + "/tsa")) != std::wstring::npos) {
-            infoWithUrl = true;
+    const auto logged = [&](tessera_test::Level level, const std::wstring& fragment) {
+        for (const tessera_test::LogLine& line : log.LinesOf(L"QorTsp2.TspClient")) {
+            if (line.level == level && line.text.find(fragment) != std::wstring::npos) {
+                return true;
+            }
         }
-        if (line.level == tessera_test::Level::Error &&
-            line.text.find(std::to_wstring(TspErrInvalidParameter)) != std::wstring::npos) {
-            errorLine = true;
-        }
-    }
-    EXPECT_TRUE(infoWithUrl) << "one Info line names the URL";
-    EXPECT_TRUE(errorLine) << "a failure is logged at Error with its code";
+        return false;
+    };
+    EXPECT_TRUE(logged(tessera_test::Level::Info, Wide(base + "/tsa")))
+        << "one Info line names the URL";
+    EXPECT_TRUE(logged(tessera_test::Level::Error, std::to_wstring(TspErrInvalidParameter)))
+        << "a failure is logged at Error with its code";
     EXPECT_EQ(log.Closed().size(), log.Opened().size()) << "the channel closes with the client";
 
     QorTsp2_InitializeLogging(nullptr);

@@ -6,8 +6,6 @@
 #include <openssl/objects.h>
 #include <openssl/ts.h>
 
-#include <functional>
-
 #include "TestTsa.h"
 #include "TspException.h"
 #include "TspProtocol.h"
@@ -23,6 +21,8 @@ using tsp_test::ToBytes;
 
 namespace {
 
+using RequestPtr = tsp_test::Owned<TS_REQ, TS_REQ_free>;
+
 class TspProtocolTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { tsa = new TestTsa(); }
@@ -37,14 +37,23 @@ protected:
         facts.nonce = {0x7f, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07};
     }
 
+    // The encoded request, parsed by OpenSSL; it must be all of the bytes.
+    RequestPtr EncodedRequest() const {
+        const Bytes der = protocol::EncodeRequest(facts);
+        const unsigned char* cursor = der.data();
+        RequestPtr parsed(d2i_TS_REQ(nullptr, &cursor, static_cast<long>(der.size())));
+        EXPECT_EQ(cursor, der.data() + der.size()) << "the request is one whole TimeStampReq";
+        return parsed;
+    }
     // The reply to the request these facts describe.
     Bytes Reply(const TsaReply& reply = TsaReply()) const {
         return tsa->Respond(protocol::EncodeRequest(facts), reply);
     }
-
+    TspTimeStamp Check(const Bytes& response) const {
+        return protocol::CheckResponse(response.data(), response.size(), facts);
+    }
     int CheckCode(const Bytes& response, std::wstring* message = nullptr) const {
-        return CodeOf([&] { protocol::CheckResponse(response.data(), response.size(), facts); },
-                      "CheckResponse", message);
+        return CodeOf([&] { Check(response); }, "CheckResponse", message);
     }
 
     static TestTsa* tsa;
@@ -57,16 +66,11 @@ TestTsa* TspProtocolTest::tsa = nullptr;
 
 TEST_F(TspProtocolTest, RequestCarriesImprintNonceCertReqAndPolicy) {
     facts.policyId = "1.2.3.4.5";
-    const Bytes der = protocol::EncodeRequest(facts);
-    const unsigned char* cursor = der.data();
-    tsp_test::Owned<TS_REQ, TS_REQ_free> parsed(
-        d2i_TS_REQ(nullptr, &cursor, static_cast<long>(der.size())));
-    ASSERT_TRUE(parsed) << "the request is a TimeStampReq";
-    TS_REQ* request = parsed.get();
-    EXPECT_EQ(cursor, der.data() + der.size()) << "nothing follows it";
-    EXPECT_EQ(TS_REQ_get_version(request), 1) << "version 1";
-    EXPECT_EQ(TS_REQ_get_cert_req(request), 1) << "certReq TRUE";
-    TS_MSG_IMPRINT* imprint = TS_REQ_get_msg_imprint(request);
+    const RequestPtr request = EncodedRequest();
+    ASSERT_TRUE(request) << "the request is a TimeStampReq";
+    EXPECT_EQ(TS_REQ_get_version(request.get()), 1) << "version 1";
+    EXPECT_EQ(TS_REQ_get_cert_req(request.get()), 1) << "certReq TRUE";
+    TS_MSG_IMPRINT* imprint = TS_REQ_get_msg_imprint(request.get());
     const ASN1_OBJECT* oid = nullptr;
     int parameterType = 0;
     X509_ALGOR_get0(&oid, &parameterType, nullptr, TS_MSG_IMPRINT_get_algo(imprint));
@@ -78,63 +82,51 @@ TEST_F(TspProtocolTest, RequestCarriesImprintNonceCertReqAndPolicy) {
               facts.imprint)
         << "imprint bytes";
     char policy[64] = {0};
-    OBJ_obj2txt(policy, sizeof(policy), TS_REQ_get_policy_id(request), 1);
+    OBJ_obj2txt(policy, sizeof(policy), TS_REQ_get_policy_id(request.get()), 1);
     EXPECT_STREQ(policy, "1.2.3.4.5") << "requested policy";
-    EXPECT_EQ(ASN1_INTEGER_get(TS_REQ_get_nonce(request)), 0x7f01020304050607L) << "nonce";
+    EXPECT_EQ(ASN1_INTEGER_get(TS_REQ_get_nonce(request.get())), 0x7f01020304050607L) << "nonce";
 
     facts.policyId.clear();
     facts.nonce.clear();
-    const Bytes plain = protocol::EncodeRequest(facts);
-    cursor = plain.data();
-    parsed.reset(d2i_TS_REQ(nullptr, &cursor, static_cast<long>(plain.size())));
-    ASSERT_TRUE(parsed) << "the plain request decodes";
-    request = parsed.get();
-    EXPECT_EQ(TS_REQ_get_policy_id(request), nullptr) << "no policy unless asked";
-    EXPECT_EQ(TS_REQ_get_nonce(request), nullptr) << "no nonce when none is given";
+    const RequestPtr plain = EncodedRequest();
+    ASSERT_TRUE(plain) << "the plain request decodes";
+    EXPECT_EQ(TS_REQ_get_policy_id(plain.get()), nullptr) << "no policy unless asked";
+    EXPECT_EQ(TS_REQ_get_nonce(plain.get()), nullptr) << "no nonce when none is given";
 }
 
-TEST_F(TspProtocolTest, RequestRefusesWhatCannotBeAsked) {
+TEST_F(TspProtocolTest, RequestRefusesWhatCannotBeAskedAndNoncesAreRandom) {
+    const auto encodeCode = [&](const char* what) {
+        return CodeOf([&] { protocol::EncodeRequest(facts); }, what);
+    };
     facts.imprint.pop_back();
-    EXPECT_EQ(CodeOf([&] { protocol::EncodeRequest(facts); }, "31 bytes"), TspErrInvalidParameter)
-        << "a 31-byte SHA-256 imprint";
+    EXPECT_EQ(encodeCode("31 bytes"), TspErrInvalidParameter) << "a 31-byte SHA-256 imprint";
     facts.imprint.push_back(0);
     facts.algorithm = tspHashNone;
-    EXPECT_EQ(CodeOf([&] { protocol::EncodeRequest(facts); }, "no algorithm"),
-              TspErrInvalidParameter)
-        << "no algorithm";
+    EXPECT_EQ(encodeCode("no algorithm"), TspErrInvalidParameter) << "no algorithm";
     facts.algorithm = tspHashSHA256;
     facts.policyId = "1.2.x";
-    EXPECT_EQ(CodeOf([&] { protocol::EncodeRequest(facts); }, "bad OID"), TspErrInvalidParameter)
-        << "malformed policy";
-}
+    EXPECT_EQ(encodeCode("bad OID"), TspErrInvalidParameter) << "malformed policy";
 
-TEST_F(TspProtocolTest, NoncesAreEightRandomBytes) {
     const Bytes first = protocol::NewNonce();
-    const Bytes second = protocol::NewNonce();
-    EXPECT_EQ(first.size(), 8u) << "64 bits";
-    EXPECT_NE(first, second) << "two nonces differ";
+    EXPECT_EQ(first.size(), 8u) << "nonces are 64 bits";
+    EXPECT_NE(first, protocol::NewNonce()) << "two nonces differ";
     EXPECT_EQ(protocol::NonceHex({0x00, 0x0a, 0xff}), "0AFF")
         << "whole bytes, a leading zero byte dropped, as OpenSSL prints integers";
 }
 
 TEST_F(TspProtocolTest, GrantedReplyGivesItsTokenByteForByte) {
     const Bytes response = Reply();
-    const TspTimeStamp stamp = protocol::CheckResponse(response.data(), response.size(), facts);
+    const TspTimeStamp stamp = Check(response);
     EXPECT_EQ(ToBytes(stamp.Encode(0)), TestTsa::TokenOf(response))
         << "the token is taken from the reply unchanged";
     EXPECT_STREQ(stamp.GetNonceHex().c_str(), "7F01020304050607") << "the checked nonce";
 
     TsaReply mods;
     mods.grantedWithMods = true;
-    const Bytes modified = Reply(mods);
-    EXPECT_NO_THROW(protocol::CheckResponse(modified.data(), modified.size(), facts))
-        << "grantedWithMods is a grant";
+    EXPECT_NO_THROW(Check(Reply(mods))) << "grantedWithMods is a grant";
 
     facts.policyId = TestTsa::OtherPolicy();
-    const Bytes withPolicy = Reply();
-    EXPECT_STREQ(
-        protocol::CheckResponse(withPolicy.data(), withPolicy.size(), facts).GetPolicyId().c_str(),
-        TestTsa::OtherPolicy())
+    EXPECT_STREQ(Check(Reply()).GetPolicyId().c_str(), TestTsa::OtherPolicy())
         << "the requested policy was granted";
 }
 
@@ -156,22 +148,21 @@ TEST_F(TspProtocolTest, RefusalsNameStatusFailureAndText) {
 }
 
 TEST_F(TspProtocolTest, TokenMustEchoNonceImprintAndPolicy) {
-    TsaReply reply;
-    reply.alterNonce = true;
-    EXPECT_EQ(CheckCode(Reply(reply)), TspErrNonceMismatch) << "another nonce";
-    reply = TsaReply();
-    reply.dropNonce = true;
-    EXPECT_EQ(CheckCode(Reply(reply)), TspErrNonceMismatch) << "no nonce at all";
-    reply = TsaReply();
-    reply.alterImprint = true;
-    EXPECT_EQ(CheckCode(Reply(reply)), TspErrImprintMismatch) << "other imprint bytes";
-    reply = TsaReply();
-    reply.sha3Imprint = true;
-    EXPECT_EQ(CheckCode(Reply(reply)), TspErrImprintMismatch) << "another imprint algorithm";
-
-    // Asked for one policy, got the TSA's default.
+    const struct {
+        bool TsaReply::*flag;
+        int code;
+        const char* what;
+    } cases[] = {{&TsaReply::alterNonce, TspErrNonceMismatch, "another nonce"},
+                 {&TsaReply::dropNonce, TspErrNonceMismatch, "no nonce at all"},
+                 {&TsaReply::alterImprint, TspErrImprintMismatch, "other imprint bytes"},
+                 {&TsaReply::sha3Imprint, TspErrImprintMismatch, "another imprint algorithm"}};
+    for (const auto& c : cases) {
+        TsaReply reply;
+        reply.*c.flag = true;
+        EXPECT_EQ(CheckCode(Reply(reply)), c.code) << c.what;
+    }
     const Bytes response = Reply();
-    facts.policyId = TestTsa::OtherPolicy();
+    facts.policyId = TestTsa::OtherPolicy();  // asked for one policy, got the TSA's default
     EXPECT_EQ(CheckCode(response), TspErrPolicyMismatch) << "another policy";
 }
 

@@ -6,6 +6,8 @@
 #include <openssl/cms.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
+
 #include "QorExceptionStore.h"
 #include "TestTsa.h"
 #include "TspException.h"
@@ -35,11 +37,17 @@ protected:
         stamp.Decode(der.data(), static_cast<unsigned int>(der.size()));
         return stamp;
     }
-
+    // The code of decoding `der` into `stamp`.
+    static int DecodeCode(TspTimeStamp& stamp, const Bytes& der, const std::string& what,
+                          std::wstring* message = nullptr) {
+        return CodeOf([&] { stamp.Decode(der.data(), static_cast<unsigned int>(der.size())); },
+                      what, message);
+    }
     static Bytes Sha256Token(const TsaReply& reply = TsaReply(), bool withCertificate = true) {
         return tsa->Token(EVP_sha256(), TestTsa::Digest(EVP_sha256(), "content"), withCertificate,
                           reply);
     }
+    static Bytes TsaDer() { return tessera_test::CertToDer(tsa->Tsa().cert.get()); }
 
     static TestTsa* tsa;
 };
@@ -48,100 +56,76 @@ TestTsa* TspTimeStampTest::tsa = nullptr;
 
 }  // namespace
 
-TEST_F(TspTimeStampTest, PinnedGenTimeGivesThatTimeAndText) {
+TEST_F(TspTimeStampTest, GenTimeInSecondsAndAsSpelt) {
     TsaReply reply;
     reply.genTime = UtcTime(2024, 6, 1, 12, 0, 0);
     const TspTimeStamp stamp = DecodeBytes(Sha256Token(reply));
     EXPECT_EQ(stamp.GetTime(), UtcTime(2024, 6, 1, 12, 0, 0)) << "genTime in UTC seconds";
     EXPECT_STREQ(stamp.GetGeneralizedTime().c_str(), "20240601120000Z")
         << "genTime text as spelt in the token";
-
-    reply.genTime = UtcTime(1999, 12, 31, 23, 59, 59);
-    EXPECT_EQ(DecodeBytes(Sha256Token(reply)).GetTime(), UtcTime(1999, 12, 31, 23, 59, 59))
-        << "a time before 2000 (month and leap-year arithmetic)";
-    reply.genTime = UtcTime(2060, 2, 29, 0, 0, 1);
-    EXPECT_EQ(DecodeBytes(Sha256Token(reply)).GetTime(), UtcTime(2060, 2, 29, 0, 0, 1))
-        << "a leap day after 2038";
-}
-
-TEST_F(TspTimeStampTest, FractionsStayInTheTextAndLeaveTheSeconds) {
-    TsaReply reply;
+    for (const std::int64_t time :
+         {UtcTime(1999, 12, 31, 23, 59, 59), UtcTime(2060, 2, 29, 0, 0, 1)}) {
+        reply.genTime = time;
+        EXPECT_EQ(DecodeBytes(Sha256Token(reply)).GetTime(), time)
+            << "before 2000 and a leap day after 2038: " << time;
+    }
     reply.genTime = UtcTime(2024, 6, 1, 12, 0, 0);
     reply.genTimeMicros = 250000;
     reply.precisionDigits = 3;
-    const TspTimeStamp stamp = DecodeBytes(Sha256Token(reply));
-    EXPECT_STREQ(stamp.GetGeneralizedTime().c_str(), "20240601120000.25Z")
+    const TspTimeStamp fraction = DecodeBytes(Sha256Token(reply));
+    EXPECT_STREQ(fraction.GetGeneralizedTime().c_str(), "20240601120000.25Z")
         << "the fraction as the TSA wrote it";
-    EXPECT_EQ(stamp.GetTime(), UtcTime(2024, 6, 1, 12, 0, 0)) << "fractions are dropped";
+    EXPECT_EQ(fraction.GetTime(), UtcTime(2024, 6, 1, 12, 0, 0)) << "fractions are dropped";
 }
 
 TEST_F(TspTimeStampTest, ImprintKeepsAlgorithmAndBytes) {
     const struct {
         const EVP_MD* md;
         tspHashAlgorithm algorithm;
-    } cases[] = {{EVP_sha1(), tspHashSHA1},
-                 {EVP_sha224(), tspHashSHA224},
-                 {EVP_sha256(), tspHashSHA256},
-                 {EVP_sha384(), tspHashSHA384},
-                 {EVP_sha512(), tspHashSHA512}};
+        bool sha3;
+    } cases[] = {{EVP_sha1(), tspHashSHA1, false},     {EVP_sha224(), tspHashSHA224, false},
+                 {EVP_sha256(), tspHashSHA256, false}, {EVP_sha384(), tspHashSHA384, false},
+                 {EVP_sha512(), tspHashSHA512, false}, {EVP_sha256(), tspHashNone, true}};
     for (const auto& c : cases) {
+        TsaReply reply;
+        reply.sha3Imprint = c.sha3;  // SHA3-256 has no number of its own
         const Bytes imprint = TestTsa::Digest(c.md, "imprint data");
-        const TspTimeStamp stamp = DecodeBytes(tsa->Token(c.md, imprint, true));
+        const TspTimeStamp stamp = DecodeBytes(tsa->Token(c.md, imprint, true, reply));
+        const std::string name = c.sha3 ? "SHA3-256" : EVP_MD_get0_name(c.md);
         EXPECT_EQ(stamp.GetMessageImprint().GetHashAlgorithm(), c.algorithm)
-            << "algorithm number of " << EVP_MD_get0_name(c.md);
+            << "algorithm number of " << name;
         EXPECT_EQ(ToBytes(stamp.GetMessageImprint().GetHashedMessage()), imprint)
-            << "imprint bytes of " << EVP_MD_get0_name(c.md);
+            << "imprint bytes of " << name;
     }
 }
 
-TEST_F(TspTimeStampTest, UnnumberedImprintAlgorithmKeepsItsBytesUnderNone) {
-    TsaReply reply;
-    reply.sha3Imprint = true;
-    const Bytes imprint = TestTsa::Digest(EVP_sha256(), "x");
-    const TspTimeStamp stamp = DecodeBytes(tsa->Token(EVP_sha256(), imprint, true, reply));
-    EXPECT_EQ(stamp.GetMessageImprint().GetHashAlgorithm(), tspHashNone)
-        << "SHA3-256 has no number of its own";
-    EXPECT_EQ(ToBytes(stamp.GetMessageImprint().GetHashedMessage()), imprint)
-        << "the value is kept";
-}
-
-TEST_F(TspTimeStampTest, TsaCertificateOnlyWhenTheTokenCarriesIt) {
-    const TspTimeStamp with = DecodeBytes(Sha256Token(TsaReply(), true));
-    ASSERT_NE(with.GetTsaCertificate(), nullptr) << "certReq TRUE puts the TSA certificate in";
-    EXPECT_EQ(ToBytes(with.GetTsaCertificate()->Encode()),
-              tessera_test::CertToDer(tsa->Tsa().cert.get()))
-        << "the certificate is the TSA's";
-    EXPECT_EQ(with.GetTsaCertificate()->GetHashAlgorithmName(), qorstd::QorString("sha256"))
-        << "digest of ecdsa-with-SHA256";
-
-    const TspTimeStamp without = DecodeBytes(Sha256Token(TsaReply(), false));
-    EXPECT_EQ(without.GetTsaCertificate(), nullptr) << "no certificate in the token";
-
+TEST_F(TspTimeStampTest, TsaCertificateOnlyWhenCarriedAndNamedByItsDigest) {
     TsaReply chain;
     chain.includeChain = true;
-    const TspTimeStamp withChain = DecodeBytes(Sha256Token(chain, true));
-    ASSERT_NE(withChain.GetTsaCertificate(), nullptr) << "certificate found among several";
-    EXPECT_EQ(ToBytes(withChain.GetTsaCertificate()->Encode()),
-              tessera_test::CertToDer(tsa->Tsa().cert.get()))
-        << "the signer's certificate, not the CA's that comes with it";
-}
+    for (const TspTimeStamp& with : {DecodeBytes(Sha256Token()), DecodeBytes(Sha256Token(chain))}) {
+        ASSERT_NE(with.GetTsaCertificate(), nullptr) << "certReq TRUE puts the TSA certificate in";
+        EXPECT_EQ(ToBytes(with.GetTsaCertificate()->Encode()), TsaDer())
+            << "the signer's certificate, not the CA's that may come with it";
+        EXPECT_EQ(with.GetTsaCertificate()->GetHashAlgorithmName(), qorstd::QorString("sha256"))
+            << "digest of ecdsa-with-SHA256";
+    }
+    EXPECT_EQ(DecodeBytes(Sha256Token(TsaReply(), false)).GetTsaCertificate(), nullptr)
+        << "no certificate in the token";
 
-TEST_F(TspTimeStampTest, CertificateHashNameFollowsTheSignatureDigest) {
     const TestTsa sha384Tsa(tessera_test::KeyKind::EcP256, EVP_sha384());
-    const Bytes token =
-        sha384Tsa.Token(EVP_sha256(), TestTsa::Digest(EVP_sha256(), "content"), true);
-    const TspTimeStamp stamp = DecodeBytes(token);
+    const TspTimeStamp stamp =
+        DecodeBytes(sha384Tsa.Token(EVP_sha256(), TestTsa::Digest(EVP_sha256(), "content"), true));
     ASSERT_NE(stamp.GetTsaCertificate(), nullptr) << "certificate carried";
     EXPECT_EQ(stamp.GetTsaCertificate()->GetHashAlgorithmName(), qorstd::QorString("sha384"))
         << "ecdsa-with-SHA384 names sha384 (not the whole signature name)";
 
-    const Bytes der = tessera_test::CertToDer(tsa->Tsa().cert.get());
-    const TspCertificate fromDer(der.data(), static_cast<unsigned int>(der.size()));
-    EXPECT_EQ(ToBytes(fromDer.Encode()), der) << "DER constructor keeps the certificate";
-    EXPECT_EQ(
-        CodeOf([&] { TspCertificate bad(der.data(), static_cast<unsigned int>(der.size() - 1)); },
-               "truncated certificate"),
-        TspErrDecode)
+    const Bytes der = TsaDer();
+    EXPECT_EQ(ToBytes(TspCertificate(der.data(), static_cast<unsigned int>(der.size())).Encode()),
+              der)
+        << "DER constructor keeps the certificate";
+    EXPECT_EQ(CodeOf([&] { TspCertificate(der.data(), static_cast<unsigned int>(der.size() - 1)); },
+                     "truncated certificate"),
+              TspErrDecode)
         << "a truncated certificate is refused";
     EXPECT_EQ(TspCertificate().GetHashAlgorithmName(), qorstd::QorString(""))
         << "an empty certificate names nothing";
@@ -179,9 +163,6 @@ TEST_F(TspTimeStampTest, EncodeGivesTheDecodedBytesInEveryForm) {
             d2i_CMS_ContentInfo(nullptr, &cursor, static_cast<long>(encoded.size())));
         EXPECT_TRUE(cms) << "form " << form << " is a CMS ContentInfo for OpenSSL";
     }
-    const TspTimeStamp again = DecodeBytes(ToBytes(stamp.Encode(0)));
-    EXPECT_EQ(ToBytes(again.Encode(0)), token) << "decode of the encoding round-trips";
-    EXPECT_EQ(again.GetTime(), stamp.GetTime()) << "same genTime after the round trip";
     EXPECT_TRUE(TspTimeStamp().Encode(0).GetSize() == 0) << "no token encodes to nothing";
 }
 
@@ -201,8 +182,7 @@ TEST_F(TspTimeStampTest, CopiesAreIndependentAndResetEmpties) {
         EXPECT_EQ(survivor->GetTime(), UtcTime(2024, 6, 1, 12, 0, 0))
             << "a copy keeps its time after the original is reset";
         ASSERT_NE(survivor->GetTsaCertificate(), nullptr) << "a copy keeps its certificate";
-        EXPECT_EQ(ToBytes(survivor->GetTsaCertificate()->Encode()),
-                  tessera_test::CertToDer(tsa->Tsa().cert.get()))
+        EXPECT_EQ(ToBytes(survivor->GetTsaCertificate()->Encode()), TsaDer())
             << "the copy's certificate is intact";
     }
     assigned = assigned;
@@ -212,11 +192,9 @@ TEST_F(TspTimeStampTest, CopiesAreIndependentAndResetEmpties) {
 TEST_F(TspTimeStampTest, AnythingButExactlyOneTokenIsRefused) {
     const Bytes token = Sha256Token();
     TspTimeStamp stamp = DecodeBytes(token);
-
     for (std::size_t length = 0; length < token.size(); ++length) {
-        const int code =
-            CodeOf([&] { stamp.Decode(token.data(), static_cast<unsigned int>(length)); },
-                   "prefix of " + std::to_string(length) + " bytes");
+        const int code = DecodeCode(stamp, Bytes(token.begin(), token.begin() + length),
+                                    "prefix of " + std::to_string(length) + " bytes");
         if (code != TspErrDecode) {
             ADD_FAILURE() << "a prefix of " << length << " bytes gave code " << code;
             break;
@@ -224,50 +202,27 @@ TEST_F(TspTimeStampTest, AnythingButExactlyOneTokenIsRefused) {
     }
     Bytes trailing = token;
     trailing.push_back(0x00);
-    EXPECT_EQ(
-        CodeOf([&] { stamp.Decode(trailing.data(), static_cast<unsigned int>(trailing.size())); },
-               "trailing byte"),
-        TspErrDecode)
-        << "one trailing byte is refused";
-    const Bytes garbage = {0x30, 0x03, 0x02, 0x01, 0x05};
-    EXPECT_EQ(
-        CodeOf([&] { stamp.Decode(garbage.data(), static_cast<unsigned int>(garbage.size())); },
-               "garbage"),
-        TspErrDecode)
+    EXPECT_EQ(DecodeCode(stamp, trailing, "trailing"), TspErrDecode) << "a trailing byte";
+    EXPECT_EQ(DecodeCode(stamp, {0x30, 0x03, 0x02, 0x01, 0x05}, "garbage"), TspErrDecode)
         << "a SEQUENCE that is no ContentInfo is refused";
-    const Bytes certificate = tessera_test::CertToDer(tsa->Tsa().cert.get());
-    EXPECT_EQ(CodeOf(
-                  [&] {
-                      stamp.Decode(certificate.data(),
-                                   static_cast<unsigned int>(certificate.size()));
-                  },
-                  "certificate"),
-              TspErrDecode)
+    EXPECT_EQ(DecodeCode(stamp, TsaDer(), "certificate"), TspErrDecode)
         << "a certificate is no token";
     EXPECT_EQ(CodeOf([&] { stamp.Decode(nullptr, 10); }, "null data"), TspErrInvalidParameter)
         << "null data with a length is a bad argument";
 
-    EXPECT_EQ(ToBytes(stamp.Encode(0)), token) << "failed decodes leave the object as it was";
-}
-
-TEST_F(TspTimeStampTest, SignedDataOfOtherContentIsNoToken) {
     tsp_test::Owned<BIO, BIO_free_all> data(BIO_new_mem_buf("not a TSTInfo", -1));
-    ASSERT_TRUE(data) << "memory BIO";
     tsp_test::Owned<CMS_ContentInfo, CMS_ContentInfo_free> cms(
         CMS_sign(tsa->Tsa().cert.get(), tsa->Tsa().key.get(), nullptr, data.get(), CMS_BINARY));
     ASSERT_TRUE(cms) << "CMS_sign of plain data";
-    const int length = i2d_CMS_ContentInfo(cms.get(), nullptr);
-    ASSERT_GT(length, 0) << "encoding the SignedData";
-    Bytes bytes(static_cast<std::size_t>(length));
-    unsigned char* cursor = bytes.data();
-    ASSERT_EQ(i2d_CMS_ContentInfo(cms.get(), &cursor), length) << "encoding the SignedData";
-    TspTimeStamp stamp;
+    unsigned char* der = nullptr;
+    const int length = i2d_CMS_ContentInfo(cms.get(), &der);
+    const Bytes signedData(der, der + std::max(length, 0));
+    OPENSSL_free(der);
     std::wstring message;
-    EXPECT_EQ(CodeOf([&] { stamp.Decode(bytes.data(), static_cast<unsigned int>(bytes.size())); },
-                     "SignedData of id-data", &message),
-              TspErrDecode)
+    EXPECT_EQ(DecodeCode(stamp, signedData, "SignedData of id-data", &message), TspErrDecode)
         << "SignedData over id-data is refused";
     EXPECT_NE(message.find(L"TSTInfo"), std::wstring::npos) << "the message says what is missing";
+    EXPECT_EQ(ToBytes(stamp.Encode(0)), token) << "failed decodes leave the object as it was";
 }
 
 TEST(TspExceptionTest, CarriesCodeMessageAndDescription) {
@@ -280,8 +235,7 @@ TEST(TspExceptionTest, CarriesCodeMessageAndDescription) {
         EXPECT_EQ(e.GetErrorDescription(),
                   qorstd::QorStringW(L"The time-stamp token does not carry the request's nonce."))
             << "description of the code";
-        const TspException copy(e);
-        EXPECT_EQ(copy.GetErrorMessage(), e.GetErrorMessage()) << "copies keep the message";
+        EXPECT_EQ(TspException(e).GetErrorMessage(), e.GetErrorMessage()) << "copies keep it";
     }
     EXPECT_EQ(qorstd::QorStringW(TspException::GetCodeDescription(42)),
               qorstd::QorStringW(L"Unspecified error"))

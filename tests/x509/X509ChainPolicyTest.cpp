@@ -7,6 +7,7 @@
 #include <openssl/ocsp.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <functional>
@@ -77,26 +78,24 @@ void DummyOcspVerdict(const X509Certificate*, const OcspResponse&, std::int64_t,
                       const CautionPeriod&) {}
 
 void ExpectDefaults(const X509ChainPolicy& p, const char* when) {
-    EXPECT_EQ(p.GetRevocationOption(), X509ChainPolicy::revOptionChain) << when;
-    EXPECT_EQ(p.GetRevocationMode(), X509ChainPolicy::revCrl) << when;
-    EXPECT_EQ(p.GetChainBuildMode(), 5) << when << ": clients + supplied data";
-    EXPECT_EQ(p.GetPurpose(), X509_PURPOSE_SMIME_SIGN) << when;
-    EXPECT_EQ(p.GetMaxPathLen(), -1) << when;
-    EXPECT_EQ(p.GetMaxOcspFreshness(), -1L) << when;
+    EXPECT_TRUE(p.GetRevocationOption() == X509ChainPolicy::revOptionChain &&
+                p.GetRevocationMode() == X509ChainPolicy::revCrl && p.GetChainBuildMode() == 5 &&
+                p.GetPurpose() == X509_PURPOSE_SMIME_SIGN && p.GetMaxPathLen() == -1 &&
+                p.GetMaxOcspFreshness() == -1L)
+        << when << ": CRLs for the chain, clients + supplied data, S/MIME signing, no limits";
     EXPECT_EQ(p.GetCheckRevocationThisUpdate() | p.GetForceGetCrlAfterTimeUsage() |
                   p.GetPreferCrl() | p.GetCheckPolicy() | p.GetRequireExplicitPolicy() |
                   p.GetInhibitPolicyMapping() | p.GetInhibitAnyPolicy(),
               0)
         << when << ": every switch off";
     EXPECT_TRUE(p.GetTrustStore() == nullptr && p.GetExtraStore() == nullptr &&
-                p.GetCrlClient() == nullptr && p.GetOcspClient() == nullptr)
-        << when << ": no store, no client";
-    EXPECT_TRUE(p.GetDefaultCautionPeriod().IsZero()) << when;
-    EXPECT_EQ(p.GetCautionPeriods().GetSize() + p.GetAcceptablePolicies().GetSize(), 0u)
-        << when << ": no caution periods, no acceptable policies";
-    EXPECT_TRUE(p.GetVerifyCertCrlCallback() == nullptr &&
+                p.GetCrlClient() == nullptr && p.GetOcspClient() == nullptr &&
+                p.GetVerifyCertCrlCallback() == nullptr &&
                 p.GetVerifyCertOcspResponseCallback() == nullptr)
-        << when << ": the library's own verdicts";
+        << when << ": no store, no client, the library's own verdicts";
+    EXPECT_TRUE(p.GetDefaultCautionPeriod().IsZero() && p.GetCautionPeriods().GetSize() == 0 &&
+                p.GetAcceptablePolicies().GetSize() == 0)
+        << when << ": no caution periods, no acceptable policies";
 }
 
 TEST(X509ChainPolicySettings, DefaultsAfterConstructionResetAndCopies) {
@@ -136,10 +135,9 @@ TEST(X509ChainPolicySettings, DefaultsAfterConstructionResetAndCopies) {
     ExpectDefaults(policy, "after Reset");
 
     for (const X509ChainPolicy* p : {&copy, &assigned}) {
-        EXPECT_TRUE(p->GetTrustStore() == &trust && p->GetExtraStore() == &extra)
-            << "copies point to the same stores and keep them after the original's Reset";
-        EXPECT_TRUE(p->GetCrlClient() == kCrlClient && p->GetOcspClient() == kOcspClient)
-            << "copies share the clients";
+        EXPECT_TRUE(p->GetTrustStore() == &trust && p->GetExtraStore() == &extra &&
+                    p->GetCrlClient() == kCrlClient && p->GetOcspClient() == kOcspClient)
+            << "copies share stores and clients and keep them after the original's Reset";
         EXPECT_EQ(p->GetVerifyCertOcspResponseCallback(), &DummyOcspVerdict) << "verdict copied";
         EXPECT_EQ(p->GetCautionPeriod("00ff").ToTimestamp(), 3600u) << "own caution periods";
         ASSERT_EQ(p->GetAcceptablePolicies().GetSize(), 1u) << "own list of policies";
@@ -160,9 +158,8 @@ TEST(X509ChainPolicySettings, PurposeTakesOnlyZeroToNine) {
 }
 
 TEST(CautionPeriods, ArithmeticAndZero) {
-    const CautionPeriod period(1, 2, 3, 4);
-    EXPECT_TRUE(period.m_days == 1 && period.m_seconds == 4) << "days first in the constructor";
-    EXPECT_EQ(period.ToTimestamp(), 93784u) << "1 d 2 h 3 min 4 s in seconds";
+    EXPECT_EQ(CautionPeriod(1, 2, 3, 4).ToTimestamp(), 93784u)
+        << "1 d 2 h 3 min 4 s in seconds, days first";
     EXPECT_EQ(CautionPeriod(50000, 0, 0, 0).ToTimestamp(), 25032704u)
         << "50000 days wrap around 2^32 seconds";
     EXPECT_FALSE(CautionPeriod(0, 0, 0, 1).IsZero()) << "one second is not zero";
@@ -175,9 +172,7 @@ TEST(CautionPeriods, PerCertificateLookup) {
     const X509Certificate cert(IssueCertificate(Profile("Caution Leaf", 1), nullptr).cert.get());
     const std::string key = cert.GetSHA1HashHex().c_str();
     std::string upper = key;
-    for (char& c : upper) {
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
+    std::transform(key.begin(), key.end(), upper.begin(), ::toupper);
     X509ChainPolicy policy;
     policy.SetDefaultCautionPeriod(CautionPeriod(0, 0, 5, 0));
     policy.SetCautionPeriod(upper.c_str(), CautionPeriod(0, 0, 0, 10));
@@ -203,16 +198,15 @@ TEST(CautionPeriods, PerCertificateLookup) {
 // checked, and a caution period of a year is passed: the verdicts ignore both.
 class RevocationVerdicts : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        root = new Issued(IssueCertificate(Profile("Verdict Root", 1, true), nullptr));
-        responder = new Issued(IssueCertificate(Profile("Verdict OCSP", 9), root));
-        revokedLeaf = new Issued(IssueCertificate(Profile("Revoked Leaf", 2), root));
-        goodLeaf = new Issued(IssueCertificate(Profile("Good Leaf", 3), root));
-    }
-    static void TearDownTestSuite() {
-        for (Issued* issued : {root, responder, revokedLeaf, goodLeaf}) {
-            delete issued;
-        }
+    struct Pki {
+        Issued root = IssueCertificate(Profile("Verdict Root", 1, true), nullptr);
+        Issued responder = IssueCertificate(Profile("Verdict OCSP", 9), &root);
+        Issued revokedLeaf = IssueCertificate(Profile("Revoked Leaf", 2), &root);
+        Issued goodLeaf = IssueCertificate(Profile("Good Leaf", 3), &root);
+    };
+    static const Pki& Certs() {
+        static const Pki pki;
+        return pki;
     }
 
     static X509Crl RootCrl() {
@@ -220,15 +214,15 @@ protected:
         profile.thisUpdate = UtcTime(2024, 1, 1);
         profile.nextUpdate = UtcTime(2024, 1, 2);
         profile.revoked = {{2, kRevoked, CRL_REASON_KEY_COMPROMISE}};
-        const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, *root).get());
+        const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, Certs().root).get());
         return X509Crl(der.data(), static_cast<long>(der.size()));
     }
 
     // One answer per (leaf, status, reason); a revoked answer dates kRevoked.
-    static OcspResponse Response(const std::vector<std::tuple<Issued*, int, int>>& answers) {
+    static OcspResponse Response(const std::vector<std::tuple<const Issued*, int, int>>& answers) {
         OcspResponseSpec profile;
-        profile.signer = responder;
-        profile.issuer = root->cert.get();
+        profile.signer = &Certs().responder;
+        profile.issuer = Certs().root.cert.get();
         profile.producedAt = UtcTime(2024, 1, 1);
         for (const auto& [leaf, status, reason] : answers) {
             const std::int64_t revoked = status == V_OCSP_CERTSTATUS_REVOKED ? kRevoked : 0;
@@ -250,14 +244,12 @@ protected:
 
     static inline const std::int64_t kRevoked = UtcTime(2024, 6, 1, 12);
     static inline const CautionPeriod kYear{365, 0, 0, 0};
-    static inline Issued* root = nullptr;
-    static inline Issued* responder = nullptr;
-    static inline Issued* revokedLeaf = nullptr;
-    static inline Issued* goodLeaf = nullptr;
+    const Issued* revokedLeaf = &Certs().revokedLeaf;
+    const Issued* goodLeaf = &Certs().goodLeaf;
+    const X509Certificate revoked{revokedLeaf->cert.get()}, good{goodLeaf->cert.get()};
 };
 
 TEST_F(RevocationVerdicts, Crl) {
-    const X509Certificate revoked(revokedLeaf->cert.get()), good(goodLeaf->cert.get());
     const X509Crl crl = RootCrl();
     for (std::int64_t time : {kRevoked, kRevoked + 1}) {
         const Outcome o = Crl(&revoked, crl, time);
@@ -272,7 +264,6 @@ TEST_F(RevocationVerdicts, Crl) {
 }
 
 TEST_F(RevocationVerdicts, Ocsp) {
-    const X509Certificate revoked(revokedLeaf->cert.get()), good(goodLeaf->cert.get());
     const OcspResponse goodAnswer = Response({{goodLeaf, V_OCSP_CERTSTATUS_GOOD, -1}});
     EXPECT_EQ(Ocsp(&good, goodAnswer, kRevoked).code, 0) << "good passes, however old";
 
@@ -298,22 +289,20 @@ TEST_F(RevocationVerdicts, Ocsp) {
 
     const OcspResponse unknown = Response({{goodLeaf, V_OCSP_CERTSTATUS_UNKNOWN, -1}});
     const Outcome u = Ocsp(&good, unknown, kRevoked);
-    EXPECT_TRUE(u.validation && u.code == ErrRevocationUnknown && u.message.empty())
-        << "unknown: validation exception 147 without message";
-    EXPECT_TRUE(u.cert == &good && u.crl == nullptr && u.ocsp == &unknown)
-        << "it points to the certificate and the deciding response";
+    EXPECT_TRUE(u.validation && u.code == ErrRevocationUnknown && u.message.empty() &&
+                u.cert == &good && u.crl == nullptr && u.ocsp == &unknown)
+        << "unknown: validation exception 147 without message, carrying the response";
 }
 
 TEST_F(RevocationVerdicts, OcspNeedsExactlyOneSingleResponse) {
-    const X509Certificate cert(goodLeaf->cert.get());
-    const Outcome two = Ocsp(&cert,
+    const Outcome two = Ocsp(&good,
                              Response({{goodLeaf, V_OCSP_CERTSTATUS_GOOD, -1},
                                        {revokedLeaf, V_OCSP_CERTSTATUS_GOOD, -1}}),
                              kRevoked);
     EXPECT_TRUE(!two.validation && two.code == ErrInternal &&
                 two.message == "ocsp.GetSingleResponses().GetSize()>1")
         << "two single responses: plain 101, got " << two.code << " " << two.message;
-    const Outcome none = Ocsp(&cert, Response({}), kRevoked);
+    const Outcome none = Ocsp(&good, Response({}), kRevoked);
     EXPECT_TRUE(!none.validation && none.code == ErrInvalidParameter &&
                 none.message == "ocsp.GetSingleResponses() is empty")
         << "no single response: plain 102, got " << none.code << " " << none.message;
@@ -349,19 +338,19 @@ TEST_F(TrustListPolicy, PurposeChoosesTheStores) {
 TEST_F(TrustListPolicy, RefusesTheUndividedStoreSetters) {
     for (X509Store* store : {static_cast<X509Store*>(&trustTS), static_cast<X509Store*>(nullptr)}) {
         const Outcome trust = Catch([&] { base.SetTrustStore(store); });
-        EXPECT_EQ(trust.code, ErrInvalidParameter) << "SetTrustStore refused whatever the store";
-        EXPECT_EQ(trust.message,
-                  "X509ChainPolicyTL::SetTrustStore() wrong usage. Use "
-                  "X509ChainPolicyTL::SetTrustStoreSig() or X509ChainPolicyTL::SetTrustStoreTS() "
-                  "instead.")
-            << "the message names the setters to use";
+        EXPECT_TRUE(trust.code == ErrInvalidParameter &&
+                    trust.message ==
+                        "X509ChainPolicyTL::SetTrustStore() wrong usage. Use "
+                        "X509ChainPolicyTL::SetTrustStoreSig() or "
+                        "X509ChainPolicyTL::SetTrustStoreTS() instead.")
+            << "SetTrustStore refused whatever the store, naming the setters to use";
         const Outcome extra = Catch([&] { base.SetExtraStore(store); });
-        EXPECT_EQ(extra.code, ErrInvalidParameter) << "SetExtraStore refused whatever the store";
-        EXPECT_EQ(extra.message,
-                  "X509ChainPolicyTL::SetExtraStore() wrong usage. Use "
-                  "X509ChainPolicyTL::SetExtraStoreSig() or X509ChainPolicyTL::SetExtraStoreTS() "
-                  "instead.")
-            << "the message names the setters to use";
+        EXPECT_TRUE(extra.code == ErrInvalidParameter &&
+                    extra.message ==
+                        "X509ChainPolicyTL::SetExtraStore() wrong usage. Use "
+                        "X509ChainPolicyTL::SetExtraStoreSig() or "
+                        "X509ChainPolicyTL::SetExtraStoreTS() instead.")
+            << "SetExtraStore refused whatever the store, naming the setters to use";
     }
     EXPECT_TRUE(policy.GetTrustStoreSig() == &trustSig && policy.GetExtraStoreSig() == &extraSig)
         << "refused calls change no store";
@@ -382,10 +371,6 @@ TEST_F(TrustListPolicy, ResetAndCopiesCoverTheTimeStampStores) {
                     p->GetTSUStore() == &tsu && p->GetTrustStoreSig() == &trustSig)
             << "copies keep purpose and all stores after the original's Reset";
     }
-    const X509ChainPolicyTL fresh;
-    ExpectDefaults(fresh, "constructed TL");
-    EXPECT_TRUE(fresh.GetTrustStoreTS() == nullptr && fresh.GetTSUStore() == nullptr)
-        << "no time-stamp or TSU store at first";
 }
 
 }  // namespace

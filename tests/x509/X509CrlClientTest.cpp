@@ -34,6 +34,8 @@ using tessera_test::UtcTime;
 
 const std::int64_t kNotBefore = UtcTime(2024, 1, 1);
 const std::int64_t kNotAfter = UtcTime(2025, 1, 1);
+const wchar_t kOnline[] = L"Tessera.X509CrlClientOnline";
+const wchar_t kCurl[] = L"Tessera.X509CurlCrlClientOnline";
 
 const Issued& Ca(const std::string& name = "CRL Test CA") {
     static std::map<std::string, Issued> cas;
@@ -144,8 +146,8 @@ private:
 
 TEST_F(CrlClientTest, CurlTransportMapsEveryServerAnswerToItsCode) {
     X509CurlCrlClientOnline client;
-    EXPECT_EQ(client.GetConnectTimeout(), 5) << "connect time-out defaults to 5 s";
-    EXPECT_EQ(client.GetTimeout(), 0) << "total time-out defaults to none";
+    EXPECT_TRUE(client.GetConnectTimeout() == 5 && client.GetTimeout() == 0)
+        << "time-outs default to 5 s to connect and none in total";
 
     const std::string file = PublishCrl("ok", CrlDer(UtcTime(2024, 3, 1)));
     X509Crl* crl = client.GetCrl(Wide(HttpUrl("/file/" + file)).c_str());
@@ -157,17 +159,16 @@ TEST_F(CrlClientTest, CurlTransportMapsEveryServerAnswerToItsCode) {
         return CodeOf([&] { client.GetCrlEncoded(Wide(HttpUrl(path)).c_str(), out); });
     };
     EXPECT_EQ(fetch("/status/404"), ErrCrlServiceBadResponse) << "404 → 502";
-    EXPECT_TRUE(Logged(L"Tessera.X509CurlCrlClientOnline", Level::Error,
+    EXPECT_TRUE(Logged(kCurl, Level::Error,
                        L"Server HTTP reply contains HTTP status code 404 (URL=http://"))
         << "the status is logged with the URL";
-    EXPECT_TRUE(Logged(L"Tessera.X509CurlCrlClientOnline", Level::Error, L"HTTP body: status 404"))
+    EXPECT_TRUE(Logged(kCurl, Level::Error, L"HTTP body: status 404"))
         << "the body of an error answer is logged";
     EXPECT_EQ(fetch("/status/503"), ErrCrlServiceUnavailable) << "503 → 501";
     EXPECT_EQ(fetch("/status/500"), ErrCrlServiceBadResponse) << "500 → 502";
     EXPECT_EQ(CodeOf([&] { client.GetCrlEncoded(L"http://127.0.0.1:1/crl", out); }), ErrCrlService)
         << "connection refused → 500";
-    EXPECT_TRUE(Logged(L"Tessera.X509CurlCrlClientOnline", Level::Error,
-                       L"HTTP request failed. Result code=7."))
+    EXPECT_TRUE(Logged(kCurl, Level::Error, L"HTTP request failed. Result code=7."))
         << "libcurl's result code is logged";
 
     client.SetTimeout(1);
@@ -176,7 +177,7 @@ TEST_F(CrlClientTest, CurlTransportMapsEveryServerAnswerToItsCode) {
 
     EXPECT_EQ(client.GetCrl(Wide(HttpUrl("/garbage")).c_str()), nullptr)
         << "a body that is no CRL gives no CRL";
-    EXPECT_TRUE(Logged(L"Tessera.X509CrlClientOnline", Level::Warning,
+    EXPECT_TRUE(Logged(kOnline, Level::Warning,
                        L"GetCrl: Cannot get CRL, CryptException caught: ErrorNumber = 109"))
         << "the decoding failure is a Warning, not an exception";
     EXPECT_EQ(client.GetCrl(Wide(HttpUrl("/empty")).c_str()), nullptr) << "an empty body: null";
@@ -208,12 +209,12 @@ TEST_F(CrlClientTest, WalkTakesTheFirstHttpNameOfEachPointAndGoesOnAfterFailures
     X509Crl* crl = client.GetCrl(leaf);
     ASSERT_NE(crl, nullptr) << "the second point delivers";
     EXPECT_EQ(crl->GetThisUpdate(), UtcTime(2024, 4, 1)) << "the CRL of the second point";
-    EXPECT_TRUE(Logged(L"Tessera.X509CrlClientOnline", Level::Warning, L"ErrorNumber = 502"))
+    EXPECT_TRUE(Logged(kOnline, Level::Warning, L"ErrorNumber = 502"))
         << "the failing first point leaves a Warning";
 
     EXPECT_EQ(client.GetCrlAfterTime(leaf, UtcTime(2024, 4, 2), nullptr), nullptr)
         << "a CRL older than the time asked for is refused";
-    EXPECT_TRUE(Logged(L"Tessera.X509CrlClientOnline", Level::Debug,
+    EXPECT_TRUE(Logged(kOnline, Level::Debug,
                        L"CRL(ThisUpdate:01.04.2024 00:00:00) < Time(02.04.2024 00:00:00)"))
         << "the refusal names both times";
     EXPECT_NE(client.GetCrlAfterTime(leaf, UtcTime(2024, 4, 1), nullptr), nullptr)
@@ -226,13 +227,12 @@ TEST_F(CrlClientTest, WalkWithoutHttpPointsGivesNullWithoutComplaint) {
               nullptr)
         << "LDAP and HTTPS points are not fetched";
     EXPECT_EQ(client.GetCrl(Leaf({}, false)), nullptr) << "no distribution points: null";
-    EXPECT_TRUE(RecordingLog::Instance().LinesOf(L"Tessera.X509CrlClientOnline").size() > 0 &&
-                !Logged(L"Tessera.X509CrlClientOnline", Level::Warning, L""))
+    EXPECT_TRUE(RecordingLog::Instance().LinesOf(kOnline).size() > 0 &&
+                !Logged(kOnline, Level::Warning, L""))
         << "neither case is a failure";
     EXPECT_EQ(client.GetCrl(X509Certificate()), nullptr)
         << "a certificate without handle gives null";
-    EXPECT_TRUE(Logged(L"Tessera.X509CrlClientOnline", Level::Error,
-                       L"GetCrl: Bad parameter - cert.GetX509() is null"))
+    EXPECT_TRUE(Logged(kOnline, Level::Error, L"GetCrl: Bad parameter - cert.GetX509() is null"))
         << "and the bad parameter is logged";
 }
 
@@ -262,12 +262,12 @@ TEST_F(CrlClientTest, WalkKeepsTheLastFailureAndReportsItOnlyWhenNoPointDelivers
     client.crl = CrlDer(UtcTime(2024, 5, 1));
     EXPECT_NE(client.GetCrl(Leaf({{"http://first"}, {"http://good"}})), nullptr)
         << "a failure of the first point does not stop the walk";
-    EXPECT_FALSE(Logged(L"Tessera.X509CrlClientOnline", Level::Warning, L""))
+    EXPECT_FALSE(Logged(kOnline, Level::Warning, L""))
         << "a walk that ends with a CRL reports nothing";
 
     EXPECT_EQ(client.GetCrl(Leaf({{"http://first"}, {"http://second"}})), nullptr)
         << "no point delivers";
-    EXPECT_TRUE(Logged(L"Tessera.X509CrlClientOnline", Level::Warning,
+    EXPECT_TRUE(Logged(kOnline, Level::Warning,
                        L"ErrorNumber = 501, Description = CRL service unavailable., Message = "
                        L"http://second"))
         << "the kept failure (code and message of the last point) is reported";
@@ -292,7 +292,7 @@ TEST_F(CrlClientTest, CacheAnswersByIssuerWithoutAskingAgain) {
     FixedCrlClient foreign(CrlDer(UtcTime(2024, 2, 1), "Other CA"));
     X509CacheCrlClient other;
     other.SetSubordinateClient(&foreign);
-    other.GetCrl(leaf);
+    other.GetCrl(leaf);  // caches the foreign CRL
     other.SetSubordinateClient(nullptr);
     EXPECT_EQ(other.GetCrl(leaf), nullptr) << "a cached CRL of another issuer does not match";
 }

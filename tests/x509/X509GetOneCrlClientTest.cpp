@@ -5,6 +5,8 @@
 //   "Unserved CA" ── has no CRL at the service
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,12 +41,11 @@ const Pki& PkiOf(const std::string& caName) {
         profile.commonName = caName;
         profile.extensions = tessera_test::CaExtensions();
         tessera_test::Issued ca = tessera_test::IssueCertificate(profile, nullptr);
-        tessera_test::CertSpec leafSpec;
-        leafSpec.commonName = caName + " Leaf";
-        const tessera_test::Issued leaf = tessera_test::IssueCertificate(leafSpec, &ca);
-        X509Certificate caCert(ca.cert.get());
-        X509Certificate leafCert(leaf.cert.get());
-        found = pkis.emplace(caName, Pki{std::move(ca), caCert, leafCert}).first;
+        profile = tessera_test::CertSpec();
+        profile.commonName = caName + " Leaf";
+        const X509Certificate leaf(tessera_test::IssueCertificate(profile, &ca).cert.get());
+        const X509Certificate caCert(ca.cert.get());
+        found = pkis.emplace(caName, Pki{std::move(ca), caCert, leaf}).first;
     }
     return found->second;
 }
@@ -98,9 +99,7 @@ protected:
     // A client whose only entry names `ca` by its SHA-1 written in upper case.
     X509GetOneCrlClient ClientFor(const X509Certificate& ca) {
         std::string key = ca.GetSHA1HashHex().c_str();
-        for (char& c : key) {
-            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        }
+        std::transform(key.begin(), key.end(), key.begin(), ::toupper);
         X509GetOneCrlParameters entry;
         entry.SetIssuer(key.c_str());
         entry.SetCrlClient(&service);
@@ -173,13 +172,14 @@ TEST(GetOneCrlLibraryTest, RequestCarriesTheIssuerInUrlAlphabetAndTheTime) {
         << "an existing query is extended; the time is appended";
     QorGetOneCrlLib::CrlResponse response;
     client.SetIssuer("");
+    int code = 0;
     try {
         client.SendRequest(response);
-        ADD_FAILURE() << "a request without issuer must throw";
     } catch (const QorGetOneCrlLib::CrlException& e) {
-        EXPECT_EQ(e.GetErrorCode(), QorGetOneCrlLib::CrlException::crlErrInvalidParameter)
-            << "missing issuer → code 2";
+        code = e.GetErrorCode();
     }
+    EXPECT_EQ(code, QorGetOneCrlLib::CrlException::crlErrInvalidParameter)
+        << "a request without issuer throws code 2";
     const unsigned char notCrl[] = {0x30, 0x03, 0x02, 0x01, 0x00};
     EXPECT_THROW(QorGetOneCrlLib::Crl(notCrl, sizeof(notCrl)), QorGetOneCrlLib::CrlException)
         << "bytes that are no CRL are refused";

@@ -59,36 +59,42 @@ long Import(X509MemoryStore& store, const std::vector<unsigned char>& p12, const
 //   Root A (key 2, same subject as key 1) ── Sibling
 class X509MemoryStoreTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        rootA = new Issued(IssueCertificate(Profile("Root A", 1, true), nullptr));
-        rootA2 = new Issued(IssueCertificate(Profile("Root A", 2, true), nullptr));
-        intermediate = new Issued(IssueCertificate(Profile("Intermediate", 3, true), rootA));
-        leaf = new Issued(IssueCertificate(Profile("Leaf", 4, false), intermediate));
-        sibling = new Issued(IssueCertificate(Profile("Sibling", 5, false), rootA2));
-    }
-    static void TearDownTestSuite() {
-        for (Issued* issued : {rootA, rootA2, intermediate, leaf, sibling}) {
-            delete issued;
-        }
+    struct Pki {
+        Issued rootA = IssueCertificate(Profile("Root A", 1, true), nullptr);
+        Issued rootA2 = IssueCertificate(Profile("Root A", 2, true), nullptr);
+        Issued intermediate = IssueCertificate(Profile("Intermediate", 3, true), &rootA);
+        Issued leaf = IssueCertificate(Profile("Leaf", 4, false), &intermediate);
+        Issued sibling = IssueCertificate(Profile("Sibling", 5, false), &rootA2);
+    };
+    static const Pki& Certs() {
+        static const Pki pki;
+        return pki;
     }
 
-    static std::vector<unsigned char> LeafPkcs12(const std::string& password, bool withMac = true) {
+    std::vector<unsigned char> LeafPkcs12(const std::string& password, bool withMac = true) const {
         return BuildPkcs12(leaf->key.get(), leaf->cert.get(),
                            {intermediate->cert.get(), rootA->cert.get()}, password, withMac);
     }
 
-    static Issued* rootA;
-    static Issued* rootA2;
-    static Issued* intermediate;
-    static Issued* leaf;
-    static Issued* sibling;
-};
+    // The leaf with its key, then intermediate and root without key.
+    void ExpectKeyHolderFirst(const X509MemoryStore& store) const {
+        const qorstd::QorVector<X509Certificate> certs = store.GetCertificates();
+        ASSERT_EQ(certs.GetSize(), 3u) << "leaf and two CA certificates";
+        EXPECT_TRUE(certs.GetAt(0).Equals(Cert(*leaf)) && certs.GetAt(0).HasPrivateKey())
+            << "the end entity comes first, with its key";
+        EXPECT_TRUE(certs.GetAt(1).Equals(Cert(*intermediate)) &&
+                    certs.GetAt(2).Equals(Cert(*rootA)))
+            << "then the others in file order";
+        EXPECT_EQ(certs.GetAt(1).HasPrivateKey() + certs.GetAt(2).HasPrivateKey(), 0)
+            << "the others carry no key";
+    }
 
-Issued* X509MemoryStoreTest::rootA = nullptr;
-Issued* X509MemoryStoreTest::rootA2 = nullptr;
-Issued* X509MemoryStoreTest::intermediate = nullptr;
-Issued* X509MemoryStoreTest::leaf = nullptr;
-Issued* X509MemoryStoreTest::sibling = nullptr;
+    const Issued* rootA = &Certs().rootA;
+    const Issued* rootA2 = &Certs().rootA2;
+    const Issued* intermediate = &Certs().intermediate;
+    const Issued* leaf = &Certs().leaf;
+    const Issued* sibling = &Certs().sibling;
+};
 
 TEST_F(X509MemoryStoreTest, KeepsDuplicatesAndRemovesTheFirstEqual) {
     X509MemoryStore store;
@@ -149,8 +155,9 @@ TEST_F(X509MemoryStoreTest, ImportPemReplacesCertificatesUpToTheFirstOtherBlock)
     EXPECT_EQ(store.GetCertificates().GetSize(), 0u) << "text without blocks: no certificates";
 
     const CryptException null = Thrown([&] { store.ImportPEM(nullptr); });
-    EXPECT_EQ(null.GetErrorCode(), ErrInvalidParameter) << "null text";
-    EXPECT_STREQ(null.GetErrorMessage().c_str(), L"pData=NULL") << "null text message";
+    EXPECT_TRUE(null.GetErrorCode() == ErrInvalidParameter &&
+                null.GetErrorMessage() == L"pData=NULL")
+        << "null text: 102 naming the argument";
     EXPECT_STREQ(Thrown([&] { store.ImportPEM(""); }).GetErrorMessage().c_str(), L"nDataLength<=0")
         << "empty text";
 }
@@ -158,13 +165,7 @@ TEST_F(X509MemoryStoreTest, ImportPemReplacesCertificatesUpToTheFirstOtherBlock)
 TEST_F(X509MemoryStoreTest, ImportPkcs12PutsTheKeyHolderFirst) {
     X509MemoryStore store;
     ASSERT_EQ(Import(store, LeafPkcs12("s3cret"), "s3cret"), 3) << "leaf and two CA certificates";
-    const qorstd::QorVector<X509Certificate> certs = store.GetCertificates();
-    EXPECT_EQ(certs.GetAt(0).Equals(Cert(*leaf)), 1) << "the end entity comes first";
-    EXPECT_EQ(certs.GetAt(0).HasPrivateKey(), 1) << "with its key";
-    EXPECT_EQ(certs.GetAt(1).Equals(Cert(*intermediate)), 1) << "then the others in file order";
-    EXPECT_EQ(certs.GetAt(2).Equals(Cert(*rootA)), 1) << "then the others in file order";
-    EXPECT_EQ(certs.GetAt(1).HasPrivateKey() + certs.GetAt(2).HasPrivateKey(), 0)
-        << "the others carry no key";
+    ExpectKeyHolderFirst(store);
 
     X509Certificate found = Cert(*leaf);
     EXPECT_EQ(store.FindCertificate(found, 0), 1) << "found by equality";
@@ -176,8 +177,7 @@ TEST_F(X509MemoryStoreTest, ImportPkcs12PutsTheKeyHolderFirst) {
     EXPECT_EQ(absent.Equals(Cert(*sibling)), 1) << "a failed lookup leaves the argument";
 
     const std::vector<unsigned char> p12 = LeafPkcs12("s3cret");
-    const X509MemoryStore wide(p12.data(), static_cast<long>(p12.size()), L"s3cret");
-    EXPECT_EQ(wide.GetCertificates().GetSize(), 3u) << "wide password form";
+    ExpectKeyHolderFirst(X509MemoryStore(p12.data(), static_cast<long>(p12.size()), L"s3cret"));
 }
 
 TEST_F(X509MemoryStoreTest, ImportPkcs12FailuresHaveTheirCodes) {
@@ -269,11 +269,7 @@ TEST_F(X509MemoryStoreTest, ReadsAPkcs12WrittenByOpensslPkcs12) {
 
     X509MemoryStore store;
     ASSERT_EQ(Import(store, p12, "p12"), 3) << "leaf and both chain certificates";
-    const qorstd::QorVector<X509Certificate> certs = store.GetCertificates();
-    EXPECT_EQ(certs.GetAt(0).Equals(Cert(*leaf)), 1) << "the key holder first";
-    EXPECT_EQ(certs.GetAt(0).HasPrivateKey(), 1) << "with its key";
-    EXPECT_EQ(certs.GetAt(1).Equals(Cert(*intermediate)) + certs.GetAt(2).Equals(Cert(*rootA)), 2)
-        << "the chain certificates in file order";
+    ExpectKeyHolderFirst(store);
 }
 
 }  // namespace

@@ -21,18 +21,10 @@ using QorOcsp2Lib::OcspResponse;
 
 namespace {
 
-std::wstring Wide(const std::string& text) {
-    return std::wstring(text.begin(), text.end());
-}
-
 X509Certificate FixtureCert(const std::string& name) {
     const CertPtr cert = ReadPemCertificate(ServerDir("ocsp") + "/pki/" + name + ".pem");
     EXPECT_TRUE(cert) << name << ".pem from the ocsp fixture";
     return cert ? X509Certificate(cert.get()) : X509Certificate();
-}
-
-int Status(const OcspResponse* response) {
-    return response->GetSingleResponses().GetAt(0).GetCertStatus();
 }
 
 }  // namespace
@@ -44,7 +36,8 @@ TEST(X509OcspClientOnlineServer, UrlFromTheCertificateAnswersEveryStatus) {
     for (int status = 0; status < 3; ++status) {
         OcspResponse* response = client.GetOcspResponse(FixtureCert(names[status]), ca);
         ASSERT_NE(response, nullptr) << names[status];
-        EXPECT_EQ(Status(response), status) << "status of " << names[status] << " (URL from AIA)";
+        EXPECT_EQ(response->GetSingleResponses().GetAt(0).GetCertStatus(), status)
+            << "status of " << names[status] << " (URL from AIA)";
     }
 }
 
@@ -52,7 +45,8 @@ TEST(X509OcspClientOnlineServer, ConfiguredUrlWinsAndTrustStoreCertificatesAreTr
     const X509Certificate ca = FixtureCert("ca");
     const X509Certificate good = FixtureCert("good");
     X509OcspClientOnline client;
-    client.SetUrl(Wide(ServerFile("ocsp", "untrusted-url")).c_str());
+    const std::string url = ServerFile("ocsp", "untrusted-url");
+    client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
     try {
         client.GetOcspResponse(good, ca);
         ADD_FAILURE() << "the responder of another CA must be refused";
@@ -66,7 +60,8 @@ TEST(X509OcspClientOnlineServer, ConfiguredUrlWinsAndTrustStoreCertificatesAreTr
     const OcspResponse* response = client.GetOcspResponse(good, ca);
     ASSERT_NE(response, nullptr) << "a responder certificate of the trust store is trusted";
     EXPECT_STREQ(response->GetResponderName().c_str(),
-                 L"CN=Untrusted OCSP Responder,O=Tessera Test");
+                 L"CN=Untrusted OCSP Responder,O=Tessera Test")
+        << "answered by the untrusted responder";
 }
 
 namespace {
@@ -131,7 +126,7 @@ int CodeOf(const std::function<void()>& action, std::wstring* message) {
 TEST_F(CannedOcsp, AfterTimeKeepsOnlyResponsesProducedAtOrAfterTheTime) {
     const OcspResponse* response = client.GetOcspResponseAfterTime(Ee(), Ca(), producedAt);
     ASSERT_NE(response, nullptr) << "producedAt equal to the time is recent enough";
-    EXPECT_EQ(response->GetProducedAt(), producedAt);
+    EXPECT_EQ(response->GetProducedAt(), producedAt) << "the canned response";
     EXPECT_EQ(client.GetOcspResponseAfterTime(Ee(), Ca(), producedAt + 1), nullptr)
         << "a response one second older than asked for is dropped";
 }
@@ -141,18 +136,16 @@ TEST_F(CannedOcsp, RefusesRequestsWithoutCertificateOrUrl) {
     CertSpec bare;
     bare.commonName = "No AIA";
     const Issued noAia = IssueCertificate(bare, &ca);
-    EXPECT_EQ(
-        CodeOf([&] { client.GetOcspResponse(X509Certificate(noAia.cert.get()), Ca()); }, &message),
-        ErrChainVerification)
+    int code =
+        CodeOf([&] { client.GetOcspResponse(X509Certificate(noAia.cert.get()), Ca()); }, &message);
+    EXPECT_TRUE(code == ErrChainVerification && message == L"cert.GetOcspResponderUrl() is empty")
         << "no URL set and none in the certificate";
-    EXPECT_EQ(message, L"cert.GetOcspResponderUrl() is empty");
-    EXPECT_EQ(CodeOf([&] { client.GetOcspResponse(X509Certificate(), Ca()); }, &message),
-              ErrInvalidParameter);
-    EXPECT_EQ(message, L"cert.GetX509()=NULL");
-    EXPECT_EQ(
-        CodeOf([&] { client.GetOcspResponseAfterTime(Ee(), X509Certificate(), 0); }, &message),
-        ErrInvalidParameter);
-    EXPECT_EQ(message, L"issuer.GetX509()=NULL");
+    code = CodeOf([&] { client.GetOcspResponse(X509Certificate(), Ca()); }, &message);
+    EXPECT_TRUE(code == ErrInvalidParameter && message == L"cert.GetX509()=NULL")
+        << "an empty certificate: 102";
+    code = CodeOf([&] { client.GetOcspResponseAfterTime(Ee(), X509Certificate(), 0); }, &message);
+    EXPECT_TRUE(code == ErrInvalidParameter && message == L"issuer.GetX509()=NULL")
+        << "an empty issuer: 102";
     EXPECT_EQ(transport.posts, 0) << "nothing is sent for a refused request";
 }
 
@@ -160,7 +153,7 @@ TEST_F(CannedOcsp, LogsTheRequestAndACopyOpensItsOwnChannel) {
     RecordingLog& log = RecordingLog::Instance();
     log.Reset();
     const LoggingCallbacks table = log.Table();
-    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
+    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
     {
         X509OcspClientOnline logged;
         logged.SetHttpClient(&transport);
@@ -175,8 +168,8 @@ TEST_F(CannedOcsp, LogsTheRequestAndACopyOpensItsOwnChannel) {
               2)
         << "the client and its copy each open a channel";
     const std::vector<LogLine> lines = log.LinesOf(L"Tessera.X509OcspClientOnline");
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[0].level, Level::Debug);
+    ASSERT_GE(lines.size(), 2u) << "entry and URL lines";
+    EXPECT_EQ(lines[0].level, Level::Debug) << "entries are Debug lines";
     EXPECT_EQ(lines[0].text, L"GetOcspResponse(Cert:" +
                                  std::wstring(Ee().GetSubjectName().GetStringX500().c_str()) + L")")
         << "the entry line names the certificate";

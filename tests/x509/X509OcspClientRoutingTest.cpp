@@ -96,7 +96,7 @@ TEST_F(OcspRouting, MapWithoutMatchOrDefaultWarnsAndAnswersNull) {
     RecordingLog& log = RecordingLog::Instance();
     log.Reset();
     const LoggingCallbacks table = log.Table();
-    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1);
+    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
     {
         X509OcspClientMap map;
         map.AddOcspClientForIssuer(ca.GetSubjectName().GetSHA1HashHex(), &a);
@@ -104,9 +104,9 @@ TEST_F(OcspRouting, MapWithoutMatchOrDefaultWarnsAndAnswersNull) {
     }
     Tessera_InitializeLogging(nullptr, false);
     const std::vector<LogLine> lines = log.LinesOf(L"Tessera.X509OcspClientMap");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].level, Level::Warning);
-    EXPECT_EQ(lines[0].text, L"OCSP client not found");
+    ASSERT_EQ(lines.size(), 1u) << "one line";
+    EXPECT_TRUE(lines[0].level == Level::Warning && lines[0].text == L"OCSP client not found")
+        << "a Warning that no client was found";
 }
 
 TEST_F(OcspRouting, TrustStoreReachesRoutedAndStackedClients) {
@@ -137,7 +137,7 @@ TEST_F(OcspRouting, StackTakesTheFirstResponseAndLetsExceptionsThrough) {
     stack.AddClient(&a);
     stack.AddClient(&b);
     EXPECT_EQ(stack.GetOcspResponse(ee, ca), &responseA) << "the first response wins";
-    EXPECT_EQ(stack.GetOcspResponseAfterTime(ee, ca, 99), &responseA);
+    EXPECT_EQ(stack.GetOcspResponseAfterTime(ee, ca, 99), &responseA) << "also after a time";
     EXPECT_EQ(empty.time, 99) << "the time is passed on";
     EXPECT_EQ(b.calls, 0) << "clients after the answer are not asked";
     empty.fails = true;
@@ -145,7 +145,7 @@ TEST_F(OcspRouting, StackTakesTheFirstResponseAndLetsExceptionsThrough) {
         stack.GetOcspResponse(ee, ca);
         ADD_FAILURE() << "a stacked client's exception propagates";
     } catch (const OcspException& e) {
-        EXPECT_EQ(e.GetErrorCode(), OcspException::ocspErrConnect);
+        EXPECT_EQ(e.GetErrorCode(), OcspException::ocspErrConnect) << "the client's own error";
     }
     EXPECT_EQ(a.calls, 2) << "no client is asked after an exception";
 }
@@ -160,14 +160,16 @@ TEST_F(OcspRouting, MapAndStackRefuseCertificatesWithoutHandle) {
             client->GetOcspResponse(X509Certificate(), ca);
             ADD_FAILURE() << "an empty certificate is refused";
         } catch (const CryptException& e) {
-            EXPECT_EQ(e.GetErrorCode(), ErrInvalidParameter);
-            EXPECT_STREQ(e.GetErrorMessage().c_str(), L"cert.GetX509()=NULL");
+            EXPECT_TRUE(e.GetErrorCode() == ErrInvalidParameter &&
+                        e.GetErrorMessage() == L"cert.GetX509()=NULL")
+                << "102 naming the certificate";
         }
         try {
             client->GetOcspResponseAfterTime(ee, X509Certificate(), 0);
             ADD_FAILURE() << "an empty issuer is refused";
         } catch (const CryptException& e) {
-            EXPECT_STREQ(e.GetErrorMessage().c_str(), L"issuer.GetX509()=NULL");
+            EXPECT_STREQ(e.GetErrorMessage().c_str(), L"issuer.GetX509()=NULL")
+                << "names the issuer";
         }
     }
     EXPECT_EQ(a.calls, 0) << "nothing is forwarded for a refused request";
