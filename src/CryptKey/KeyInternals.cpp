@@ -12,6 +12,8 @@
 // callback, although the default provider could not sign with it.
 #include "CryptKey/KeyInternals.h"
 
+#include "QorDer.h"
+
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
@@ -108,10 +110,9 @@ bool TakeBadPassphraseError() {
 
 Pkcs12Ptr DecodePkcs12(const unsigned char* data, long size) {
     const long kMaxMacIterations = 10000000;
-    const unsigned char* cursor = data;
-    Pkcs12Ptr pkcs12(d2i_PKCS12(nullptr, &cursor, size));
-    if (!pkcs12 || cursor != data + size) {
-        return Pkcs12Ptr();
+    Pkcs12Ptr pkcs12 = qorssl::DecodeWhole<Pkcs12Ptr>(d2i_PKCS12, data, size);
+    if (!pkcs12) {
+        return pkcs12;
     }
     const ASN1_INTEGER* iterations = nullptr;
     PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, pkcs12.get());

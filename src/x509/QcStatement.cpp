@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "CryptException.h"
+#include "QorDer.h"
 #include "x509/QcAsn1.h"
 
 ASN1_SEQUENCE(QC_STATEMENT) =
@@ -64,24 +65,6 @@ bool OidToText(const ASN1_OBJECT* object, std::string& text) {
     return true;
 }
 
-// Decodes `der` as exactly one value of `T` (no trailing bytes).
-template <class T, T* (*Decode)(T**, const unsigned char**, long), void (*Free)(T*)>
-qorssl::OpenSslPtr<T, Free> DecodeExactly(const unsigned char* der, long size) {
-    qorssl::OpenSslPtr<T, Free> decoded;
-    if (der == nullptr || size <= 0) {
-        return decoded;
-    }
-    const unsigned char* cursor = der;
-    decoded.reset(Decode(nullptr, &cursor, size));
-    if (decoded && cursor != der + size) {
-        decoded.reset();
-    }
-    if (!decoded) {
-        ERR_clear_error();
-    }
-    return decoded;
-}
-
 // A QcType's information: null when the statement carries none; anything but
 // a SEQUENCE OF OBJECT IDENTIFIER is malformed.
 x509::EsiQcTypePtr DecodeQcTypeInfo(const ASN1_TYPE* info) {
@@ -91,8 +74,9 @@ x509::EsiQcTypePtr DecodeQcTypeInfo(const ASN1_TYPE* info) {
     if (info->type != V_ASN1_SEQUENCE || info->value.sequence == nullptr) {
         CryptException::Throw(ErrAsn1Decoding, L"");
     }
-    x509::EsiQcTypePtr decoded = DecodeExactly<ESI_QcType, d2i_ESI_QcType, ESI_QcType_free>(
-        ASN1_STRING_get0_data(info->value.sequence), ASN1_STRING_length(info->value.sequence));
+    x509::EsiQcTypePtr decoded = qorssl::DecodeWhole<x509::EsiQcTypePtr>(
+        d2i_ESI_QcType, ASN1_STRING_get0_data(info->value.sequence),
+        ASN1_STRING_length(info->value.sequence));
     if (!decoded) {
         CryptException::Throw(ErrAsn1Decoding, L"");
     }
@@ -260,8 +244,8 @@ int PrintQcStatements(const X509V3_EXT_METHOD*, void* extension, BIO* out, int i
             continue;
         }
         const ASN1_STRING* sequence = statement->statementInfo->value.sequence;
-        const EsiQcTypePtr types = DecodeExactly<ESI_QcType, d2i_ESI_QcType, ESI_QcType_free>(
-            ASN1_STRING_get0_data(sequence), ASN1_STRING_length(sequence));
+        const EsiQcTypePtr types = qorssl::DecodeWhole<x509::EsiQcTypePtr>(
+            d2i_ESI_QcType, ASN1_STRING_get0_data(sequence), ASN1_STRING_length(sequence));
         for (int k = 0; types && k < sk_ASN1_OBJECT_num(types.get()); ++k) {
             std::string type;
             if (OidToText(sk_ASN1_OBJECT_value(types.get(), k), type)) {
@@ -279,7 +263,7 @@ struct ExtMethodFree {
 }  // namespace
 
 QcStatementsPtr DecodeQcStatements(const unsigned char* der, long size) {
-    return DecodeExactly<QC_STATEMENTS, d2i_QC_STATEMENTS, QC_STATEMENTS_free>(der, size);
+    return qorssl::DecodeWhole<x509::QcStatementsPtr>(d2i_QC_STATEMENTS, der, size);
 }
 
 bool AppendQcStatements(const unsigned char* der, long size,

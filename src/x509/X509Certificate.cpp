@@ -21,6 +21,7 @@
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
+#include "QorDer.h"
 #include "QorTextConv.h"
 #include "x509/QcAsn1.h"
 #include "x509/X509Bytes.h"
@@ -48,24 +49,6 @@ using Asn1TypePtr = OpenSslPtr<ASN1_TYPE, ASN1_TYPE_free>;
     CryptException::Throw(code, message);
 }
 
-// Decodes `der` as exactly one value of `T` (no trailing bytes).
-template <class T, T* (*Decode)(T**, const unsigned char**, long), void (*Free)(T*)>
-OpenSslPtr<T, Free> DecodeExactly(const unsigned char* der, long size) {
-    OpenSslPtr<T, Free> decoded;
-    if (der == nullptr || size <= 0) {
-        return decoded;
-    }
-    const unsigned char* cursor = der;
-    decoded.reset(Decode(nullptr, &cursor, size));
-    if (decoded && cursor != der + size) {
-        decoded.reset();
-    }
-    if (!decoded) {
-        ERR_clear_error();
-    }
-    return decoded;
-}
-
 // The value of an extension decoded as exactly one `T`.
 template <class T, T* (*Decode)(T**, const unsigned char**, long), void (*Free)(T*)>
 OpenSslPtr<T, Free> DecodeExtension(const X509_EXTENSION* extension) {
@@ -74,7 +57,8 @@ OpenSslPtr<T, Free> DecodeExtension(const X509_EXTENSION* extension) {
     if (value == nullptr) {
         return OpenSslPtr<T, Free>();
     }
-    return DecodeExactly<T, Decode, Free>(ASN1_STRING_get0_data(value), ASN1_STRING_length(value));
+    return qorssl::DecodeWhole<qorssl::OpenSslPtr<T, Free>>(Decode, ASN1_STRING_get0_data(value),
+                                                            ASN1_STRING_length(value));
 }
 
 // The dotted form of `object`, however long; false when it has none.
@@ -377,7 +361,7 @@ void X509Certificate::Import(const unsigned char* data, long size) {
         Fail(ErrInvalidParameter, L"nSize<=0");
     }
     Reset();
-    X509Ptr decoded = DecodeExactly<X509, d2i_X509, X509_free>(data, size);
+    X509Ptr decoded = qorssl::DecodeWhole<X509Ptr>(d2i_X509, data, size);
     if (!decoded) {
         LogCryptoErrors("Import: d2i_X509() failed.");
         Fail(ErrAsn1Decoding);
@@ -931,8 +915,8 @@ bool X509Certificate::VerifyDN(const std::vector<std::pair<std::string, std::str
                                                                              : nullptr;
     X509NamePtr name;
     if (der != nullptr && der->GetSize() > 0) {
-        name = DecodeExactly<X509_NAME, d2i_X509_NAME, X509_NAME_free>(
-            der->GetData(), static_cast<long>(der->GetSize()));
+        name = qorssl::DecodeWhole<X509NamePtr>(d2i_X509_NAME, der->GetData(),
+                                                static_cast<long>(der->GetSize()));
     }
     if (!name) {
         Fail(ErrInternal, L"x509Name == NULL.");

@@ -12,6 +12,7 @@
 #include "CryptHash.h"
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
+#include "QorDer.h"
 #include "X509Certificate.h"
 #include "x509/X509Bytes.h"
 #include "x509/X509NamePrint.h"
@@ -174,11 +175,10 @@ void X509Crl::Import(const unsigned char* der, long size) {
         CryptException::Throw(ErrInvalidParameter, L"nSize<=0");
     }
     Reset();
-    const unsigned char* cursor = der;
-    X509CrlPtr crl(d2i_X509_CRL(nullptr, &cursor, size));
     // Bytes after the CRL would travel unnoticed with it into stores and
     // archives: the buffer must be the CRL and nothing else.
-    if (!crl || cursor != der + size) {
+    X509CrlPtr crl = qorssl::DecodeWhole<X509CrlPtr>(d2i_X509_CRL, der, size);
+    if (!crl) {
         Fail(ErrAsn1Decoding);
     }
     m_crl.reset(crl.release());

@@ -11,6 +11,7 @@
 #include "CryptKey.h"
 #include "CryptKey/KeyInternals.h"
 #include "OpenSslPtr.h"
+#include "QorDer.h"
 #include "QorTextConv.h"
 #include "X509Store.h"
 
@@ -71,12 +72,7 @@ X509Ptr ReadCertificateBlock(BIO* bio) {
     if (std::strcmp(name, PEM_STRING_X509) != 0 && std::strcmp(name, PEM_STRING_X509_OLD) != 0) {
         return X509Ptr();
     }
-    const unsigned char* cursor = data;
-    X509Ptr certificate(d2i_X509(nullptr, &cursor, length));
-    if (certificate && cursor != data + length) {
-        certificate.reset();
-    }
-    return certificate;
+    return qorssl::DecodeWhole<X509Ptr>(d2i_X509, data, length);
 }
 
 }  // namespace

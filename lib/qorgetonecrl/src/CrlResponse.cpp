@@ -4,19 +4,15 @@
 #include <openssl/x509.h>
 
 #include "OpenSslPtr.h"
+#include "QorDer.h"
 
 namespace QorGetOneCrlLib {
 
 Crl::Crl() = default;
 
 Crl::Crl(const unsigned char* der, unsigned int size) {
-    const unsigned char* cursor = der;
-    qorssl::X509CrlPtr crl(der != nullptr && size > 0
-                               ? d2i_X509_CRL(nullptr, &cursor, static_cast<long>(size))
-                               : nullptr);
     // Trailing bytes mean the body was not one CRL.
-    if (!crl || cursor != der + size) {
-        ERR_clear_error();
+    if (!qorssl::DecodeWhole<qorssl::X509CrlPtr>(d2i_X509_CRL, der, size)) {
         CrlException::Throw(CrlException::crlErrDecoding, L"The answer is not one DER CRL");
     }
     m_der.Append(der, size);

@@ -13,8 +13,8 @@
 #include <memory>
 
 #include "OpenSslPtr.h"
+#include "QorDer.h"
 #include "QorTextConv.h"
-#include "TspDer.h"
 #include "TspException.h"
 
 namespace QorTsp2Lib {
@@ -245,7 +245,7 @@ std::vector<unsigned char> EncodeRequest(const RequestFacts& facts) {
             Fail(TspErrInternal, "EncodeRequest: setting the nonce failed");
         }
     }
-    std::vector<unsigned char> out = der::Encode<TS_REQ>(i2d_TS_REQ, request.get());
+    std::vector<unsigned char> out = qorssl::Encode<TS_REQ>(i2d_TS_REQ, request.get());
     if (out.empty()) {
         Fail(TspErrInternal, "EncodeRequest: i2d_TS_REQ failed");
     }
@@ -254,7 +254,7 @@ std::vector<unsigned char> EncodeRequest(const RequestFacts& facts) {
 
 TspTimeStamp CheckResponse(const unsigned char* der, std::size_t length,
                            const RequestFacts& facts) {
-    TsRespPtr response = der::DecodeWhole<TsRespPtr>(d2i_TS_RESP, der, length);
+    TsRespPtr response = qorssl::DecodeWhole<TsRespPtr>(d2i_TS_RESP, der, length);
     if (!response) {
         Fail(TspErrBadResponse, "CheckResponse: the answer (" + std::to_string(length) +
                                     " bytes) is not a TimeStampResp");
@@ -269,7 +269,7 @@ TspTimeStamp CheckResponse(const unsigned char* der, std::size_t length,
     std::size_t tokenLength = 0;
     std::vector<unsigned char> reencoded;
     if (!TokenBytes(der, length, &tokenDer, &tokenLength)) {
-        reencoded = der::Encode<PKCS7>(i2d_PKCS7, TS_RESP_get_token(response.get()));
+        reencoded = qorssl::Encode<PKCS7>(i2d_PKCS7, TS_RESP_get_token(response.get()));
         tokenDer = reencoded.data();
         tokenLength = reencoded.size();
     }

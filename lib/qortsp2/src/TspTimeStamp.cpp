@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "OpenSslPtr.h"
-#include "TspDer.h"
+#include "QorDer.h"
 #include "TspException.h"
 #include "TspProtocol.h"
 
@@ -102,7 +102,7 @@ bool AccuracyPart(const ASN1_INTEGER* value, std::int64_t* out) {
 TspCertificate::TspCertificate() : m_cert(nullptr) {}
 
 TspCertificate::TspCertificate(const unsigned char* der, unsigned int length) : m_cert(nullptr) {
-    X509Ptr cert = der::DecodeWhole<X509Ptr>(d2i_X509, der, length);
+    X509Ptr cert = qorssl::DecodeWhole<X509Ptr>(d2i_X509, der, length);
     if (!cert) {
         protocol::Fail(TspErrDecode, "TspCertificate: not a DER certificate");
     }
@@ -138,7 +138,7 @@ TspArray<unsigned char> TspCertificate::Encode() const {
     if (m_cert == nullptr) {
         return TspArray<unsigned char>();
     }
-    const std::vector<unsigned char> bytes = der::Encode<X509>(i2d_X509, m_cert);
+    const std::vector<unsigned char> bytes = qorssl::Encode<X509>(i2d_X509, m_cert);
     if (bytes.empty()) {
         protocol::Fail(TspErrInternal, "TspCertificate::Encode: i2d_X509 failed");
     }
@@ -200,7 +200,8 @@ void TspTimeStamp::Decode(const unsigned char* der, unsigned int length) {
     if (der == nullptr && length != 0) {
         protocol::Fail(TspErrInvalidParameter, "TspTimeStamp::Decode: data is null");
     }
-    CmsContentInfoPtr cms = der::DecodeWhole<CmsContentInfoPtr>(d2i_CMS_ContentInfo, der, length);
+    CmsContentInfoPtr cms =
+        qorssl::DecodeWhole<CmsContentInfoPtr>(d2i_CMS_ContentInfo, der, length);
     if (!cms) {
         DecodeFailure("not exactly one CMS ContentInfo");
     }
@@ -215,8 +216,8 @@ void TspTimeStamp::Decode(const unsigned char* der, unsigned int length) {
         DecodeFailure("the TSTInfo is missing (detached content)");
     }
     TsTstInfoPtr info =
-        der::DecodeWhole<TsTstInfoPtr>(d2i_TS_TST_INFO, ASN1_STRING_get0_data(*content),
-                                       static_cast<std::size_t>(ASN1_STRING_length(*content)));
+        qorssl::DecodeWhole<TsTstInfoPtr>(d2i_TS_TST_INFO, ASN1_STRING_get0_data(*content),
+                                          static_cast<std::size_t>(ASN1_STRING_length(*content)));
     if (!info) {
         DecodeFailure("the TSTInfo does not decode");
     }

@@ -1,13 +1,15 @@
-// d2i/i2d helpers (internal): decoding must consume every byte, encoding
-// returns an owned vector.
+// d2i/i2d helpers shared by the library family (internal): decoding must
+// consume every byte and returns an owned object, encoding returns an owned
+// vector.
 #pragma once
 
 #include <climits>
 #include <cstddef>
 #include <vector>
 
-namespace QorTsp2Lib {
-namespace der {
+#include <openssl/err.h>
+
+namespace qorssl {
 
 // The decoded object, or an empty pointer when `data` does not hold exactly
 // one encoding of T (nothing, garbage, truncated or trailing bytes).
@@ -21,6 +23,9 @@ Ptr DecodeWhole(T* (*d2i)(T**, const unsigned char**, long), const unsigned char
     Ptr decoded(d2i(nullptr, &cursor, static_cast<long>(length)));
     if (decoded && cursor != data + length) {
         decoded.reset();
+    }
+    if (!decoded) {
+        ERR_clear_error();  // a refusal is the answer; nothing to report later
     }
     return decoded;
 }
@@ -40,5 +45,4 @@ std::vector<unsigned char> Encode(int (*i2d)(const T*, unsigned char**), const T
     return out;
 }
 
-}  // namespace der
-}  // namespace QorTsp2Lib
+}  // namespace qorssl
