@@ -1,5 +1,7 @@
 #include "Pkcs11Key.h"
 
+#include "QorHex.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -26,12 +28,7 @@ std::string KeyIdentifier(unsigned long slotId, const unsigned char* id, std::si
         slotId >>= 4;
     } while (slotId != 0);
 
-    std::string text = kSlotPrefix + slot + kIdPrefix;
-    for (std::size_t i = 0; i < idLength; ++i) {
-        text += digits[id[i] >> 4];
-        text += digits[id[i] & 0xF];
-    }
-    return text;
+    return kSlotPrefix + slot + kIdPrefix + qortext::LowerHex(id, idLength);
 }
 
 std::string EngineKeyIdentifier(const char* keyId) {

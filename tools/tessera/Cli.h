@@ -1,6 +1,7 @@
 // Shared pieces of the tessera command-line tool.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <set>
 #include <string>
@@ -43,6 +44,16 @@ Arguments ParseArguments(const std::string& command, const std::vector<std::stri
 // returns kExitFailure.
 int PrintError(const std::string& command, int code, const wchar_t* description,
                const wchar_t* message);
+
+// `text` as a JSON string: quotes, backslashes and control characters
+// escaped, other bytes (UTF-8) passed through.
+std::string JsonString(const std::string& text);
+
+// The name of a CRL reason code (RFC 5280), "none given" for -1.
+const char* ReasonName(int reason);
+
+// Two lower-case hexadecimal digits per byte.
+std::string Hex(const unsigned char* data, std::size_t length);
 
 // The whole content of a file; false when it cannot be read.
 bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes);

@@ -126,65 +126,31 @@ void PrintText(const Report& r) {
     std::printf("self-signed:        %s\n", r.selfSigned ? "yes" : "no");
 }
 
-// A JSON string literal: quotes, backslashes and control characters escaped;
-// other bytes (UTF-8) pass through.
-std::string Json(const std::string& text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (c < 0x20 || c == 0x7F) {
-                    char escaped[8];
-                    std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                    out += escaped;
-                } else {
-                    out.push_back(static_cast<char>(c));
-                }
-        }
-    }
-    return out + "\"";
-}
-
-std::string Json(const std::vector<std::string>& items) {
+std::string JsonArray(const std::vector<std::string>& items) {
     std::string out = "[";
     for (std::size_t i = 0; i < items.size(); ++i) {
-        out += (i == 0 ? "" : ", ") + Json(items[i]);
+        out += (i == 0 ? "" : ", ") + JsonString(items[i]);
     }
     return out + "]";
 }
 
 void PrintJson(const Report& r) {
     std::printf("{\n");
-    std::printf("  \"subject\": %s,\n", Json(r.subject).c_str());
-    std::printf("  \"issuer\": %s,\n", Json(r.issuer).c_str());
-    std::printf("  \"serial\": %s,\n", Json(r.serialDec).c_str());
-    std::printf("  \"serialHex\": %s,\n", Json(r.serialHex).c_str());
+    std::printf("  \"subject\": %s,\n", JsonString(r.subject).c_str());
+    std::printf("  \"issuer\": %s,\n", JsonString(r.issuer).c_str());
+    std::printf("  \"serial\": %s,\n", JsonString(r.serialDec).c_str());
+    std::printf("  \"serialHex\": %s,\n", JsonString(r.serialHex).c_str());
     std::printf("  \"notBefore\": %lld,\n", r.notBeforeSeconds);
     std::printf("  \"notAfter\": %lld,\n", r.notAfterSeconds);
-    std::printf("  \"signatureAlgorithm\": %s,\n", Json(r.signature).c_str());
-    std::printf("  \"keyAlgorithm\": %s,\n", Json(r.keyAlgorithm).c_str());
+    std::printf("  \"signatureAlgorithm\": %s,\n", JsonString(r.signature).c_str());
+    std::printf("  \"keyAlgorithm\": %s,\n", JsonString(r.keyAlgorithm).c_str());
     std::printf("  \"keyBits\": %d,\n", r.keyBits);
-    std::printf("  \"keyUsage\": %s,\n", Json(r.keyUsage).c_str());
-    std::printf("  \"extendedKeyUsage\": %s,\n", Json(r.extendedKeyUsage).c_str());
-    std::printf("  \"policies\": %s,\n", Json(r.policies).c_str());
-    std::printf("  \"ocspUrl\": %s,\n", Json(r.ocspUrl).c_str());
-    std::printf("  \"qcStatements\": %s,\n", Json(r.qcStatements).c_str());
-    std::printf("  \"sha1\": %s,\n", Json(r.sha1).c_str());
+    std::printf("  \"keyUsage\": %s,\n", JsonArray(r.keyUsage).c_str());
+    std::printf("  \"extendedKeyUsage\": %s,\n", JsonArray(r.extendedKeyUsage).c_str());
+    std::printf("  \"policies\": %s,\n", JsonArray(r.policies).c_str());
+    std::printf("  \"ocspUrl\": %s,\n", JsonString(r.ocspUrl).c_str());
+    std::printf("  \"qcStatements\": %s,\n", JsonArray(r.qcStatements).c_str());
+    std::printf("  \"sha1\": %s,\n", JsonString(r.sha1).c_str());
     std::printf("  \"ca\": %s,\n", r.ca ? "true" : "false");
     std::printf("  \"selfSigned\": %s\n", r.selfSigned ? "true" : "false");
     std::printf("}\n");

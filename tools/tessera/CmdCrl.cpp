@@ -38,31 +38,6 @@ std::vector<unsigned char> DerOf(const std::vector<unsigned char>& bytes,
     return std::vector<unsigned char>(der.GetData(), der.GetData() + der.GetSize());
 }
 
-const char* ReasonName(int reason) {
-    static const char* const names[] = {
-        "unspecified",   "keyCompromise",        "cACompromise",    "affiliationChanged",
-        "superseded",    "cessationOfOperation", "certificateHold", "(7)",
-        "removeFromCRL", "privilegeWithdrawn",   "aACompromise"};
-    return reason >= 0 && reason <= 10 ? names[reason] : "none given";
-}
-
-std::string JsonString(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof(escaped), "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
 // One line of the listing: label and value, as text or as a JSON member
 // (an empty value is JSON null, `raw` values are written unquoted).
 class Printer {

@@ -55,7 +55,6 @@ bool HashStream(int fd, CryptHash& hash, unsigned char* block) {
 // sha256sum's line: a name holding a backslash, CR or LF is written escaped,
 // and the line then starts with a backslash.
 std::string FormatLine(const qorstd::QorArray<unsigned char>& digest, const std::string& name) {
-    static const char kDigits[] = "0123456789abcdef";
     std::string escaped;
     bool escape = false;
     for (char c : name) {
@@ -76,12 +75,8 @@ std::string FormatLine(const qorstd::QorArray<unsigned char>& digest, const std:
                 escaped += c;
         }
     }
-    std::string line = escape ? "\\" : "";
-    for (unsigned int i = 0; i < digest.GetSize(); ++i) {
-        line += kDigits[digest[i] >> 4];
-        line += kDigits[digest[i] & 0x0f];
-    }
-    return line + "  " + escaped + "\n";
+    const std::string line = escape ? "\\" : "";
+    return line + Hex(digest.GetData(), digest.GetSize()) + "  " + escaped + "\n";
 }
 
 }  // namespace

@@ -64,14 +64,6 @@ bool HashByName(const std::string& name, QorOcsp2Lib::OcspHash::ocspHashAlgorith
     return false;
 }
 
-const char* ReasonName(int reason) {
-    static const char* const names[] = {
-        "unspecified",   "keyCompromise",        "cACompromise",    "affiliationChanged",
-        "superseded",    "cessationOfOperation", "certificateHold", "(7)",
-        "removeFromCRL", "privilegeWithdrawn",   "aACompromise"};
-    return reason >= 0 && reason <= 10 ? names[reason] : "none given";
-}
-
 void PrintResponse(const QorOcsp2Lib::OcspResponse& response) {
     std::printf("responder:      %s\n", Narrow(response.GetResponderName().c_str()).c_str());
     std::printf("producedAt:     %s\n", FormatUtc(response.GetProducedAt()).c_str());

@@ -63,16 +63,6 @@ bool HashFile(const std::string& path, const char* hashName, std::vector<unsigne
     return true;
 }
 
-std::string Hex(const unsigned char* data, unsigned int length) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned int i = 0; i < length; ++i) {
-        text.push_back(kDigits[data[i] >> 4]);
-        text.push_back(kDigits[data[i] & 0x0f]);
-    }
-    return text;
-}
-
 bool WriteFile(const std::string& path, const QorTsp2Lib::TspArray<unsigned char>& bytes) {
     FilePtr file(std::fopen(path.c_str(), "wb"));
     if (!file || std::fwrite(bytes.GetData(), 1, bytes.GetSize(), file.get()) != bytes.GetSize()) {

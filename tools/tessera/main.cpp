@@ -96,6 +96,57 @@ int PrintError(const std::string& command, int code, const wchar_t* description,
     return kExitFailure;
 }
 
+std::string JsonString(const std::string& text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        switch (c) {
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                if (c < 0x20 || c == 0x7F) {
+                    char escaped[8];
+                    std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+                    out += escaped;
+                } else {
+                    out.push_back(static_cast<char>(c));
+                }
+        }
+    }
+    return out + "\"";
+}
+
+const char* ReasonName(int reason) {
+    static const char* const names[] = {
+        "unspecified",   "keyCompromise",        "cACompromise",    "affiliationChanged",
+        "superseded",    "cessationOfOperation", "certificateHold", "(7)",
+        "removeFromCRL", "privilegeWithdrawn",   "aACompromise"};
+    return reason >= 0 && reason <= 10 ? names[reason] : "none given";
+}
+
+std::string Hex(const unsigned char* data, std::size_t length) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(length * 2);
+    for (std::size_t i = 0; i < length; ++i) {
+        text.push_back(kDigits[data[i] >> 4]);
+        text.push_back(kDigits[data[i] & 0x0f]);
+    }
+    return text;
+}
+
 bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes) {
     std::FILE* file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) {

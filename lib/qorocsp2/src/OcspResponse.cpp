@@ -11,6 +11,7 @@
 #include "OcspResponse.h"
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
+#include "QorHex.h"
 #include "QorTextConv.h"
 
 namespace QorOcsp2Lib {
@@ -26,17 +27,6 @@ template class OcspVector<OcspSingleResponse>;
 template class OcspVector<OcspResponse>;
 
 namespace {
-
-std::string Hex(const unsigned char* data, std::size_t length) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(length * 2);
-    for (std::size_t i = 0; i < length; ++i) {
-        out.push_back(digits[data[i] >> 4]);
-        out.push_back(digits[data[i] & 0x0F]);
-    }
-    return out;
-}
 
 [[noreturn]] void ThrowDecoding(const wchar_t* message) {
     ERR_clear_error();
@@ -75,8 +65,8 @@ StlStringW ResponderName(const OCSP_BASICRESP* basic) {
     }
     if (name == nullptr) {
         const std::string text =
-            "KeyHash:" + Hex(ASN1_STRING_get0_data(keyHash),
-                             static_cast<std::size_t>(ASN1_STRING_length(keyHash)));
+            "KeyHash:" + qortext::LowerHex(ASN1_STRING_get0_data(keyHash),
+                                           static_cast<std::size_t>(ASN1_STRING_length(keyHash)));
         return StlStringW(qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetUtf8));
     }
     BioPtr bio(BIO_new(BIO_s_mem()));
@@ -346,7 +336,7 @@ StlString OcspResponse::GetSHA1HashHex() const {
         ERR_clear_error();
         return StlString();
     }
-    return StlString(Hex(digest, length).c_str());
+    return StlString(qortext::LowerHex(digest, length).c_str());
 }
 
 }  // namespace QorOcsp2Lib

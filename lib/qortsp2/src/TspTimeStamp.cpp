@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "OpenSslPtr.h"
+#include "QorAsn1Time.h"
 #include "QorDer.h"
 #include "TspException.h"
 #include "TspProtocol.h"
@@ -40,20 +41,6 @@ constexpr std::int64_t kMaxAccuracySeconds = 9000000000000LL;
 
 [[noreturn]] void DecodeFailure(const std::string& what) {
     protocol::Fail(TspErrDecode, "TspTimeStamp::Decode: " + what);
-}
-
-// Seconds since 1970 of a broken-down UTC time, without the C library's
-// time-zone handling.
-std::int64_t ToUnixTime(const std::tm& tm) {
-    std::int64_t year = tm.tm_year + 1900;
-    const int month = tm.tm_mon + 1;
-    year -= month <= 2 ? 1 : 0;
-    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const std::int64_t yearOfEra = year - era * 400;
-    const std::int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + tm.tm_mday - 1;
-    const std::int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    const std::int64_t days = era * 146097 + dayOfEra - 719468;
-    return days * 86400 + tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec;
 }
 
 std::string ObjectText(const ASN1_OBJECT* object) {
@@ -228,14 +215,12 @@ void TspTimeStamp::Decode(const unsigned char* der, unsigned int length) {
     TspTimeStamp decoded;
     decoded.m_der = TspArray<unsigned char>(der, length);
 
-    // genTime: kept as spelt; ASN1_TIME_to_tm checks its form (fractions
-    // and offsets included) and breaks it down in UTC.
+    // genTime: kept as spelt; the conversion checks its form (fractions and
+    // offsets included) and drops the fractions.
     const ASN1_GENERALIZEDTIME* genTime = TS_TST_INFO_get_time(info.get());
-    std::tm brokenDown{};
-    if (genTime == nullptr || ASN1_TIME_to_tm(genTime, &brokenDown) != 1) {
+    if (!qortime::Asn1TimeToSeconds(genTime, &decoded.m_time)) {
         DecodeFailure("genTime is not a valid GeneralizedTime");
     }
-    decoded.m_time = ToUnixTime(brokenDown);
     decoded.m_generalizedTime =
         StlString(reinterpret_cast<const char*>(ASN1_STRING_get0_data(genTime)),
                   static_cast<unsigned int>(ASN1_STRING_length(genTime)));
