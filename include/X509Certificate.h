@@ -25,6 +25,7 @@ namespace TesseraLib {
 class LogChannel;
 class X509ChainPolicy;
 class X509Chain;
+class X509Store;
 
 // A private copy of an OpenSSL certificate plus the fields the rest of the
 // library asks for: validity, serial number, algorithms, subject and issuer,
@@ -76,8 +77,10 @@ public:
     explicit X509Certificate(const char* pem);
     // Import of DER bytes.
     X509Certificate(const unsigned char* data, long size);
-    // Copies duplicate the certificate and share the private key through a
-    // CryptKey of their own.
+    // Copies take a reference of their own to the same OpenSSL certificate
+    // (nothing changes a certificate once it is decoded, and duplicating one
+    // means decoding its public key again, which dominates path building)
+    // and share the private key through a CryptKey of their own.
     X509Certificate(const X509Certificate& other);
     X509Certificate& operator=(const X509Certificate& other);
     virtual ~X509Certificate();
@@ -227,10 +230,21 @@ public:
     // (null issuer → ErrInvalidParameter "pIssuer=NULL"). An empty object
     // returns without checking anything. `*chain`, when given, is set to
     // null. cptVerifyWholeChain: a null policy throws ErrInvalidParameter
-    // "pChainPolicy=NULL"; with a policy it currently throws ErrNotImplemented
-    // "cptVerifyWholeChain needs the chain builder" after the time check.
+    // "pChainPolicy=NULL"; otherwise an X509Chain over the policy builds the
+    // path at the time and, on success, goes to `*chain` (the caller owns
+    // it) or is deleted when `chain` is null.
     void Verify(cptVerifyOption option, const std::int64_t& time, X509Certificate* issuer,
                 X509ChainPolicy* policy, X509Chain** chain) const;
+
+    // 1 when `candidate`, taken as the only trust anchor, completes a path of
+    // this certificate at `time` (0: now) under the default chain policy.
+    // No certificate held → ErrInternal; a candidate without one →
+    // ErrInvalidParameter.
+    int IsIssuerCert(const X509Certificate& candidate, const std::int64_t& time) const;
+    // 1 when the certificate claims QC compliance and a path to an anchor of
+    // `trustStore` (with intermediates from `extraStore`, which may be null)
+    // exists at `time` (0: now) under the default chain policy.
+    int IsQualified(const std::int64_t& time, X509Store* trustStore, X509Store* extraStore) const;
 
 protected:
     // CheckTimeValidity that throws: null → ErrInvalidParameter "cert=NULL",

@@ -1,5 +1,7 @@
 #include "QorExceptionStore.h"
 
+#include "ExceptionRecording.h"
+
 namespace TesseraLib {
 
 template class QorExceptionWrapper<std::exception>;
@@ -41,6 +43,39 @@ void QorExceptionStore::Reset() {
 void QorExceptionStore::ReThrow() const {
     if (m_exception != nullptr) {
         m_exception->ReThrow();
+    }
+}
+
+}  // namespace TesseraLib
+
+namespace TesseraLib {
+
+namespace {
+
+template <class T>
+void RecordWrapped(QorExceptionStore& store, const T& failure) {
+    store.SetException(QorExceptionWrapper<T>(failure, failure.GetErrorCode(),
+                                              failure.GetErrorMessage().c_str(),
+                                              failure.GetErrorDescription().c_str()));
+}
+
+}  // namespace
+
+void RecordCurrentException(QorExceptionStore& store) {
+    try {
+        throw;
+    } catch (const TimeStampOcspException& failure) {
+        RecordWrapped(store, failure);
+    } catch (const QorOcsp2Lib::OcspException& failure) {
+        RecordWrapped(store, failure);
+    } catch (const QorTsp2Lib::TspException& failure) {
+        RecordWrapped(store, failure);
+    } catch (const qorstd::QorException& failure) {
+        store.SetException(failure);
+    } catch (const std::exception& failure) {
+        store.SetException(QorExceptionWrapper<std::exception>(failure, ErrInternal, L"", L""));
+    } catch (...) {
+        // Not ours to describe; the caller re-throws it unchanged.
     }
 }
 

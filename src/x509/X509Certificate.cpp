@@ -277,11 +277,11 @@ X509Certificate::~X509Certificate() {
 
 void X509Certificate::CopyFrom(const X509Certificate& other) {
     if (other.m_x509) {
-        m_x509.reset(X509_dup(other.m_x509.get()));
-        if (!m_x509) {
+        if (X509_up_ref(other.m_x509.get()) != 1) {
             ERR_clear_error();
             Fail(ErrOutOfMemory);
         }
+        m_x509.reset(other.m_x509.get());
     }
     if (other.m_serial) {
         m_serial.reset(BN_dup(other.m_serial.get()));
@@ -1031,41 +1031,6 @@ void X509Certificate::VerifySignature(evp_pkey_st* issuerKey, int releaseKey) co
         Fail(ErrCertBadSignature);
     }
     ERR_clear_error();
-}
-
-void X509Certificate::Verify(cptVerifyOption option, const std::int64_t& time,
-                             X509Certificate* issuer, X509ChainPolicy* policy,
-                             X509Chain** chain) const {
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"Verify(VerifyOption:%d)", static_cast<int>(option));
-    }
-    if (!m_x509) {
-        if (m_log->IsWarningEnabled()) {
-            m_log->Write(LogLevel::Warning, L"Verify: m_pX509 is NULL");
-        }
-        return;
-    }
-    if (chain != nullptr) {
-        *chain = nullptr;
-    }
-    const std::int64_t when = time == 0 ? CryptUtils::GetCurrentTimeUTC() : time;
-    CheckTimeValidityThrow(when);
-
-    if (option == cptVerifyIssuerSignature) {
-        if (issuer == nullptr) {
-            LogError(L"Verify: Issuer certificate not set.");
-            Fail(ErrInvalidParameter, L"pIssuer=NULL");
-        }
-        VerifySignature(issuer->GetX509() != nullptr ? X509_get_pubkey(issuer->GetX509()) : nullptr,
-                        1);
-    } else if (option == cptVerifyWholeChain) {
-        if (policy == nullptr) {
-            LogError(L"Verify: Chain policy not set.");
-            Fail(ErrInvalidParameter, L"pChainPolicy=NULL");
-        }
-        LogError(L"Verify: cptVerifyWholeChain needs the chain builder.");
-        Fail(ErrNotImplemented, L"cptVerifyWholeChain needs the chain builder");
-    }
 }
 
 }  // namespace TesseraLib

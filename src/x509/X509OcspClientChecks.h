@@ -3,7 +3,9 @@
 
 #include "CryptException.h"
 #include "LogChannel.h"
+#include "OcspResponse.h"
 #include "X509Certificate.h"
+#include "X509Store.h"
 
 namespace TesseraLib {
 namespace ocspclient {
@@ -26,6 +28,29 @@ inline void CheckHandles(const LogChannel& log, const wchar_t* operation,
                             operation);
         }
         CryptException::Throw(ErrInvalidParameter, L"issuer.GetX509()=NULL");
+    }
+}
+
+// Appends the store's certificates to `out`: the certificates the OCSP
+// library trusts for response signatures. Nothing without a store. A
+// certificate object without certificate: Error "<operation>: px509 is null"
+// and ErrInternal "px509=NULL".
+inline void AppendTrustedCertificates(const LogChannel& log, const wchar_t* operation,
+                                      const X509Store* store,
+                                      QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate>& out) {
+    if (store == nullptr) {
+        return;
+    }
+    const qorstd::QorVector<X509Certificate> certificates = store->GetCertificates();
+    for (unsigned int i = 0; i < certificates.GetSize(); ++i) {
+        const X509Certificate& cert = certificates.GetAt(i);
+        if (cert.GetX509() == nullptr) {
+            if (log.IsErrorEnabled()) {
+                log.WriteFormat(LogLevel::Error, L"%ls: px509 is null", operation);
+            }
+            CryptException::Throw(ErrInternal, L"px509=NULL");
+        }
+        out.Add(QorOcsp2Lib::OcspCertificate(cert.GetX509()));
     }
 }
 

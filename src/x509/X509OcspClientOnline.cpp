@@ -68,32 +68,6 @@ X509OcspClientOnline& X509OcspClientOnline::operator=(const X509OcspClientOnline
 
 X509OcspClientOnline::~X509OcspClientOnline() = default;
 
-namespace {
-
-// The trust store's certificates, trusted by the OCSP library for the
-// response signature; none without a store.
-OcspVector<OcspCertificate> LoadCertificatesFromStore(const LogChannel& log,
-                                                      const X509Store* store) {
-    OcspVector<OcspCertificate> trusted;
-    if (store == nullptr) {
-        return trusted;
-    }
-    const qorstd::QorVector<X509Certificate> certificates = store->GetCertificates();
-    for (unsigned int i = 0; i < certificates.GetSize(); ++i) {
-        const X509Certificate& cert = certificates.GetAt(i);
-        if (cert.GetX509() == nullptr) {
-            if (log.IsErrorEnabled()) {
-                log.Write(LogLevel::Error, L"LoadCertificatesFromStore: px509 is null");
-            }
-            CryptException::Throw(ErrInternal, L"px509=NULL");
-        }
-        trusted.Add(OcspCertificate(cert.GetX509()));
-    }
-    return trusted;
-}
-
-}  // namespace
-
 OcspResponse* X509OcspClientOnline::GetOcspResponse(const X509Certificate& cert,
                                                     const X509Certificate& issuer) {
     if (m_log->IsDebugEnabled()) {
@@ -129,7 +103,10 @@ OcspResponse* X509OcspClientOnline::GetOcspResponse(const X509Certificate& cert,
     OcspVector<OcspCertificate> issuers;
     issuers.Add(OcspCertificate(issuer.GetX509()));
     client.SetIssuerCertificates(issuers);
-    client.SetCACertificates(LoadCertificatesFromStore(*m_log, m_trustStore));
+    OcspVector<OcspCertificate> trusted;
+    ocspclient::AppendTrustedCertificates(*m_log, L"LoadCertificatesFromStore", m_trustStore,
+                                          trusted);
+    client.SetCACertificates(trusted);
     client.SetHttpClient(m_httpClient);
     client.SetHashAlgorithm(m_hashAlgorithm);
     client.SetVerifyResponse(1);

@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -315,14 +316,29 @@ TEST(CertificateVerifyTest, IssuerSignatureAndChainOption) {
     EXPECT_STREQ(e.GetErrorMessage().c_str(), L"pChainPolicy=NULL") << "policy missing message";
     EXPECT_EQ(VerifyFails(cert, wholeChain, kLeafNotAfter).GetErrorCode(), ErrCertNotTimeValid)
         << "the time is checked before the policy";
-    // Only the pointer's presence matters until chains can be built.
-    auto* policy = reinterpret_cast<X509ChainPolicy*>(&root);
+    // root ── qualifiedA, no revocation check: the built path comes back to the
+    // caller. (The leaf above repeats extensions, which OpenSSL's path
+    // verification refuses.)
+    const X509Certificate qualified = Wrap(Certs().qualifiedA);
+    X509MemoryStore anchors;
+    anchors.AddCertificate(root);
+    X509ChainPolicy policy;
+    policy.SetTrustStore(&anchors);
+    policy.SetRevocationOption(X509ChainPolicy::revOptionNone);
+    policy.SetPurpose(X509ChainPolicy::kPurposeNone);
     X509Chain* chain = reinterpret_cast<X509Chain*>(&other);
-    e = VerifyFails(cert, wholeChain, kNow, nullptr, policy, &chain);
-    EXPECT_EQ(e.GetErrorCode(), ErrNotImplemented) << "whole-chain verification";
-    EXPECT_STREQ(e.GetErrorMessage().c_str(), L"cptVerifyWholeChain needs the chain builder")
-        << "names what is missing";
-    EXPECT_EQ(chain, nullptr) << "the chain output is cleared first";
+    EXPECT_EQ(VerifyFails(qualified, wholeChain, kNow, nullptr, &policy, &chain).GetErrorCode(), 0)
+        << "chains to the trusted root";
+    std::unique_ptr<X509Chain> owned(chain);
+    ASSERT_NE(chain, nullptr) << "the chain is handed to the caller";
+    EXPECT_EQ(chain->GetElements().GetSize(), 2u) << "certificate and root";
+    X509MemoryStore otherAnchors;
+    otherAnchors.AddCertificate(other);
+    policy.SetTrustStore(&otherAnchors);
+    EXPECT_EQ(VerifyFails(qualified, wholeChain, kNow, nullptr, &policy, &chain).GetErrorCode(),
+              ErrChainIncomplete)
+        << "no path to an unrelated anchor";
+    EXPECT_EQ(chain, nullptr) << "the chain output is cleared first and stays null on failure";
 }
 
 // ------------------------------------------------ comparison and classification

@@ -76,5 +76,12 @@ int RunKeyinfo(const std::vector<std::string>& args);
 int RunCert(const std::vector<std::string>& args);
 int RunCrl(const std::vector<std::string>& args);
 int RunFetchCrl(const std::vector<std::string>& args);
+int RunChain(const std::vector<std::string>& args);
+int RunInfo(const std::vector<std::string>& args);
+int RunVerify(const std::vector<std::string>& args);
+int RunSign(const std::vector<std::string>& args);
+int RunSignDigest(const std::vector<std::string>& args);
+int RunCosign(const std::vector<std::string>& args);
+int RunEstimate(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

@@ -33,6 +33,32 @@ const std::vector<Command>& Commands() {
          "(--url URL | --client [--url URL]) --issuer ISSUER.pem --cert CERT.pem "
          "[--trust CA.pem] [--hash sha1] [--no-nonce] [--out RESPONSE.der]",
          "ask an OCSP responder for a certificate's status", RunOcsp},
+        {"info", "SIG",
+         "show what a CMS signature carries: content, certificates, CRLs, OCSP "
+         "responses and signers",
+         RunInfo},
+        {"chain",
+         "CERT --trust FILE... [--extra FILE...] [--crl FILE...] [--mode crl|ocsp|either] "
+         "[--option none|end|chain|whole] [--fetch] [--time ISO8601] "
+         "[--purpose smime|timestamp|none]",
+         "build and check a certificate's path to a trust anchor, with revocation", RunChain},
+        {"sign",
+         "--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
+         "--key-id slot_X-id_Y --pin PIN) [--detached] [--no-attrs] "
+         "[--include none|signer|chain|whole --trust FILE...] [--hash sha1|sha256|sha384|sha512] "
+         "[--pem] IN OUT",
+         "make a CMS signature of a file", RunSign},
+        {"sign-digest", "SIGNER [--no-attrs] [--pem] --digest HEX OUT",
+         "make a detached CMS signature over a digest of the content (signer options as for sign)",
+         RunSignDigest},
+        {"cosign", "SIGNER [--no-attrs] [--pem] [--content FILE] SIG OUT",
+         "add a signer to a CMS signature (signer options as for sign)", RunCosign},
+        {"estimate", "SIGNER [--detached] [--no-attrs] [--pem] IN [OUT]",
+         "print the size of the signature sign would write, without signing", RunEstimate},
+        {"verify",
+         "SIG [--content FILE | --digest HEX] [--trust FILE... --extra FILE... --crl FILE... "
+         "--mode crl|ocsp|either --fetch] [--time ISO8601] [--verify none|signer|chain]",
+         "verify every signer of a CMS signature", RunVerify},
     };
     return commands;
 }

@@ -52,6 +52,7 @@ using EvpMdPtr = OpenSslPtr<EVP_MD, EVP_MD_free>;
 using EvpPkeyPtr = OpenSslPtr<EVP_PKEY, EVP_PKEY_free>;
 using X509Ptr = OpenSslPtr<X509, X509_free>;
 using X509StorePtr = OpenSslPtr<X509_STORE, X509_STORE_free>;
+using X509StoreCtxPtr = OpenSslPtr<X509_STORE_CTX, X509_STORE_CTX_free>;
 using OcspResponsePtr = OpenSslPtr<OCSP_RESPONSE, OCSP_RESPONSE_free>;
 using OcspBasicRespPtr = OpenSslPtr<OCSP_BASICRESP, OCSP_BASICRESP_free>;
 using OcspRequestPtr = OpenSslPtr<OCSP_REQUEST, OCSP_REQUEST_free>;
@@ -60,6 +61,9 @@ using EvpPkeyCtxPtr = OpenSslPtr<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 using Pkcs12Ptr = OpenSslPtr<PKCS12, PKCS12_free>;
 using RsaPtr = OpenSslPtr<RSA, RSA_free>;
 using RsaMethodPtr = OpenSslPtr<RSA_METHOD, RSA_meth_free>;
+
+// CMS signer attributes.
+using X509AttributePtr = OpenSslPtr<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
 
 // Names, and buffers that OpenSSL allocates for encodings and texts.
 using X509NamePtr = OpenSslPtr<X509_NAME, X509_NAME_free>;
@@ -78,6 +82,11 @@ using X509StackPtr = OpenSslPtr<STACK_OF(X509), FreeX509Stack>;
 
 // CRLs and what is read from them.
 using X509CrlPtr = OpenSslPtr<X509_CRL, X509_CRL_free>;
+// A stack that owns its CRLs.
+inline void FreeX509CrlStack(STACK_OF(X509_CRL) * stack) {
+    sk_X509_CRL_pop_free(stack, X509_CRL_free);
+}
+using X509CrlStackPtr = OpenSslPtr<STACK_OF(X509_CRL), FreeX509CrlStack>;
 using AuthorityKeyIdPtr = OpenSslPtr<AUTHORITY_KEYID, AUTHORITY_KEYID_free>;
 using Asn1EnumeratedPtr = OpenSslPtr<ASN1_ENUMERATED, ASN1_ENUMERATED_free>;
 using CrlDistPointsPtr = OpenSslPtr<CRL_DIST_POINTS, CRL_DIST_POINTS_free>;

@@ -5,9 +5,3 @@
 #include "QorException.h"
 #include "QorString.h"
 #include "QorVector.h"
-
-namespace qorstd {
-// Compiled once into the library.
-extern template class QorVector<QorString>;
-extern template class QorVector<QorStringW>;
-}  // namespace qorstd

@@ -369,3 +369,13 @@ private:
 };
 
 }  // namespace qorstd
+
+// Vectors of strings are compiled once into the library. Declaring that
+// here, where every user of the vector sees it, keeps other translation units
+// from making hidden inline copies that would hide the exported ones.
+#include "QorString.h"
+
+namespace qorstd {
+extern template class QorVector<QorString>;
+extern template class QorVector<QorStringW>;
+}  // namespace qorstd

@@ -1,0 +1,17 @@
+# CMS signed data: the container, its signer infos, signing and verification,
+# and the attribute classes they read and write.
+target_sources(tessera_objects PRIVATE
+    # the container and its signer infos
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCms.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignerInfo.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CmsRevocationInfo.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/X509Attribute.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/TimeStampAttribute.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/VerificationData.cpp
+    # signing
+    ${CMAKE_CURRENT_LIST_DIR}/SignerCms.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCmsSign.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/CmsSignSize.cpp
+    # verification
+    ${CMAKE_CURRENT_LIST_DIR}/VerifierCms.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCmsVerify.cpp)

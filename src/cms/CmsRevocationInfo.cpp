@@ -1,0 +1,245 @@
+#include "cms/CmsRevocationInfo.h"
+
+#include <cstring>
+#include <utility>
+
+namespace TesseraLib {
+namespace cms {
+
+namespace {
+
+constexpr unsigned char kTagInteger = 0x02;
+constexpr unsigned char kTagOctetString = 0x04;
+constexpr unsigned char kTagOid = 0x06;
+constexpr unsigned char kTagSequence = 0x30;
+constexpr unsigned char kTagSet = 0x31;
+constexpr unsigned char kTagContext0 = 0xA0;  // [0] constructed
+constexpr unsigned char kTagContext1 = 0xA1;  // [1] constructed
+constexpr unsigned char kTagContext2 = 0xA2;  // [2] constructed
+
+// Content bytes of the OIDs the walker compares with.
+constexpr unsigned char kOidSignedData[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
+constexpr unsigned char kOidOcspResponse[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x10, 0x02};
+
+// One tag-length-value. Multi-byte tags keep only their first octet in
+// `tag`, which never equals one of the single-octet tags above.
+struct Tlv {
+    unsigned char tag = 0;
+    const unsigned char* start = nullptr;
+    const unsigned char* content = nullptr;
+    std::size_t contentLength = 0;
+    std::size_t totalLength = 0;
+};
+
+// Reads the element at `*cursor` and moves past it. Definite lengths only
+// (the walker reads DER) of at most four length octets.
+bool ReadTlv(const unsigned char** cursor, const unsigned char* end, Tlv* tlv) {
+    const unsigned char* p = *cursor;
+    if (p >= end) {
+        return false;
+    }
+    tlv->start = p;
+    tlv->tag = *p++;
+    if ((tlv->tag & 0x1F) == 0x1F) {
+        // High tag number: continuation octets have the top bit set.
+        do {
+            if (p >= end) {
+                return false;
+            }
+        } while ((*p++ & 0x80) != 0);
+    }
+    if (p >= end) {
+        return false;
+    }
+    std::size_t length = *p++;
+    if ((length & 0x80) != 0) {
+        const std::size_t octets = length & 0x7F;
+        if (octets == 0 || octets > 4 || static_cast<std::size_t>(end - p) < octets) {
+            return false;
+        }
+        length = 0;
+        for (std::size_t i = 0; i < octets; ++i) {
+            length = (length << 8) | *p++;
+        }
+    }
+    if (static_cast<std::size_t>(end - p) < length) {
+        return false;
+    }
+    tlv->content = p;
+    tlv->contentLength = length;
+    tlv->totalLength = static_cast<std::size_t>(p + length - tlv->start);
+    *cursor = p + length;
+    return true;
+}
+
+bool ReadExpected(const unsigned char** cursor, const unsigned char* end, unsigned char tag,
+                  Tlv* tlv) {
+    return ReadTlv(cursor, end, tlv) && tlv->tag == tag;
+}
+
+// A non-negative INTEGER that fits an unsigned long.
+bool ReadVersion(const Tlv& tlv, unsigned long* value) {
+    if (tlv.tag != kTagInteger || tlv.contentLength == 0 || (tlv.content[0] & 0x80) != 0) {
+        return false;
+    }
+    std::size_t skip = 0;
+    while (skip + 1 < tlv.contentLength && tlv.content[skip] == 0) {
+        ++skip;
+    }
+    if (tlv.contentLength - skip > sizeof(unsigned long)) {
+        return false;
+    }
+    unsigned long result = 0;
+    for (std::size_t i = skip; i < tlv.contentLength; ++i) {
+        result = (result << 8) | tlv.content[i];
+    }
+    *value = result;
+    return true;
+}
+
+bool IsOid(const Tlv& tlv, const unsigned char* oid, std::size_t length) {
+    return tlv.tag == kTagOid && tlv.contentLength == length &&
+           std::memcmp(tlv.content, oid, length) == 0;
+}
+
+// Every element of the SET or SEQUENCE content of `outer`, whole.
+bool SplitElements(const Tlv& outer, std::vector<DerSpan>* elements) {
+    const unsigned char* cursor = outer.content;
+    const unsigned char* end = outer.content + outer.contentLength;
+    while (cursor < end) {
+        Tlv element;
+        if (!ReadTlv(&cursor, end, &element)) {
+            return false;
+        }
+        elements->push_back(DerSpan{element.start, element.totalLength});
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDataLayout* layout) {
+    if (der == nullptr || layout == nullptr) {
+        return false;
+    }
+    *layout = SignedDataLayout();
+    const unsigned char* cursor = der;
+    const unsigned char* end = der + length;
+
+    // ContentInfo ::= SEQUENCE { contentType, [0] EXPLICIT content }
+    Tlv contentInfo;
+    if (!ReadExpected(&cursor, end, kTagSequence, &contentInfo)) {
+        return false;
+    }
+    cursor = contentInfo.content;
+    end = contentInfo.content + contentInfo.contentLength;
+    Tlv type;
+    Tlv explicitContent;
+    if (!ReadTlv(&cursor, end, &type) || !IsOid(type, kOidSignedData, sizeof(kOidSignedData)) ||
+        !ReadExpected(&cursor, end, kTagContext0, &explicitContent)) {
+        return false;
+    }
+
+    // SignedData ::= SEQUENCE { version, digestAlgorithms SET, encapContentInfo,
+    //   certificates [0] IMPLICIT OPTIONAL, crls [1] IMPLICIT OPTIONAL, signerInfos SET }
+    cursor = explicitContent.content;
+    end = explicitContent.content + explicitContent.contentLength;
+    Tlv signedData;
+    if (!ReadExpected(&cursor, end, kTagSequence, &signedData)) {
+        return false;
+    }
+    cursor = signedData.content;
+    end = signedData.content + signedData.contentLength;
+    Tlv element;
+    if (!ReadTlv(&cursor, end, &element) || !ReadVersion(element, &layout->version)) {
+        return false;
+    }
+    if (!ReadExpected(&cursor, end, kTagSet, &element) ||
+        !ReadExpected(&cursor, end, kTagSequence, &element) || !ReadTlv(&cursor, end, &element)) {
+        return false;
+    }
+    if (element.tag == kTagContext0) {
+        if (!SplitElements(element, &layout->certificates) || !ReadTlv(&cursor, end, &element)) {
+            return false;
+        }
+    }
+    if (element.tag == kTagContext1) {
+        if (!SplitElements(element, &layout->revocationInfos) || !ReadTlv(&cursor, end, &element)) {
+            return false;
+        }
+    }
+    if (element.tag != kTagSet || !SplitElements(element, &layout->signerInfos)) {
+        return false;
+    }
+    // SignerInfo ::= SEQUENCE { version, sid, digestAlgorithm,
+    //   signedAttrs [0] IMPLICIT OPTIONAL, signatureAlgorithm, signature OCTET STRING, ... }
+    for (const DerSpan& signer : layout->signerInfos) {
+        const unsigned char* at = signer.data;
+        const unsigned char* stop = signer.data + signer.length;
+        Tlv sequence;
+        Tlv field;
+        unsigned long version = 0;
+        if (!ReadExpected(&at, stop, kTagSequence, &sequence)) {
+            return false;
+        }
+        at = sequence.content;
+        stop = sequence.content + sequence.contentLength;
+        if (!ReadTlv(&at, stop, &field) || !ReadVersion(field, &version) ||
+            !ReadTlv(&at, stop, &field) || !ReadTlv(&at, stop, &field) ||
+            !ReadTlv(&at, stop, &field)) {
+            return false;
+        }
+        if (field.tag == kTagContext0 && !ReadTlv(&at, stop, &field)) {
+            return false;
+        }
+        if (!ReadExpected(&at, stop, kTagOctetString, &field)) {
+            return false;
+        }
+        layout->signerVersions.push_back(version);
+        layout->signerSignatures.push_back(DerSpan{field.content, field.contentLength});
+    }
+    return true;
+}
+
+std::vector<std::vector<unsigned char>> OcspResponsesOf(const SignedDataLayout& layout) {
+    std::vector<std::vector<unsigned char>> responses;
+    for (const DerSpan& choice : layout.revocationInfos) {
+        // other [1] IMPLICIT OtherRevocationInfoFormat ::= SEQUENCE {
+        //   otherRevInfoFormat OBJECT IDENTIFIER, otherRevInfo ANY }
+        const unsigned char* cursor = choice.data;
+        const unsigned char* end = choice.data + choice.length;
+        Tlv other;
+        if (!ReadExpected(&cursor, end, kTagContext1, &other)) {
+            continue;
+        }
+        cursor = other.content;
+        end = other.content + other.contentLength;
+        Tlv format;
+        Tlv value;
+        if (!ReadTlv(&cursor, end, &format) ||
+            !IsOid(format, kOidOcspResponse, sizeof(kOidOcspResponse)) ||
+            !ReadExpected(&cursor, end, kTagSequence, &value)) {
+            continue;
+        }
+        responses.emplace_back(value.start, value.start + value.totalLength);
+    }
+    return responses;
+}
+
+std::vector<std::vector<unsigned char>> AttributeCertsOf(const SignedDataLayout& layout) {
+    std::vector<std::vector<unsigned char>> certs;
+    for (const DerSpan& choice : layout.certificates) {
+        // v1AttrCert [1] IMPLICIT, v2AttrCert [2] IMPLICIT: both SEQUENCEs.
+        if (choice.length == 0 ||
+            (choice.data[0] != kTagContext1 && choice.data[0] != kTagContext2)) {
+            continue;
+        }
+        std::vector<unsigned char> der(choice.data, choice.data + choice.length);
+        der[0] = kTagSequence;
+        certs.push_back(std::move(der));
+    }
+    return certs;
+}
+
+}  // namespace cms
+}  // namespace TesseraLib

@@ -1,0 +1,44 @@
+// The parts of an encoded SignedData message that OpenSSL decodes but does
+// not hand out (internal): the SignedData and signer-info versions, the
+// certificate choices (attribute certificates among them) and the revocation
+// choices (OCSP responses carried as "other" revocation info). One DER walker
+// reads them all; it only steps over lengths it has checked, so it is safe on
+// any input.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+namespace TesseraLib {
+namespace cms {
+
+// A run of bytes inside the walked buffer (valid while the buffer lives).
+struct DerSpan {
+    const unsigned char* data = nullptr;
+    std::size_t length = 0;
+};
+
+struct SignedDataLayout {
+    unsigned long version = 0;
+    std::vector<DerSpan> certificates;          // every CertificateChoices, whole encoding
+    std::vector<DerSpan> revocationInfos;       // every RevocationInfoChoice, whole encoding
+    std::vector<DerSpan> signerInfos;           // every SignerInfo, whole encoding
+    std::vector<unsigned long> signerVersions;  // the version of each SignerInfo
+    std::vector<DerSpan> signerSignatures;      // the signature octets of each SignerInfo
+};
+
+// Reads a DER ContentInfo of type signedData. False when the bytes are not
+// such a message (the layout is then incomplete and must not be used).
+bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDataLayout* layout);
+
+// The OCSPResponse DER of every revocation choice of kind "other" whose
+// format is id-ri-ocsp-response (1.3.6.1.5.5.7.16.2) and whose value is a
+// SEQUENCE, in message order.
+std::vector<std::vector<unsigned char>> OcspResponsesOf(const SignedDataLayout& layout);
+
+// Every v1 or v2 attribute certificate of the certificate choices, with its
+// implicit [1]/[2] tag replaced by the universal SEQUENCE tag, in order.
+std::vector<std::vector<unsigned char>> AttributeCertsOf(const SignedDataLayout& layout);
+
+}  // namespace cms
+}  // namespace TesseraLib

@@ -1,0 +1,804 @@
+// Signing: new messages over content or over a caller's digest, further
+// signers on a held message, and the completion step that digests the
+// content, adds the signed attributes and signs. OpenSSL's own completion
+// (CMS_final) signs every signer of the message and adds a signing time to
+// each; this one signs just the new signer, through the key's own signing
+// context, so that engine keys (PKCS #11 tokens) sign the same way as keys
+// in memory.
+#include <openssl/asn1t.h>
+#include <openssl/cms.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/x509.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CryptException.h"
+#include "CryptUtils.h"
+#include "LogChannel.h"
+#include "OpenSslPtr.h"
+#include "QorTextConv.h"
+#include "SignedCms.h"
+#include "SignerCms.h"
+#include "X509Chain.h"
+#include "X509ChainPolicy.h"
+#include "X509Store.h"
+#include "cms/CmsSigning.h"
+
+namespace TesseraLib {
+
+namespace {
+
+// The signed attributes as they are signed: a DER SET OF, sorted the way the
+// signer info encodes them, so that signature and message agree.
+ASN1_ITEM_TEMPLATE(SignedAttributesSet) = ASN1_EX_TEMPLATE_TYPE(ASN1_TFLG_SET_OF, 0,
+                                                                SignedAttributes, X509_ATTRIBUTE)
+    static_ASN1_ITEM_TEMPLATE_END(SignedAttributesSet)
+
+    // PKCS #11 return values that a token key's engine queues as error reasons.
+    constexpr int kCkrFunctionCanceled = 0x50;
+constexpr int kCkrMechanismInvalid = 0x70;
+constexpr int kCkrPinIncorrect = 0xA0;
+constexpr int kCkrPinLocked = 0xA4;
+
+void LogError(const LogChannel* log, const wchar_t* text) {
+    if (log != nullptr && log->IsErrorEnabled()) {
+        log->Write(LogLevel::Error, text);
+    }
+}
+
+void LogCryptoErrors(const LogChannel* log, const char* text) {
+    if (log != nullptr && log->IsErrorEnabled()) {
+        log->WriteCryptoErrors(text);
+    }
+    ERR_clear_error();
+}
+
+[[noreturn]] void Fail(const LogChannel* log, const wchar_t* text, int code,
+                       const wchar_t* message = L"") {
+    LogError(log, text);
+    ERR_clear_error();
+    CryptException::Throw(code, message);
+}
+
+[[noreturn]] void FailCrypto(const LogChannel* log, const char* text, int code) {
+    LogCryptoErrors(log, text);
+    CryptException::Throw(code, L"");
+}
+
+// The code a failed completion stands for. A token key's engine queues the
+// PKCS #11 return value as the reason of an error of its own library, whose
+// number is handed out at run time: only libraries numbered that way are
+// looked at, and only their reasons are compared. The queue is put back as
+// it was, for the log.
+int SigningFailureCode() {
+    struct Queued {
+        unsigned long error;
+        const char* file;
+        int line;
+        const char* function;
+        std::string data;
+        bool hasData;
+    };
+    std::vector<Queued> queued;
+    const char* file = nullptr;
+    const char* function = nullptr;
+    const char* data = nullptr;
+    int line = 0;
+    int flags = 0;
+    for (unsigned long error = ERR_get_error_all(&file, &line, &function, &data, &flags);
+         error != 0; error = ERR_get_error_all(&file, &line, &function, &data, &flags)) {
+        const bool hasData = (flags & ERR_TXT_STRING) != 0 && data != nullptr;
+        queued.push_back({error, file, line, function, hasData ? data : "", hasData});
+    }
+    int code = ErrSigning;
+    for (const Queued& entry : queued) {
+        if (code == ErrSigning && ERR_GET_LIB(entry.error) >= ERR_LIB_USER) {
+            switch (ERR_GET_REASON(entry.error)) {
+                case kCkrPinIncorrect:
+                    code = ErrWrongPin;
+                    break;
+                case kCkrPinLocked:
+                    code = ErrPinBlocked;
+                    break;
+                case kCkrFunctionCanceled:
+                    code = ErrUserAborted;
+                    break;
+                case kCkrMechanismInvalid:
+                    code = ErrAlgorithmNotSupported;
+                    break;
+                default:
+                    break;
+            }
+        }
+        ERR_new();
+        ERR_set_debug(entry.file, entry.line, entry.function);
+        if (entry.hasData) {
+            ERR_set_error(ERR_GET_LIB(entry.error), ERR_GET_REASON(entry.error), "%s",
+                          entry.data.c_str());
+        } else {
+            ERR_set_error(ERR_GET_LIB(entry.error), ERR_GET_REASON(entry.error), nullptr);
+        }
+    }
+    return code;
+}
+
+// Logs the failed completion with OpenSSL's errors and throws its code.
+[[noreturn]] void FailSigning(const LogChannel* log, const char* text) {
+    const int code = SigningFailureCode();
+    LogCryptoErrors(log, text);
+    CryptException::Throw(code, L"");
+}
+
+// Whether `certs` holds a certificate equal to `cert`.
+bool Contains(STACK_OF(X509) * certs, const X509* cert) {
+    for (int i = 0; i < sk_X509_num(certs); ++i) {
+        if (X509_cmp(sk_X509_value(certs, i), cert) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Appends `cert` unless it is there already or equals `left` (OpenSSL
+// refuses to put one certificate into a message twice).
+void PushUnique(STACK_OF(X509) * certs, X509Ptr cert, const X509* left) {
+    if ((left != nullptr && X509_cmp(cert.get(), left) == 0) || Contains(certs, cert.get())) {
+        return;
+    }
+    if (sk_X509_push(certs, cert.get()) <= 0) {
+        CryptException::Throw(ErrOutOfMemory, L"");
+    }
+    cert.release();
+}
+
+// The signer info's digest and private key.
+const EVP_MD* SignerInfoDigest(CMS_SignerInfo* signer) {
+    X509_ALGOR* digest = nullptr;
+    CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
+    const ASN1_OBJECT* object = nullptr;
+    if (digest != nullptr) {
+        X509_ALGOR_get0(&object, nullptr, nullptr, digest);
+    }
+    const EVP_MD* md = object != nullptr ? EVP_get_digestbyobj(object) : nullptr;
+    if (md == nullptr) {
+        ERR_raise(ERR_LIB_CMS, CMS_R_UNKNOWN_DIGEST_ALGORITHM);
+    }
+    return md;
+}
+
+EVP_PKEY* SignerInfoKey(CMS_SignerInfo* signer) {
+    EVP_PKEY* key = nullptr;
+    CMS_SignerInfo_get0_algs(signer, &key, nullptr, nullptr, nullptr);
+    if (key == nullptr) {
+        ERR_raise(ERR_LIB_CMS, CMS_R_NO_PRIVATE_KEY);
+    }
+    return key;
+}
+
+// Takes `length` bytes of a signature allocated by OpenSSL into the signer info.
+void StoreSignature(CMS_SignerInfo* signer, OpenSslBytesPtr signature, size_t length) {
+    ASN1_STRING_set0(CMS_SignerInfo_get0_signature(signer), signature.release(),
+                     static_cast<int>(length));
+}
+
+// Signs a finished digest as it is (for RSA a PKCS #1 v1.5 signature over
+// the DigestInfo of `md`) and stores the signature in the signer info.
+bool SignDigestValue(CMS_SignerInfo* signer, EVP_PKEY* key, const EVP_MD* md,
+                     const unsigned char* digest, size_t length) {
+    EvpPkeyCtxPtr context(EVP_PKEY_CTX_new(key, nullptr));
+    if (!context || EVP_PKEY_sign_init(context.get()) <= 0 ||
+        EVP_PKEY_CTX_set_signature_md(context.get(), md) <= 0) {
+        return false;
+    }
+    size_t signatureLength = static_cast<size_t>(EVP_PKEY_get_size(key));
+    OpenSslBytesPtr signature(static_cast<unsigned char*>(OPENSSL_malloc(signatureLength)));
+    if (!signature ||
+        EVP_PKEY_sign(context.get(), signature.get(), &signatureLength, digest, length) <= 0) {
+        return false;
+    }
+    StoreSignature(signer, std::move(signature), signatureLength);
+    return true;
+}
+
+// Calls the key's CMS signing hook (before: 0, after: 1). Keys of OpenSSL's
+// providers have none and answer "not supported", which is no failure.
+bool CallSignHook(EVP_PKEY_CTX* context, int stage, CMS_SignerInfo* signer) {
+    ERR_set_mark();
+    const int result = EVP_PKEY_CTX_ctrl(context, -1, EVP_PKEY_OP_SIGN | EVP_PKEY_OP_SIGNCTX,
+                                         EVP_PKEY_CTRL_CMS_SIGN, stage, signer);
+    if (result == -2) {
+        ERR_pop_to_mark();
+        return true;
+    }
+    ERR_clear_last_mark();
+    if (result <= 0) {
+        ERR_raise(ERR_LIB_CMS, CMS_R_CTRL_ERROR);
+        return false;
+    }
+    return true;
+}
+
+// A stack that lends the signer's attributes to an encoding: it frees only
+// itself.
+void FreeAttributeView(STACK_OF(X509_ATTRIBUTE) * view) {
+    sk_X509_ATTRIBUTE_free(view);
+}
+using AttributeView = OpenSslPtr<STACK_OF(X509_ATTRIBUTE), FreeAttributeView>;
+
+// Copies the state of the chain's digest for `nid` into `out`.
+bool CopyChainDigest(BIO* chain, int nid, EVP_MD_CTX* out) {
+    for (BIO* bio = BIO_find_type(chain, BIO_TYPE_MD); bio != nullptr;
+         bio = BIO_next(bio) != nullptr ? BIO_find_type(BIO_next(bio), BIO_TYPE_MD) : nullptr) {
+        EVP_MD_CTX* context = nullptr;
+        BIO_get_md_ctx(bio, &context);
+        const EVP_MD* md = context != nullptr ? EVP_MD_CTX_get0_md(context) : nullptr;
+        if (md != nullptr && (EVP_MD_get_type(md) == nid || EVP_MD_get_pkey_type(md) == nid)) {
+            return EVP_MD_CTX_copy_ex(out, context) == 1;
+        }
+    }
+    ERR_raise(ERR_LIB_CMS, CMS_R_NO_MATCHING_DIGEST);
+    return false;
+}
+
+// Adds the message-digest and content-type attributes for `digest`.
+bool AddDigestAttributes(CMS_ContentInfo* cms, CMS_SignerInfo* signer, const unsigned char* digest,
+                         int length) {
+    return CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, digest,
+                                       length) == 1 &&
+           CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_contentType, V_ASN1_OBJECT,
+                                       CMS_get0_eContentType(cms), -1) == 1;
+}
+
+// A copy of the message, decoded from its encoding: co-signing works on it
+// so that a failure leaves the held message untouched.
+CmsContentInfoPtr CopyMessage(CMS_ContentInfo* cms) {
+    unsigned char* der = nullptr;
+    const int length = i2d_CMS_ContentInfo(cms, &der);
+    const OpenSslBytesPtr owned(der);
+    if (length <= 0) {
+        return CmsContentInfoPtr();
+    }
+    const unsigned char* cursor = der;
+    return CmsContentInfoPtr(d2i_CMS_ContentInfo(nullptr, &cursor, length));
+}
+
+// The issuer of `cert` among the signer's stores and extra certificates.
+bool FindIssuer(const SignerCms& signer, const X509Certificate& cert, X509Certificate& issuer) {
+    for (X509Store* store : {signer.GetTrustStore(), signer.GetExtraStore()}) {
+        if (store != nullptr && store->FindIssuer(cert, issuer) == 1) {
+            return true;
+        }
+    }
+    const qorstd::QorVector<X509Certificate>& extra = signer.GetCertificates();
+    for (unsigned int i = 0; i < extra.GetSize(); ++i) {
+        X509* candidate = extra.GetAt(i).GetX509();
+        if (candidate != nullptr && X509_check_issued(candidate, cert.GetX509()) == X509_V_OK) {
+            issuer = extra.GetAt(i);
+            return true;
+        }
+    }
+    return false;
+}
+
+// The check of the signer certificate before it signs, at the current time:
+// option 0 its time validity; 1 also the issuer's signature when the issuer
+// is at hand; 2 a path to an anchor of the signer's trust store (no
+// revocation checks).
+void CheckSignerCertificate(const LogChannel* log, const SignerCms& signer) {
+    const X509Certificate& cert = signer.GetCertificate();
+    const std::int64_t now = 0;
+    switch (signer.GetVerifyOption()) {
+        case X509Certificate::cptVerifyIssuerSignature: {
+            X509Certificate issuer;
+            if (FindIssuer(signer, cert, issuer)) {
+                cert.Verify(X509Certificate::cptVerifyIssuerSignature, now, &issuer, nullptr,
+                            nullptr);
+                return;
+            }
+            break;
+        }
+        case X509Certificate::cptVerifyWholeChain: {
+            if (signer.GetTrustStore() == nullptr) {
+                Fail(log, L"AddSignerCms: Trust store not set - signer.GetTrustStore()=NULL",
+                     ErrInvalidParameter, L"signer.GetTrustStore()==NULL");
+            }
+            X509ChainPolicy policy;
+            policy.SetTrustStore(signer.GetTrustStore());
+            if (signer.GetExtraStore() != nullptr) {
+                policy.SetExtraStore(signer.GetExtraStore());
+            }
+            policy.SetRevocationOption(X509ChainPolicy::revOptionNone);
+            cert.Verify(X509Certificate::cptVerifyWholeChain, now, nullptr, &policy, nullptr);
+            return;
+        }
+        default:
+            break;
+    }
+    cert.Verify(X509Certificate::cptVerifyTimeValidity, now, nullptr, nullptr, nullptr);
+}
+
+}  // namespace
+
+// ------------------------------------------------------- shared with the estimate
+
+namespace cmssign {
+
+const EVP_MD* SignerDigest(const SignerCms& signer) {
+    if (signer.GetHashAlgorithm() != CryptHash::cptHashNone) {
+        return CryptHash::GetHashEVP(signer.GetHashAlgorithm());
+    }
+    const X509Certificate& cert = signer.GetCertificate();
+    if (cert.GetX509() == nullptr) {
+        return nullptr;
+    }
+    const EVP_MD* md = EVP_get_digestbyname(cert.GetHashAlgorithmName().c_str());
+    if (md == nullptr) {
+        // Names without "With" ("ecdsa-with-SHA256") say it through the OID table.
+        int digestNid = NID_undef;
+        if (OBJ_find_sigid_algs(cert.GetSignatureAlgorithmNID(), &digestNid, nullptr) == 1) {
+            md = EVP_get_digestbynid(digestNid);
+        }
+    }
+    return md;
+}
+
+unsigned int SignFlags(const SignerCms& signer, int detached) {
+    unsigned int flags = CMS_BINARY | CMS_NOSMIMECAP;
+    if (signer.GetAttributeOption() == SignerCms::cptAttributeNone) {
+        flags |= CMS_NOATTR;
+    }
+    if (signer.GetIncludeOption() == SignerCms::cptIncludeNone) {
+        flags |= CMS_NOCERTS;
+    }
+    if (detached != 0) {
+        flags |= CMS_DETACHED;
+    }
+    return flags;
+}
+
+qorstd::QorStringW SerialText(const X509Certificate& certificate) {
+    return qorstd::text::NarrowToWide(certificate.GetSerialNumberStringDec().c_str(), 0,
+                                      qorstd::text::kCharsetAscii);
+}
+
+}  // namespace cmssign
+
+// ---------------------------------------------------------------- operations
+
+void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
+    const X509Certificate& certificate = signer.GetCertificate();
+    if (m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(
+            LogLevel::Info, L"Sign(Signer:%ls CertSN:%ls CertIssuer:%ls Detached:%ls)",
+            certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
+            certificate.GetIssuerStringX500(0).c_str(), detached != 0 ? L"TRUE" : L"FALSE");
+    }
+    if (m_aContent.GetSize() == 0) {
+        Fail(m_log.get(), L"Sign: Signed content not set - m_aContent is empty", ErrNoContent);
+    }
+    BioPtr content(BIO_new_mem_buf(m_aContent.GetData(), static_cast<int>(m_aContent.GetSize())));
+    if (!content) {
+        Fail(m_log.get(), L"Sign: pBioContent=NULL", ErrOutOfMemory);
+    }
+    // The signer's own certificate is put in by the signer step.
+    X509StackPtr certs(EnumSignerCertificates(signer, 1));
+    const unsigned int flags = cmssign::SignFlags(signer, detached);
+
+    // Built aside and taken over once signed: a failure keeps what was held.
+    CmsContentInfoPtr cms(
+        CMS_sign(nullptr, nullptr, certs.get(), content.get(), flags | CMS_PARTIAL));
+    if (!cms) {
+        FailCrypto(m_log.get(), "Sign: CMS_sign() failed.", ErrAsn1Encoding);
+    }
+    CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
+    if (FinalizeSigner(cms.get(), signerInfo, content.get(), flags) != 1) {
+        FailSigning(m_log.get(), "Sign: FinalizeSigner() failed.");
+    }
+    certs.reset();
+    content.reset();
+    FreeCms(0);
+    m_pCms = cms.release();
+    ParseCms(m_pCms);
+    if (type == cptCmsTimeStamp) {
+        GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
+    }
+}
+
+void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
+                           const qorstd::QorArray<unsigned char>& hash) {
+    const X509Certificate& certificate = signer.GetCertificate();
+    if (m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"SignDigest(Signer:%ls CertSN:%ls CertIssuer:%ls)",
+                           certificate.GetSubjectStringX500(0).c_str(),
+                           cmssign::SerialText(certificate).c_str(),
+                           certificate.GetIssuerStringX500(0).c_str());
+    }
+    if (hash.GetSize() == 0) {
+        Fail(m_log.get(), L"SignDigest: Bad parameter - hash is empty", ErrInvalidParameter,
+             L"SignedCms - hash is empty.");
+    }
+    const EVP_MD* md = cmssign::SignerDigest(signer);
+    if (md == nullptr) {
+        Fail(m_log.get(), L"SignDigest: pDigest is null", ErrAlgorithmNotSupported);
+    }
+    if (hash.GetSize() != static_cast<unsigned int>(EVP_MD_get_size(md))) {
+        Fail(m_log.get(), L"SignDigest: Bad hash size", ErrHashMismatch);
+    }
+    X509StackPtr certs(EnumSignerCertificates(signer, 1));
+    const unsigned int flags = cmssign::SignFlags(signer, 1);
+    CmsContentInfoPtr cms(CMS_sign(nullptr, nullptr, certs.get(), nullptr, flags | CMS_PARTIAL));
+    if (!cms) {
+        FailCrypto(m_log.get(), "SignDigest: CMS_sign() failed.", ErrAsn1Encoding);
+    }
+    CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
+    std::vector<unsigned char> digest(hash.GetData(), hash.GetData() + hash.GetSize());
+    if (FinalizeDigestSigner(cms.get(), signerInfo, digest.data(),
+                             static_cast<unsigned int>(digest.size()), flags) != 1) {
+        FailSigning(m_log.get(), "SignDigest: FinalizeDigestSigner() failed.");
+    }
+    certs.reset();
+    FreeCms(0);
+    m_pCms = cms.release();
+    ParseCms(m_pCms);
+    if (type == cptCmsTimeStamp) {
+        GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
+    }
+}
+
+void SignedCms::CoSign(const SignerCms& signer) {
+    const X509Certificate& certificate = signer.GetCertificate();
+    if (m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"CoSign(Signer:%ls CertSN:%ls CertIssuer:%ls)",
+                           certificate.GetSubjectStringX500(0).c_str(),
+                           cmssign::SerialText(certificate).c_str(),
+                           certificate.GetIssuerStringX500(0).c_str());
+    }
+    if (m_pCms == nullptr) {
+        Fail(m_log.get(), L"CoSign: CMS not present - m_pCms is null", ErrNoMessage);
+    }
+    if (m_aContent.GetSize() == 0) {
+        Fail(m_log.get(), L"CoSign: Signed content not set - m_aContent is empty", ErrNoContent);
+    }
+    BioPtr content(BIO_new_mem_buf(m_aContent.GetData(), static_cast<int>(m_aContent.GetSize())));
+    if (!content) {
+        Fail(m_log.get(), L"CoSign: pBioContent=NULL", ErrOutOfMemory);
+    }
+    CmsContentInfoPtr cms = CopyMessage(m_pCms);
+    if (!cms) {
+        FailCrypto(m_log.get(), "CoSign: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
+    }
+    AddSignerCertificates(cms.get(), signer);
+    unsigned int flags = CMS_BINARY | CMS_NOSMIMECAP | CMS_NOCERTS;
+    if (signer.GetAttributeOption() == SignerCms::cptAttributeNone) {
+        flags |= CMS_NOATTR;
+    }
+    if (m_detached != 0) {
+        flags |= CMS_DETACHED;
+    }
+    CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
+    if (FinalizeSigner(cms.get(), signerInfo, content.get(), flags) != 1) {
+        FailSigning(m_log.get(), "CoSign: FinalizeSigner() failed.");
+    }
+    content.reset();
+    FreeCms(0);
+    m_pCms = cms.release();
+    ParseCms(m_pCms);
+}
+
+// ----------------------------------------------------------- building blocks
+
+CMS_SignerInfo* SignedCms::AddSignerCms(CMS_ContentInfo* cms, const SignerCms& signer,
+                                        unsigned int flags) {
+    if (cms == nullptr) {
+        Fail(m_log.get(), L"AddSignerCms: Bad parameter - pCms is null", ErrInvalidParameter,
+             L"SignedCms - pCms=NULL");
+    }
+    const X509Certificate& certificate = signer.GetCertificate();
+    if (certificate.GetX509() == nullptr) {
+        Fail(m_log.get(), L"AddSignerCms: Signer certificate is null.", ErrSignerCertNotSet);
+    }
+    CryptKey* key = certificate.GetPrivateKey();
+    if (key == nullptr || key->GetKeyEVP() == nullptr) {
+        Fail(m_log.get(), L"AddSignerCms: Signer private key is not set.", ErrSignerKeyUnusable);
+    }
+    CheckSignerCertificate(m_log.get(), signer);
+    const EVP_MD* md = cmssign::SignerDigest(signer);
+    if (md == nullptr) {
+        Fail(m_log.get(), L"AddSignerCms: pDigest is null", ErrAlgorithmNotSupported);
+    }
+    CMS_SignerInfo* signerInfo =
+        CMS_add1_signer(cms, certificate.GetX509(), key->GetKeyEVP(), md, flags);
+    if (signerInfo == nullptr) {
+        FailCrypto(m_log.get(), "AddSignerCms: CMS_add1_signer() failed.", ErrAddSigner);
+    }
+    return signerInfo;
+}
+
+stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int skipSigner) const {
+    const SignerCms::cptIncludeOption option = signer.GetIncludeOption();
+    const X509Certificate& certificate = signer.GetCertificate();
+    if (option != SignerCms::cptIncludeNone && certificate.GetX509() == nullptr) {
+        Fail(m_log.get(), L"EnumSignerCertificates: Signer certificate is null.",
+             ErrSignerCertNotSet);
+    }
+    X509StackPtr certs(sk_X509_new_null());
+    if (!certs) {
+        CryptException::Throw(ErrOutOfMemory, L"");
+    }
+    // A signer left out here is added by the signer step: a copy in the list
+    // (from the extra list, say) would make OpenSSL refuse the message.
+    const X509* left =
+        skipSigner != 0 && option != SignerCms::cptIncludeNone ? certificate.GetX509() : nullptr;
+    if (option == SignerCms::cptIncludeSignerCertificate && skipSigner == 0) {
+        X509Ptr copy(X509_dup(certificate.GetX509()));
+        if (!copy) {
+            Fail(m_log.get(), L"EnumSignerCertificates: X509_dup() failed - pSignerCert=NULL",
+                 ErrInternal, L"pSignerCert==NULL");
+        }
+        PushUnique(certs.get(), std::move(copy), left);
+    }
+    if (option == SignerCms::cptIncludeChainWithoutRoot ||
+        option == SignerCms::cptIncludeWholeChain) {
+        if (signer.GetTrustStore() == nullptr) {
+            Fail(m_log.get(),
+                 L"EnumSignerCertificates: Trust store not set - signer.GetTrustStore()=NULL",
+                 ErrInvalidParameter, L"signer.GetTrustStore()==NULL");
+        }
+        X509ChainPolicy policy;
+        policy.SetTrustStore(signer.GetTrustStore());
+        if (signer.GetExtraStore() != nullptr) {
+            policy.SetExtraStore(signer.GetExtraStore());
+        }
+        policy.SetRevocationOption(X509ChainPolicy::revOptionNone);
+        X509Chain chain(&policy);
+        chain.Build(&certificate, 0);
+        const qorstd::QorVector<X509ChainElement>& elements = chain.GetElements();
+        unsigned int end = elements.GetSize();
+        if (option == SignerCms::cptIncludeChainWithoutRoot && end > 0) {
+            --end;
+        }
+        for (unsigned int i = skipSigner != 0 ? 1 : 0; i < end; ++i) {
+            X509* element = elements.GetAt(i).GetCertificate()->GetX509();
+            if (element == nullptr) {
+                Fail(m_log.get(),
+                     L"EnumSignerCertificates: element.GetCertificate().GetX509()=NULL",
+                     ErrInternal);
+            }
+            X509Ptr copy(X509_dup(element));
+            if (!copy) {
+                Fail(m_log.get(), L"EnumSignerCertificates: X509_dup() failed - pElementCert=NULL",
+                     ErrInternal, L"pCert==NULL");
+            }
+            PushUnique(certs.get(), std::move(copy), left);
+        }
+    }
+    const qorstd::QorVector<X509Certificate>& extra = signer.GetCertificates();
+    for (unsigned int i = 0; i < extra.GetSize(); ++i) {
+        if (extra.GetAt(i).GetX509() == nullptr) {
+            Fail(m_log.get(), L"EnumSignerCertificates: cert.GetX509()=NULL", ErrInvalidParameter,
+                 L"signer.GetCertificates().GetX509()==NULL");
+        }
+        X509Ptr copy(X509_dup(extra.GetAt(i).GetX509()));
+        if (!copy) {
+            Fail(m_log.get(), L"EnumSignerCertificates: X509_dup() failed - pCert=NULL",
+                 ErrInternal, L"pCert==NULL");
+        }
+        PushUnique(certs.get(), std::move(copy), left);
+    }
+    return certs.release();
+}
+
+void SignedCms::AddSignerCertificates(CMS_ContentInfo* cms, const SignerCms& signer) {
+    if (cms == nullptr) {
+        Fail(m_log.get(), L"AddSignerCertificates: Bad parameter - pCms is null",
+             ErrInvalidParameter, L"SignedCms - pCms=NULL");
+    }
+    X509StackPtr certs(EnumSignerCertificates(signer, 0));
+    if (sk_X509_num(certs.get()) <= 0) {
+        if (m_log->IsDebugEnabled()) {
+            m_log->Write(LogLevel::Debug, L"AddSignerCertificates: No certificates added.");
+        }
+        return;
+    }
+    X509StackPtr present(CMS_get1_certs(cms));
+    for (int i = 0; i < sk_X509_num(certs.get()); ++i) {
+        X509* cert = sk_X509_value(certs.get(), i);
+        if (cert == nullptr) {
+            Fail(m_log.get(), L"AddSignerCertificates: pSignerCert is null", ErrInternal);
+        }
+        if (Contains(present.get(), cert)) {
+            continue;
+        }
+        if (CMS_add1_cert(cms, cert) != 1) {
+            FailCrypto(m_log.get(), "AddSignerCertificates: CMS_add1_cert() failed.", ErrInternal);
+        }
+    }
+}
+
+int SignedCms::FinalizeSigner(CMS_ContentInfo* cms, CMS_SignerInfo* signer, BIO* content,
+                              unsigned int flags) {
+    if (cms == nullptr || signer == nullptr || content == nullptr) {
+        ERR_raise(ERR_LIB_CMS, ERR_R_PASSED_NULL_PARAMETER);
+        return 0;
+    }
+    BioPtr chain(CMS_dataInit(cms, nullptr));
+    ASN1_OCTET_STRING** slot = CMS_get0_content(cms);
+    if (!chain || slot == nullptr) {
+        return 0;
+    }
+    const bool placeholder = *slot != nullptr && ((*slot)->flags & ASN1_STRING_FLAG_CONT) != 0;
+    const ASN1_OCTET_STRING* embedded = placeholder ? nullptr : *slot;
+    if (embedded != nullptr) {
+        // The chain ends in a read-only view of the embedded content, which
+        // takes no writes: the digests get a sink that drops what passes.
+        BIO* view = BIO_find_type(chain.get(), BIO_TYPE_MEM);
+        BIO* sink = BIO_new(BIO_s_null());
+        if (view == nullptr || sink == nullptr) {
+            BIO_free(sink);
+            return 0;
+        }
+        BIO_pop(view);
+        BIO_free(view);
+        BIO_push(chain.get(), sink);
+    }
+
+    // The content in binary form, compared on the way with what the message
+    // embeds when co-signing.
+    unsigned char buffer[4096];
+    long offset = 0;
+    int got = 0;
+    while ((got = BIO_read(content, buffer, sizeof(buffer))) > 0) {
+        if (embedded != nullptr &&
+            (offset + got > embedded->length ||
+             std::memcmp(embedded->data + offset, buffer, static_cast<size_t>(got)) != 0)) {
+            ERR_raise(ERR_LIB_CMS, CMS_R_CONTENT_VERIFY_ERROR);
+            return 0;
+        }
+        if (BIO_write(chain.get(), buffer, got) != got) {
+            return 0;
+        }
+        offset += got;
+    }
+    if (embedded != nullptr && offset != embedded->length) {
+        ERR_raise(ERR_LIB_CMS, CMS_R_CONTENT_VERIFY_ERROR);
+        return 0;
+    }
+    if (BIO_flush(chain.get()) <= 0) {
+        return 0;
+    }
+
+    if (placeholder) {
+        // The new message's content: the memory sink's bytes move into it.
+        BIO* sink = BIO_find_type(chain.get(), BIO_TYPE_MEM);
+        if (sink == nullptr) {
+            ERR_raise(ERR_LIB_CMS, CMS_R_CONTENT_NOT_FOUND);
+            return 0;
+        }
+        char* data = nullptr;
+        const long length = BIO_get_mem_data(sink, &data);
+        BIO_set_flags(sink, BIO_FLAGS_MEM_RDONLY);
+        BIO_set_mem_eof_return(sink, 0);
+        ASN1_STRING_set0(*slot, data, static_cast<int>(length));
+        (*slot)->flags &= ~ASN1_STRING_FLAG_CONT;
+    }
+
+    EVP_PKEY* key = SignerInfoKey(signer);
+    const EVP_MD* md = key != nullptr ? SignerInfoDigest(signer) : nullptr;
+    EvpMdCtxPtr digestContext(EVP_MD_CTX_new());
+    if (md == nullptr || !digestContext ||
+        !CopyChainDigest(chain.get(), EVP_MD_get_type(md), digestContext.get())) {
+        return 0;
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int digestLength = 0;
+    if (EVP_DigestFinal_ex(digestContext.get(), digest, &digestLength) != 1) {
+        return 0;
+    }
+    if ((flags & CMS_NOATTR) != 0) {
+        return SignDigestValue(signer, key, md, digest, digestLength) ? 1 : 0;
+    }
+    if (!AddDigestAttributes(cms, signer, digest, static_cast<int>(digestLength))) {
+        return 0;
+    }
+    return SignSigner(signer, flags);
+}
+
+int SignedCms::FinalizeDigestSigner(CMS_ContentInfo* cms, CMS_SignerInfo* signer,
+                                    unsigned char* digest, unsigned int length,
+                                    unsigned int flags) {
+    if (cms == nullptr || signer == nullptr || digest == nullptr) {
+        ERR_raise(ERR_LIB_CMS, ERR_R_PASSED_NULL_PARAMETER);
+        return 0;
+    }
+    EVP_PKEY* key = SignerInfoKey(signer);
+    if (key == nullptr) {
+        return 0;
+    }
+    if ((flags & CMS_NOATTR) != 0) {
+        const EVP_MD* md = SignerInfoDigest(signer);
+        return md != nullptr && SignDigestValue(signer, key, md, digest, length) ? 1 : 0;
+    }
+    if (!AddDigestAttributes(cms, signer, digest, static_cast<int>(length))) {
+        return 0;
+    }
+    return SignSigner(signer, flags);
+}
+
+int SignedCms::SignSigner(CMS_SignerInfo* signer, unsigned int flags) {
+    const EVP_MD* md = signer != nullptr ? SignerInfoDigest(signer) : nullptr;
+    EVP_PKEY* key = md != nullptr ? SignerInfoKey(signer) : nullptr;
+    if (key == nullptr) {
+        return 0;
+    }
+    if ((flags & CMS_NOATTR) == 0 &&
+        CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1) < 0 &&
+        AddSigningTime(signer, nullptr) != 1) {
+        return 0;
+    }
+
+    AttributeView attributes(sk_X509_ATTRIBUTE_new_null());
+    if (!attributes) {
+        return 0;
+    }
+    for (int i = 0; i < CMS_signed_get_attr_count(signer); ++i) {
+        if (sk_X509_ATTRIBUTE_push(attributes.get(), CMS_signed_get_attr(signer, i)) <= 0) {
+            return 0;
+        }
+    }
+    unsigned char* der = nullptr;
+    const int derLength = ASN1_item_i2d(reinterpret_cast<ASN1_VALUE*>(attributes.get()), &der,
+                                        ASN1_ITEM_rptr(SignedAttributesSet));
+    const OpenSslBytesPtr encoded(der);
+    if (derLength <= 0) {
+        return 0;
+    }
+
+    // A null engine: an engine key brings its own.
+    EvpMdCtxPtr context(EVP_MD_CTX_new());
+    EVP_PKEY_CTX* keyContext = nullptr;
+    if (!context || EVP_DigestSignInit(context.get(), &keyContext, md, nullptr, key) != 1 ||
+        !CallSignHook(keyContext, 0, signer)) {
+        return 0;
+    }
+    size_t signatureLength = static_cast<size_t>(EVP_PKEY_get_size(key));
+    OpenSslBytesPtr signature(static_cast<unsigned char*>(OPENSSL_malloc(signatureLength)));
+    if (!signature ||
+        EVP_DigestSign(context.get(), signature.get(), &signatureLength, encoded.get(),
+                       static_cast<size_t>(derLength)) != 1 ||
+        !CallSignHook(keyContext, 1, signer)) {
+        return 0;
+    }
+    StoreSignature(signer, std::move(signature), signatureLength);
+    return 1;
+}
+
+int SignedCms::AddSigningTime(CMS_SignerInfo* signer, ASN1_STRING* time) {
+    OpenSslPtr<ASN1_UTCTIME, ASN1_UTCTIME_free> now;
+    if (time == nullptr) {
+        now.reset(ASN1_UTCTIME_set(nullptr, static_cast<time_t>(CryptUtils::GetCurrentTimeUTC())));
+        time = now.get();
+    }
+    if (signer == nullptr || time == nullptr ||
+        CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_signingTime, time->type, time, -1) != 1) {
+        ERR_raise(ERR_LIB_CMS, ERR_R_MALLOC_FAILURE);
+        return 0;
+    }
+    return 1;
+}
+
+// Signature time-stamps arrive with the time-stamp support.
+void SignedCms::SignerInfo::Upgrade(cptCmsType /*type*/, const QorTsp2Lib::TspClient* /*client*/) {
+    if (m_log && m_log->IsErrorEnabled()) {
+        m_log->Write(LogLevel::Error, L"Upgrade: Signature time-stamps are not implemented.");
+    }
+    CryptException::Throw(
+        ErrNotImplemented,
+        L"SignedCms::SignerInfo::Upgrade - signature time-stamps not implemented");
+}
+
+}  // namespace TesseraLib

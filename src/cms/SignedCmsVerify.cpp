@@ -1,0 +1,627 @@
+// Verification of CMS signers: the signature and the content (or a digest of
+// it), the content-type attribute, the signer certificate, and the order in
+// which these checks run and report.
+#include <openssl/cms.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include <cstring>
+#include <exception>
+#include <memory>
+
+#include "CryptException.h"
+#include "CryptUtils.h"
+#include "ExceptionRecording.h"
+#include "LogChannel.h"
+#include "OcspException.h"
+#include "OpenSslPtr.h"
+#include "QorExceptionStore.h"
+#include "QorTextConv.h"
+#include "SignedCms.h"
+#include "TspException.h"
+#include "VerificationData.h"
+#include "VerifierCms.h"
+#include "X509Chain.h"
+
+namespace TesseraLib {
+
+namespace {
+
+const wchar_t kNullSigner[] = L"SignedCms::SignerInfo - pSigner = NULL";
+const wchar_t kNullDigest[] = L"SignedCms::SignerInfo - pContentDigest = NULL";
+
+[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
+    CryptException::Throw(code, message);
+}
+
+void LogLine(const LogChannel* log, LogLevel level, const wchar_t* text) {
+    if (log != nullptr && log->IsEnabled(level)) {
+        log->Write(level, text);
+    }
+}
+
+// Logs `text` with OpenSSL's queued errors; the queue is empty afterwards
+// whether or not the line was written.
+void LogCrypto(const LogChannel* log, const char* text) {
+    if (log != nullptr && log->IsErrorEnabled()) {
+        log->WriteCryptoErrors(text);
+    }
+    ERR_clear_error();
+}
+
+qorstd::QorStringW Widen(const qorstd::QorString& text) {
+    return qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetAscii);
+}
+
+// The verifier's candidate certificates while a signer is verified on this
+// thread. The certificate check looks for the signer certificate's issuer
+// among them as well as among the message's certificates; its virtual
+// signature, which derived signer infos replace, has no room for them.
+thread_local const qorstd::QorVector<X509Certificate>* t_issuerCandidates = nullptr;
+
+class IssuerCandidatesScope {
+public:
+    explicit IssuerCandidatesScope(const qorstd::QorVector<X509Certificate>* candidates)
+        : m_previous(t_issuerCandidates) {
+        t_issuerCandidates = candidates;
+    }
+    ~IssuerCandidatesScope() { t_issuerCandidates = m_previous; }
+    IssuerCandidatesScope(const IssuerCandidatesScope&) = delete;
+    IssuerCandidatesScope& operator=(const IssuerCandidatesScope&) = delete;
+
+private:
+    const qorstd::QorVector<X509Certificate>* m_previous;
+};
+
+// The first certificate of `certificates` that issued `subject` by name, key
+// identifier and key usage (a self-signed certificate issued itself).
+const X509Certificate* FindIssuer(X509* subject,
+                                  const qorstd::QorVector<X509Certificate>* certificates) {
+    if (certificates == nullptr) {
+        return nullptr;
+    }
+    for (unsigned int i = 0; i < certificates->GetSize(); ++i) {
+        X509* candidate = (*certificates)[i].GetX509();
+        if (candidate != nullptr && X509_check_issued(candidate, subject) == X509_V_OK) {
+            return &(*certificates)[i];
+        }
+    }
+    return nullptr;
+}
+
+// Releases the content-processing chain down to (not including) the
+// caller's content stream, which has an owner of its own.
+class ContentChain {
+public:
+    ContentChain(BIO* chain, BIO* content) : m_chain(chain), m_content(content) {}
+    ~ContentChain() {
+        BIO* bio = m_chain;
+        while (bio != nullptr && bio != m_content) {
+            BIO* next = BIO_pop(bio);
+            BIO_free(bio);
+            bio = next;
+        }
+    }
+    ContentChain(const ContentChain&) = delete;
+    ContentChain& operator=(const ContentChain&) = delete;
+    BIO* get() const { return m_chain; }
+
+private:
+    BIO* m_chain;
+    BIO* m_content;
+};
+
+// Reads the chain to its end, so that its digest stages see every byte; the
+// bytes themselves are not needed.
+bool CmsCopyContent(BIO* chain) {
+    unsigned char buffer[16384];
+    for (;;) {
+        const int got = BIO_read(chain, buffer, sizeof buffer);
+        if (got == 0) {
+            return true;
+        }
+        if (got < 0) {
+            return false;
+        }
+    }
+}
+
+// The code for a failed content check, from the earliest error OpenSSL
+// queued: RSA's bad signature and CMS's verification failure mean the
+// signature does not match the content; RSA's digest size errors mean the
+// digest cannot belong to this key and algorithm.
+int ContentFailureCode(unsigned long error) {
+    const int library = ERR_GET_LIB(error);
+    const int reason = ERR_GET_REASON(error);
+    if (library == ERR_LIB_RSA && reason == RSA_R_BAD_SIGNATURE) {
+        return ErrInvalidSignature;
+    }
+    if (library == ERR_LIB_RSA &&
+        (reason == RSA_R_DIGEST_TOO_BIG_FOR_RSA_KEY || reason == RSA_R_INVALID_DIGEST_LENGTH)) {
+        return ErrHashMismatch;
+    }
+    if (library == ERR_LIB_CMS && reason == CMS_R_VERIFICATION_FAILURE) {
+        return ErrInvalidSignature;
+    }
+    return ErrSignatureVerification;
+}
+
+X509* AttachedSignerCertificate(const CMS_SignerInfo* signer) {
+    X509* certificate = nullptr;
+    CMS_SignerInfo_get0_algs(const_cast<CMS_SignerInfo*>(signer), nullptr, &certificate, nullptr,
+                             nullptr);
+    return certificate;
+}
+
+}  // namespace
+
+// ------------------------------------------------------------ whole message
+
+void SignedCms::Verify(const VerifierCms& verifier, cptCmsType type) {
+    if (m_log && m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"Verify(VerifyOption:%d)",
+                           static_cast<int>(verifier.GetVerifyOption()));
+    }
+    if (m_pCms == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"Verify: CMS not present - m_pCms is null");
+        Fail(ErrNoMessage);
+    }
+    if (!m_pvSigners || m_pvSigners->IsEmpty()) {
+        LogLine(m_log.get(), LogLevel::Error, L"Verify: Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+    for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
+        (*m_pvSigners)[i].Verify(verifier, type);
+    }
+}
+
+void SignedCms::VerifyDigest(const VerifierCms& verifier,
+                             const qorstd::QorArray<unsigned char>& hash, cptCmsType type) {
+    if (m_log && m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"VerifyDigest(VerifyOption:%d)",
+                           static_cast<int>(verifier.GetVerifyOption()));
+    }
+    if (m_pCms == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyDigest: CMS not present - m_pCms is null");
+        Fail(ErrNoMessage);
+    }
+    if (!m_pvSigners || m_pvSigners->IsEmpty()) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyDigest: Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+    for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
+        (*m_pvSigners)[i].VerifyDigest(verifier, hash, type);
+    }
+}
+
+void SignedCms::VerifySignerCertificate(const VerifierCms& verifier) {
+    if (m_log && m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"VerifySignerCertificate(VerifyOption:%d)",
+                           static_cast<int>(verifier.GetVerifyOption()));
+    }
+    if (m_pCms == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error,
+                L"VerifySignerCertificate: CMS not present - m_pCms is null");
+        Fail(ErrNoMessage);
+    }
+    if (!m_pvSigners || m_pvSigners->IsEmpty()) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifySignerCertificate: Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+    for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
+        (*m_pvSigners)[i].VerifySignerCertificate(verifier);
+    }
+}
+
+// --------------------------------------------------------------- one signer
+
+void SignedCms::SignerInfo::Verify(const VerifierCms& verifier, cptCmsType type) {
+    VerifySigner(L"Verify", verifier, nullptr, type);
+}
+
+void SignedCms::SignerInfo::VerifyDigest(const VerifierCms& verifier,
+                                         const qorstd::QorArray<unsigned char>& hash,
+                                         cptCmsType type) {
+    VerifySigner(L"VerifyDigest", verifier, &hash, type);
+}
+
+void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const VerifierCms& verifier,
+                                         const qorstd::QorArray<unsigned char>* hash,
+                                         cptCmsType type) {
+    const LogChannel* log = m_log.get();
+    const VerifierCms::cptVerifyOption option = verifier.GetVerifyOption();
+    if (log != nullptr && log->IsInfoEnabled()) {
+        log->WriteFormat(LogLevel::Info, L"%ls(Signer:%ls VerifyOption:%d)", operation,
+                         m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
+    }
+    const qorstd::QorStringW op(operation);
+    const auto logError = [log, &op](const wchar_t* text) {
+        qorstd::QorStringW line(op);
+        line.append(L": ");
+        line.append(text);
+        LogLine(log, LogLevel::Error, line.c_str());
+    };
+
+    m_verifyInfo = 0;
+    if (type == cptCmsNone) {
+        type = m_cadesType;
+    }
+    m_verificationData.reset(new VerificationData());
+    m_timeStampVerificationData.reset();
+    const bool checkTimeStamps = type == cptCmsTimeStamp && !m_signatureTimeStamps.IsEmpty();
+    if (checkTimeStamps) {
+        m_timeStampVerificationData.reset(new TimeStampVerificationData());
+    }
+    if (m_pSigner == nullptr) {
+        logError(L"Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+
+    // The signer certificate comes first: without it nothing can be checked.
+    const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
+    if (certificate == nullptr) {
+        certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
+        if (certificate == nullptr) {
+            logError(L"Signer's certificate not found.");
+            Fail(ErrSignerCertNotFound);
+        }
+        CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
+    }
+    if (m_certificate.GetX509() != certificate) {
+        m_certificate = X509Certificate(certificate);
+    }
+
+    if (hash == nullptr) {
+        if (m_parent->IsDetached() && m_parent->GetContent().IsEmpty()) {
+            logError(L"Signed content not set - m_aContent is empty");
+            Fail(ErrNoContent);
+        }
+        VerifySignature(m_pSigner);
+    } else {
+        if (hash->IsEmpty()) {
+            logError(L"Content hash is empty");
+            Fail(ErrNoContent);
+        }
+        VerifySignature(m_pSigner, hash->GetData(), hash->GetSize());
+    }
+    m_verifyInfo |= kVerifiedSignature;
+
+    if (GetSignedAttrCount(NID_pkcs9_contentType) > 0) {
+        VerifyContentType(m_contentType);
+        m_verifyInfo |= kVerifiedContentType;
+    }
+
+    // A failed time-stamp check is held back until the signer certificate
+    // has been checked as well, and is the failure reported when both fail.
+    QorExceptionStore kept;
+    if (checkTimeStamps) {
+        try {
+            // The signature time-stamps are checked under a CAdES verifier
+            // made from `verifier`, at the verify time (now when it is 0);
+            // that verifier arrives with the time-stamp support.
+            logError(L"Signature time-stamp verification is not available.");
+            Fail(ErrNotImplemented, L"VerifierCades");
+        } catch (const qorstd::QorException&) {
+            RecordCurrentException(kept);
+        } catch (const QorTsp2Lib::TspException&) {
+            RecordCurrentException(kept);
+        } catch (const QorOcsp2Lib::OcspException&) {
+            RecordCurrentException(kept);
+        } catch (const std::exception&) {
+            RecordCurrentException(kept);
+        }
+    }
+
+    if (option == VerifierCms::cptVerifySignerCertificate ||
+        option == VerifierCms::cptVerifyWholeChain) {
+        const IssuerCandidatesScope scope(&verifier.GetSignerCertificates());
+        try {
+            VerifyCertificate(certificate, option, verifier.GetVerifyTime(),
+                              verifier.GetChainPolicy());
+        } catch (...) {
+            kept.ReThrow();
+            throw;
+        }
+        m_verifyInfo |= kVerifiedCertificate;
+    }
+    kept.ReThrow();
+}
+
+void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier) {
+    const VerifierCms::cptVerifyOption option = verifier.GetVerifyOption();
+    if (m_log && m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"VerifySignerCertificate(Signer:%ls VerifyOption:%d)",
+                           m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
+    }
+    m_verificationData.reset(new VerificationData());
+    if (m_pSigner == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifySignerCertificate: Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+    const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
+    if (certificate == nullptr) {
+        certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
+        if (certificate == nullptr) {
+            LogLine(m_log.get(), LogLevel::Error,
+                    L"VerifySignerCertificate: Signer's certificate not found.");
+            Fail(ErrSignerCertNotFound);
+        }
+        CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
+    }
+    if (m_certificate.GetX509() != certificate) {
+        m_certificate = X509Certificate(certificate);
+    }
+    if (option == VerifierCms::cptVerifySignerCertificate ||
+        option == VerifierCms::cptVerifyWholeChain) {
+        const IssuerCandidatesScope scope(&verifier.GetSignerCertificates());
+        VerifyCertificate(certificate, option, verifier.GetVerifyTime(), verifier.GetChainPolicy());
+    }
+}
+
+// ------------------------------------------------------------------- steps
+
+void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer) const {
+    if (signer == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pSigner is null");
+        Fail(ErrInternal, kNullSigner);
+    }
+    LogLine(m_log.get(), LogLevel::Debug, L"VerifySignature()");
+    ERR_clear_error();
+    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
+    if (CMS_signed_get_attr_count(si) > 0 && CMS_SignerInfo_verify(si) <= 0) {
+        LogCrypto(m_log.get(), "VerifySignature: CMS_SignerInfo_verify failed.");
+        Fail(ErrSignatureVerification);
+    }
+    VerifyContent(signer);
+}
+
+void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer,
+                                            const unsigned char* digest,
+                                            unsigned int length) const {
+    if (signer == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pSigner is null");
+        Fail(ErrInternal, kNullSigner);
+    }
+    if (digest == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pContentDigest is null");
+        Fail(ErrInternal, kNullDigest);
+    }
+    LogLine(m_log.get(), LogLevel::Debug, L"VerifySignature()");
+    ERR_clear_error();
+    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
+    if (CMS_signed_get_attr_count(si) > 0 && CMS_SignerInfo_verify(si) <= 0) {
+        LogCrypto(m_log.get(), "VerifySignature: CMS_SignerInfo_verify failed.");
+        Fail(ErrSignatureVerification);
+    }
+    VerifyContent(signer, digest, length);
+}
+
+void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer) const {
+    LogLine(m_log.get(), LogLevel::Debug, L"VerifyContent()");
+    if (signer == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pSigner is null");
+        Fail(ErrInternal, kNullSigner);
+    }
+    CMS_ContentInfo* cms = m_parent != nullptr ? m_parent->GetCms() : nullptr;
+    if (cms == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: CMS not present - m_pCms is null");
+        Fail(ErrNoMessage);
+    }
+    BioPtr content;
+    if (m_parent->IsDetached()) {
+        static const unsigned char kNothing = 0;
+        const qorstd::QorArray<unsigned char>& bytes = m_parent->GetContent();
+        content.reset(BIO_new_mem_buf(bytes.IsEmpty() ? &kNothing : bytes.GetData(),
+                                      static_cast<int>(bytes.GetSize())));
+        if (!content) {
+            LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pBioContent=NULL");
+            Fail(ErrOutOfMemory);
+        }
+    } else {
+        ASN1_OCTET_STRING** embedded = CMS_get0_content(cms);
+        if (embedded == nullptr || *embedded == nullptr || ASN1_STRING_length(*embedded) <= 0) {
+            LogLine(m_log.get(), LogLevel::Error,
+                    L"VerifyContent: CMS_get0_content() is null or empty");
+            Fail(ErrNoContent);
+        }
+    }
+    ERR_clear_error();
+    const ContentChain chain(CMS_dataInit(cms, content.get()), content.get());
+    if (chain.get() == nullptr) {
+        LogCrypto(m_log.get(), "VerifyContent: CMS_dataInit() failed.");
+        Fail(ErrInternal);
+    }
+    if (!CmsCopyContent(chain.get())) {
+        LogCrypto(m_log.get(), "VerifyContent: CmsCopyContent() failed.");
+        Fail(ErrInternal);
+    }
+    if (CMS_SignerInfo_verify_content(const_cast<CMS_SignerInfo*>(signer), chain.get()) <= 0) {
+        const int code = ContentFailureCode(ERR_peek_error());
+        LogCrypto(m_log.get(), "VerifyContent: CMS_SignerInfo_verify_content() failed.");
+        Fail(code);
+    }
+}
+
+void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const unsigned char* digest,
+                                          unsigned int length) const {
+    LogLine(m_log.get(), LogLevel::Debug, L"VerifyContent()");
+    if (signer == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pSigner is null");
+        Fail(ErrInternal, kNullSigner);
+    }
+    if (digest == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pContentDigest is null");
+        Fail(ErrInternal, kNullDigest);
+    }
+    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
+    if (CMS_signed_get_attr_count(si) > 0) {
+        // Exactly one message-digest attribute with exactly one value.
+        const ASN1_OCTET_STRING* attribute =
+            static_cast<const ASN1_OCTET_STRING*>(CMS_signed_get0_data_by_OBJ(
+                si, OBJ_nid2obj(NID_pkcs9_messageDigest), -3, V_ASN1_OCTET_STRING));
+        if (attribute == nullptr) {
+            LogLine(m_log.get(), LogLevel::Error,
+                    L"VerifyContent: Error reading message digest attribute.");
+            Fail(ErrInvalidMessageFormat);
+        }
+        if (static_cast<unsigned int>(ASN1_STRING_length(attribute)) != length) {
+            LogLine(m_log.get(), LogLevel::Error,
+                    L"VerifyContent: Message digest attribute wrong length.");
+            Fail(ErrHashMismatch);
+        }
+        if (std::memcmp(ASN1_STRING_get0_data(attribute), digest, length) != 0) {
+            LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Message digest compare failed.");
+            Fail(ErrHashMismatch);
+        }
+        return;
+    }
+
+    // Without signed attributes the signature is made over the digest itself.
+    X509_ALGOR* digestAlgorithm = nullptr;
+    EVP_PKEY* key = nullptr;
+    CMS_SignerInfo_get0_algs(si, &key, nullptr, &digestAlgorithm, nullptr);
+    if (digestAlgorithm == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Digest algorithm is null.");
+        Fail(ErrInvalidMessageFormat);
+    }
+    const ASN1_OBJECT* digestObject = nullptr;
+    X509_ALGOR_get0(&digestObject, nullptr, nullptr, digestAlgorithm);
+    const EVP_MD* md = digestObject != nullptr ? EVP_get_digestbyobj(digestObject) : nullptr;
+    if (md == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Unknown digest algorithm.");
+        Fail(ErrAlgorithmNotSupported);
+    }
+    if (key == nullptr && m_certificate.GetX509() != nullptr) {
+        key = X509_get0_pubkey(m_certificate.GetX509());
+    }
+    if (key == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Signer's certificate not found.");
+        Fail(ErrSignerCertNotFound);
+    }
+    ERR_clear_error();
+    EvpPkeyCtxPtr context(EVP_PKEY_CTX_new(key, nullptr));
+    if (!context || EVP_PKEY_verify_init(context.get()) <= 0) {
+        LogCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify_init failed.");
+        Fail(ErrInternal);
+    }
+    if (EVP_PKEY_CTX_set_signature_md(context.get(), md) <= 0) {
+        LogCrypto(m_log.get(), "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.");
+        Fail(ErrInternal);
+    }
+    const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(si);
+    if (signature == nullptr ||
+        EVP_PKEY_verify(context.get(), ASN1_STRING_get0_data(signature),
+                        static_cast<size_t>(ASN1_STRING_length(signature)), digest, length) != 1) {
+        LogCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify() failed.");
+        Fail(ErrInvalidSignature);
+    }
+}
+
+void SignedCms::SignerInfo::VerifyContentType(const qorstd::QorString& oid) const {
+    if (m_log && m_log->IsDebugEnabled()) {
+        m_log->WriteFormat(LogLevel::Debug, L"VerifyContentType(OID:%ls)", Widen(oid).c_str());
+    }
+    if (oid.empty()) {
+        LogLine(m_log.get(), LogLevel::Error,
+                L"VerifyContentType: SignerInfo.contentType is empty");
+        Fail(ErrContentTypeAttrNotFound);
+    }
+    if (m_parent == nullptr || oid.compare(m_parent->GetContentType().c_str()) != 0) {
+        LogLine(m_log.get(), LogLevel::Error,
+                L"VerifyContentType: SignerInfo.contentType not equals CMS contentType");
+        Fail(ErrContentTypeMismatch);
+    }
+}
+
+const x509_st* SignedCms::SignerInfo::FindSignerCertificate(
+    const CMS_SignerInfo* signer, const qorstd::QorVector<X509Certificate>* candidates) {
+    if (signer == nullptr) {
+        LogLine(m_log.get(), LogLevel::Error, L"FindSignerCertificate: Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+    if (m_certificate.GetX509() != nullptr) {
+        return m_certificate.GetX509();
+    }
+    const x509_st* found = nullptr;
+    if (candidates == nullptr) {
+        return found;
+    }
+    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
+    for (unsigned int i = 0; i < candidates->GetSize(); ++i) {
+        X509* candidate = (*candidates)[i].GetX509();
+        if (candidate == nullptr) {
+            LogLine(m_log.get(), LogLevel::Error, L"FindSignerCertificate: cert.GetX509()=NULL");
+            Fail(ErrInvalidParameter, L"verifier.GetSignerCertificates().GetX509()==NULL");
+        }
+        // The last match wins.
+        if (CMS_SignerInfo_cert_cmp(si, candidate) == 0) {
+            found = candidate;
+        }
+    }
+    return found;
+}
+
+void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
+                                              VerifierCms::cptVerifyOption option,
+                                              const std::int64_t& time, X509ChainPolicy* policy) {
+    const X509Certificate cert(certificate);
+    X509Certificate::cptVerifyOption certOption = X509Certificate::cptVerifyTimeValidity;
+    std::unique_ptr<X509Certificate> issuer;
+    if (option == VerifierCms::cptVerifyWholeChain) {
+        certOption = X509Certificate::cptVerifyWholeChain;
+    } else if (option == VerifierCms::cptVerifySignerCertificate) {
+        // No path: the time validity, and the issuer's signature when the
+        // message or the verifier holds the issuer.
+        const X509Certificate* found = FindIssuer(
+            cert.GetX509(), m_parent != nullptr ? &m_parent->GetCertificates() : nullptr);
+        if (found == nullptr) {
+            found = FindIssuer(cert.GetX509(), t_issuerCandidates);
+        }
+        if (found != nullptr) {
+            issuer.reset(new X509Certificate(*found));
+            certOption = X509Certificate::cptVerifyIssuerSignature;
+        } else {
+            LogLine(m_log.get(), LogLevel::Debug,
+                    L"VerifyCertificate: Issuer not found - time validity only.");
+        }
+    }
+    if (!m_verificationData) {
+        m_verificationData.reset(new VerificationData());
+    }
+    const std::int64_t verifyTime = time != 0 ? time : CryptUtils::GetCurrentTimeUTC();
+    m_verificationData->SetVerifyTime(&verifyTime);
+
+    X509Chain* built = nullptr;
+    cert.Verify(certOption, time, issuer.get(), policy, &built);
+    const std::unique_ptr<X509Chain> chain(built);
+    m_verificationData->SetChain(chain.get());
+}
+
+// ------------------------------------------------- signature time-stamps
+
+void SignedCms::SignerInfo::VerifyTimeStamp(const TimeStampAttribute& /*timeStamp*/,
+                                            const qorstd::QorArray<unsigned char>& /*source*/,
+                                            const VerifierCades& /*verifier*/,
+                                            std::int64_t* /*time*/) {
+    LogLine(m_log.get(), LogLevel::Error, L"VerifyTimeStamp: Not implemented.");
+    Fail(ErrNotImplemented, L"VerifyTimeStamp: VerifierTimeStamp");
+}
+
+void SignedCms::SignerInfo::VerifySignatureTimeStamp(
+    TimeStampVerificationData* /*data*/, const qorstd::QorArray<unsigned char>& /*source*/,
+    const VerifierCades& /*verifier*/) {
+    LogLine(m_log.get(), LogLevel::Error, L"VerifySignatureTimeStamp: Not implemented.");
+    Fail(ErrNotImplemented, L"VerifySignatureTimeStamp: VerifierTimeStamp");
+}
+
+void SignedCms::SignerInfo::VerifySignatureTimeStamps(
+    qorstd::QorVector<TimeStampAttribute>& /*timeStamps*/, const VerifierCades& /*verifier*/,
+    std::int64_t& /*time*/) {
+    LogLine(m_log.get(), LogLevel::Error, L"VerifySignatureTimeStamps: Not implemented.");
+    Fail(ErrNotImplemented, L"VerifySignatureTimeStamps: VerifierCades");
+}
+
+}  // namespace TesseraLib

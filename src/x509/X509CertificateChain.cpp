@@ -1,0 +1,103 @@
+// The certificate checks that build a path: verification against a chain
+// policy, the issuer test and the qualified-certificate test.
+#include <openssl/x509.h>
+
+#include <memory>
+
+#include "CryptException.h"
+#include "CryptUtils.h"
+#include "LogChannel.h"
+#include "X509Certificate.h"
+#include "X509Chain.h"
+#include "X509ChainPolicy.h"
+#include "X509Store.h"
+
+namespace TesseraLib {
+
+namespace {
+
+// 1 when a path of `cert` to an anchor of `policy` exists at `time`.
+int PathExists(const X509Certificate& cert, const X509ChainPolicy& policy,
+               const std::int64_t& time) {
+    try {
+        X509Chain(&policy).BuildPath(&cert, time);
+        return 1;
+    } catch (const CryptException&) {
+        return 0;
+    }
+}
+
+}  // namespace
+
+void X509Certificate::Verify(cptVerifyOption option, const std::int64_t& time,
+                             X509Certificate* issuer, X509ChainPolicy* policy,
+                             X509Chain** chain) const {
+    if (m_log->IsInfoEnabled()) {
+        m_log->WriteFormat(LogLevel::Info, L"Verify(VerifyOption:%d)", static_cast<int>(option));
+    }
+    if (!m_x509) {
+        if (m_log->IsWarningEnabled()) {
+            m_log->Write(LogLevel::Warning, L"Verify: m_pX509 is NULL");
+        }
+        return;
+    }
+    if (chain != nullptr) {
+        *chain = nullptr;
+    }
+    const std::int64_t when = time == 0 ? CryptUtils::GetCurrentTimeUTC() : time;
+    CheckTimeValidityThrow(when);
+
+    if (option == cptVerifyIssuerSignature) {
+        if (issuer == nullptr) {
+            LogError(L"Verify: Issuer certificate not set.");
+            CryptException::Throw(ErrInvalidParameter, L"pIssuer=NULL");
+        }
+        VerifySignature(issuer->GetX509() != nullptr ? X509_get_pubkey(issuer->GetX509()) : nullptr,
+                        1);
+    } else if (option == cptVerifyWholeChain) {
+        if (policy == nullptr) {
+            LogError(L"Verify: Chain policy not set.");
+            CryptException::Throw(ErrInvalidParameter, L"pChainPolicy=NULL");
+        }
+        auto built = std::make_unique<X509Chain>(policy);
+        built->Build(this, when);
+        if (chain != nullptr) {
+            *chain = built.release();
+        }
+    }
+}
+
+int X509Certificate::IsIssuerCert(const X509Certificate& candidate,
+                                  const std::int64_t& time) const {
+    if (!m_x509) {
+        LogError(L"IsIssuerCert: GetX509() is NULL");
+        CryptException::Throw(ErrInternal, L"GetX509()=NULL");
+    }
+    if (candidate.GetX509() == nullptr) {
+        LogError(L"IsIssuerCert: cert.GetX509() is NULL");
+        CryptException::Throw(ErrInvalidParameter, L"cert.GetX509()=NULL");
+    }
+    X509MemoryStore anchors;
+    anchors.AddCertificate(candidate);
+    X509ChainPolicy policy;
+    policy.SetTrustStore(&anchors);
+    return PathExists(*this, policy, time);
+}
+
+int X509Certificate::IsQualified(const std::int64_t& time, X509Store* trustStore,
+                                 X509Store* extraStore) const {
+    if (HasQualifiedQcStatement() == 0) {
+        if (m_log->IsDebugEnabled()) {
+            m_log->Write(LogLevel::Debug, L"IsQualified - Does not contain esi4-qcStatement-1.");
+        }
+        return 0;
+    }
+    X509ChainPolicy policy;
+    policy.SetTrustStore(trustStore);
+    if (extraStore != nullptr) {
+        policy.SetExtraStore(extraStore);
+    }
+    return PathExists(*this, policy, time);
+}
+
+}  // namespace TesseraLib

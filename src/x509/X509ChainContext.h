@@ -1,0 +1,64 @@
+// What one path build keeps while it runs, and the helpers the build steps
+// share (internal).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "OpenSslPtr.h"
+#include "QorString.h"
+#include "X509Chain.h"
+
+namespace TesseraLib {
+
+// Per-verification data of the OpenSSL callbacks, attached to the store
+// context as application data 0, so that chains building in parallel never
+// share it.
+struct QorVerifyData {
+    // The CRLs the lookup callback may hand to the verifier (borrowed from
+    // the build context; null outside CRL modes).
+    STACK_OF(X509_CRL) * crls = nullptr;
+    // The CRL the verifier checked the certificate at each depth against
+    // (borrowed, alive as long as `crls`).
+    std::map<int, X509_CRL*> crlsUsedByDepth;
+    // Verification errors met at each depth while a CRL was processed.
+    std::map<int, std::vector<int>> crlErrorsByDepth;
+};
+
+// The store context refers to everything else here, so it is declared last
+// and released first.
+struct X509Chain::BuildContext {
+    // The certificate objects behind the handles offered to the verifier
+    // (the one being built, the trust store's, the extra store's): path
+    // elements are copied from them instead of being decoded again.
+    std::vector<X509Certificate> known;
+    X509StorePtr pTrustStore;
+    X509StackPtr trustedCerts;  // null when the trust store is empty
+    X509StackPtr extraCerts;    // the untrusted certificates offered to the verifier
+    X509CrlStackPtr pCrls;      // every CRL the revocation search found
+    std::unique_ptr<QorVerifyData> verifyData;
+    X509StoreCtxPtr pStoreCtx;
+};
+
+namespace chain {
+
+// The code for an OpenSSL verification error number.
+int MapVerifyError(int error);
+// OpenSSL's text for a verification error number, as wide text.
+qorstd::QorStringW VerifyErrorText(int error);
+// Seconds since 1970 as "%d.%m.%Y %H:%M:%S" (UTC), the form of times in log lines.
+qorstd::QorStringW FormatTime(std::int64_t time);
+// Text of the process code set (serial numbers, OCSP statuses) as wide text.
+qorstd::QorStringW Widen(const qorstd::QorString& text);
+// "TRUE" / "FALSE".
+const wchar_t* Bool(int value);
+// The revocation-option rule shared by the search and the verdict: whether
+// the certificate at `index` of the path needs a revocation check.
+bool NeedsRevocationCheck(X509ChainPolicy::cptRevocationOption option, int index,
+                          const X509* certificate);
+// True when a certificate's issuer check against itself succeeds.
+bool IsSelfSigned(const X509* certificate);
+
+}  // namespace chain
+}  // namespace TesseraLib

@@ -1,0 +1,18 @@
+# Container tests: the signed-data container, its signer infos, the
+# time-stamp attribute and the verification results, linked against
+# libtessera.so like an application.
+tessera_add_gtest(tessera_cms_container_tests SignedCmsTest.cpp)
+target_link_libraries(tessera_cms_container_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_cms_container_tests)
+
+# The DER walker behind the container: the library's objects linked in
+# statically.
+tessera_add_gtest(tessera_cms_container_internal_tests CmsRevocationInfoTest.cpp)
+target_link_libraries(tessera_cms_container_internal_tests
+    PRIVATE tessera_objects ${TESSERA_BUNDLED_LIBRARIES})
+tessera_discover_tests(tessera_cms_container_internal_tests)
+
+# `tessera info` over messages written by the openssl command.
+add_test(NAME cli.cms_info
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_cms_info.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.cms_info PROPERTIES ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" TIMEOUT 60)

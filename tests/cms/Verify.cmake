@@ -1,0 +1,14 @@
+# Verify tests
+
+# Verification through the public interface: messages of the openssl tool and
+# crafted ones, certificate options, the CRL-checked path and the order of the
+# checks.
+tessera_add_gtest(tessera_cms_verify_tests SignedCmsVerifyTest.cpp)
+target_link_libraries(tessera_cms_verify_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_cms_verify_tests)
+
+# `tessera verify` over signatures of the openssl tool with the ocsp fixture's PKI.
+add_test(NAME cli.verify
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_verify.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.verify PROPERTIES
+    ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED ocsp TIMEOUT 60)

@@ -1,0 +1,57 @@
+// Reading certificates and CRLs for the commands that check certification
+// paths, and turning their path options (--trust, --extra, --crl, --mode,
+// --fetch, --time) into a chain policy.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Cli.h"
+#include "X509Certificate.h"
+#include "X509ChainPolicy.h"
+#include "X509CrlClient.h"
+#include "X509OcspClient.h"
+#include "X509Store.h"
+
+namespace tessera_cli {
+
+// True when the bytes hold a PEM block.
+bool IsPem(const std::vector<unsigned char>& bytes);
+
+// The DER of every "-----BEGIN <label>-----" block of a PEM text, in order.
+std::vector<std::vector<unsigned char>> PemBlocks(const std::string& text,
+                                                  const std::string& label);
+
+// "2024-06-01T12:00:00Z", the same without the zone letter (read as UTC), or
+// a bare date meaning its midnight UTC.
+bool ParseUtc(const std::string& text, std::int64_t* seconds);
+
+// The certificates of a PEM or DER file, in file order; false (after a line
+// on stderr naming `command` and the file) when none can be read.
+bool ReadCertificateFile(const std::string& command, const std::string& path,
+                         std::vector<TesseraLib::X509Certificate>* out);
+
+// The stores, clients and policy one path check reads. Not copyable: the
+// policy points at the stores and clients beside it.
+struct ChainSetup {
+    TesseraLib::X509MemoryStore trustStore;
+    TesseraLib::X509MemoryStore extraStore;
+    TesseraLib::X509CurlCrlClientOnline crlClient;
+    TesseraLib::X509OcspClientOnline ocspClient;
+    TesseraLib::X509ChainPolicy policy;
+
+    ChainSetup() = default;
+    ChainSetup(const ChainSetup&) = delete;
+    ChainSetup& operator=(const ChainSetup&) = delete;
+};
+
+// Fills `setup` from --trust, --extra, --crl and --mode (crl by default), with
+// revocation checked for every certificate except self-signed ones and the
+// S/MIME signing purpose; `fetch` lets the clients download CRLs and ask OCSP
+// responders. Returns kExitOk, or the exit code after a usage error or an
+// unreadable file (already reported).
+int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fetch,
+                    ChainSetup* setup);
+
+}  // namespace tessera_cli

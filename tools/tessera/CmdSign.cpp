@@ -1,0 +1,227 @@
+// tessera sign        SIGNER [--detached] [--no-attrs] [--pem] IN OUT
+// tessera sign-digest SIGNER [--no-attrs] [--pem] --digest HEX OUT
+// tessera cosign      SIGNER [--no-attrs] [--pem] [--content FILE] SIG OUT
+// tessera estimate    SIGNER [--detached] [--no-attrs] [--pem] IN [OUT]
+//
+// SIGNER: --cert CERT (--key KEY [--password P] | --p12 FILE --password P |
+//         --pkcs11 MODULE --key-id slot_X-id_Y --pin PIN)
+//         [--include none|signer|chain|whole --trust FILE...]
+//         [--hash sha1|sha256|sha384|sha512]
+//
+// sign makes a CMS signature of IN (attached, or --detached); sign-digest
+// one over a digest of the content made by the caller with the signer's
+// digest algorithm (always detached); cosign adds a signer to the signature
+// SIG (DER, or PEM labelled CMS or PKCS7) over --content, which a detached
+// SIG needs and an attached one must embed byte for byte. Signatures are written as DER, or PEM
+// labelled "CMS" with --pem. estimate prints the size in bytes of the file sign would write with
+// the same arguments, without signing.
+//
+// --include chooses the signer's certificates carried (default: the signer
+// certificate; chain: its path without the anchor, whole: with it, both
+// built from the --trust anchors). --no-attrs leaves out the signed
+// attributes (message digest, content type, signing time).
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "ChainCli.h"
+#include "Cli.h"
+#include "CmsCli.h"
+#include "SignedCms.h"
+
+namespace tessera_cli {
+
+namespace {
+
+using TesseraLib::SignedCms;
+
+struct Flags {
+    bool detached = false;
+    bool noAttributes = false;
+    bool pem = false;
+};
+
+// Takes the flags out of `args`, leaving the valued options and positionals.
+Flags TakeFlags(std::vector<std::string>* args) {
+    Flags flags;
+    for (auto it = args->begin(); it != args->end();) {
+        bool* flag = *it == "--detached"   ? &flags.detached
+                     : *it == "--no-attrs" ? &flags.noAttributes
+                     : *it == "--pem"      ? &flags.pem
+                                           : nullptr;
+        if (flag == nullptr) {
+            ++it;
+        } else {
+            *flag = true;
+            it = args->erase(it);
+        }
+    }
+    return flags;
+}
+
+// Parses the signer options and `extra` valued options; the problem text on
+// failure.
+Arguments Parse(const std::string& command, std::vector<std::string> args,
+                const std::set<std::string>& extra, Flags* flags) {
+    *flags = TakeFlags(&args);
+    std::set<std::string> valued = SignerOptions();
+    valued.insert(extra.begin(), extra.end());
+    return ParseArguments(command, args, valued);
+}
+
+std::vector<unsigned char> ToBytes(const qorstd::QorArray<unsigned char>& array) {
+    return std::vector<unsigned char>(array.GetData(), array.GetData() + array.GetSize());
+}
+
+qorstd::QorArray<unsigned char> ToArray(const std::vector<unsigned char>& bytes) {
+    return qorstd::QorArray<unsigned char>(bytes.data(), static_cast<unsigned int>(bytes.size()));
+}
+
+// Writes the signature and says where it went.
+int Finish(const std::string& command, const SignedCms& cms, const std::string& out, bool pem) {
+    const std::vector<unsigned char> der = ToBytes(cms.Encode());
+    if (!WriteMessage(command, out, der, pem)) {
+        return kExitFailure;
+    }
+    std::printf("%s: %u signer(s), %zu bytes DER\n", out.c_str(), cms.GetSignerInfoCount(),
+                der.size());
+    return kExitOk;
+}
+
+// The length of the PEM text of `der` as PEM_write writes it: 64 Base64
+// characters a line.
+unsigned long PemLength(unsigned long der) {
+    const unsigned long base64 = (der + 2) / 3 * 4;
+    return sizeof("-----BEGIN CMS-----\n") - 1 + base64 + (base64 + 63) / 64 +
+           sizeof("-----END CMS-----\n") - 1;
+}
+
+}  // namespace
+
+int RunSign(const std::vector<std::string>& args) {
+    const std::string command = "sign";
+    Flags flags;
+    const Arguments parsed = Parse(command, args, {}, &flags);
+    if (!parsed.error.empty()) {
+        return UsageError(parsed.error);
+    }
+    if (parsed.positional.size() != 2) {
+        return UsageError(command + ": IN and OUT are required");
+    }
+    SignerSetup setup;
+    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
+    if (loaded != kExitOk) {
+        return loaded;
+    }
+    std::vector<unsigned char> content;
+    if (!ReadFile(parsed.positional[0], &content)) {
+        std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(),
+                     parsed.positional[0].c_str());
+        return kExitFailure;
+    }
+    SignedCms cms(ToArray(content));
+    cms.Sign(setup.signer, SignedCms::cptCmsBasic, flags.detached ? 1 : 0);
+    return Finish(command, cms, parsed.positional[1], flags.pem);
+}
+
+int RunSignDigest(const std::vector<std::string>& args) {
+    const std::string command = "sign-digest";
+    Flags flags;
+    const Arguments parsed = Parse(command, args, {"--digest"}, &flags);
+    if (!parsed.error.empty()) {
+        return UsageError(parsed.error);
+    }
+    std::vector<unsigned char> digest;
+    if (parsed.positional.size() != 1 || !ParseHex(parsed.Get("--digest"), &digest)) {
+        return UsageError(command + ": --digest HEX and OUT are required");
+    }
+    SignerSetup setup;
+    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
+    if (loaded != kExitOk) {
+        return loaded;
+    }
+    SignedCms cms;
+    cms.SignDigest(setup.signer, SignedCms::cptCmsBasic, ToArray(digest));
+    return Finish(command, cms, parsed.positional[0], flags.pem);
+}
+
+int RunCosign(const std::vector<std::string>& args) {
+    const std::string command = "cosign";
+    Flags flags;
+    const Arguments parsed = Parse(command, args, {"--content"}, &flags);
+    if (!parsed.error.empty()) {
+        return UsageError(parsed.error);
+    }
+    if (parsed.positional.size() != 2) {
+        return UsageError(command + ": SIG and OUT are required");
+    }
+    SignerSetup setup;
+    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
+    if (loaded != kExitOk) {
+        return loaded;
+    }
+    std::vector<unsigned char> signature;
+    std::vector<unsigned char> content;
+    const std::string contentPath = parsed.Get("--content");
+    for (const auto& input : {std::make_pair(parsed.positional[0], &signature),
+                              std::make_pair(contentPath, &content)}) {
+        if (!input.first.empty() && !ReadFile(input.first, input.second)) {
+            std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(),
+                         input.first.c_str());
+            return kExitFailure;
+        }
+    }
+    if (IsPem(signature)) {
+        const std::string text(signature.begin(), signature.end());
+        for (const char* label : {"CMS", "PKCS7"}) {
+            const auto blocks = PemBlocks(text, label);
+            if (!blocks.empty()) {
+                signature = blocks.front();
+                break;
+            }
+        }
+    }
+    // Given content replaces embedded content, which must then match it.
+    SignedCms cms;
+    cms.Decode(ToArray(signature));
+    if (!contentPath.empty()) {
+        cms.SetContent(ToArray(content));
+    }
+    cms.CoSign(setup.signer);
+    return Finish(command, cms, parsed.positional[1], flags.pem);
+}
+
+int RunEstimate(const std::vector<std::string>& args) {
+    const std::string command = "estimate";
+    Flags flags;
+    const Arguments parsed = Parse(command, args, {}, &flags);
+    if (!parsed.error.empty()) {
+        return UsageError(parsed.error);
+    }
+    if (parsed.positional.empty() || parsed.positional.size() > 2) {
+        return UsageError(command + ": IN is required");
+    }
+    SignerSetup setup;
+    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
+    if (loaded != kExitOk) {
+        return loaded;
+    }
+    std::vector<unsigned char> content;
+    if (!ReadFile(parsed.positional[0], &content)) {
+        std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(),
+                     parsed.positional[0].c_str());
+        return kExitFailure;
+    }
+    const SignedCms cms(ToArray(content));
+    const unsigned long size =
+        cms.EstimateSize(setup.signer, SignedCms::cptCmsBasic, flags.detached ? 1 : 0);
+    if (size == 0) {
+        std::fprintf(stderr, "tessera %s: the size cannot be estimated\n", command.c_str());
+        return kExitFailure;
+    }
+    std::printf("%lu\n", flags.pem ? PemLength(size) : size);
+    return kExitOk;
+}
+
+}  // namespace tessera_cli

@@ -1,0 +1,52 @@
+// The signer of the signing commands (sign, sign-digest, cosign, estimate):
+// a certificate with its private key from a PEM key file, a PKCS#12 file or
+// a PKCS#11 token, and the signer's options.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Cli.h"
+#include "SignerCms.h"
+#include "X509Store.h"
+
+namespace tessera_cli {
+
+// The options LoadSigner reads, each taking a value: --cert, --key,
+// --password, --p12, --pkcs11, --key-id, --pin, --include, --trust, --hash.
+const std::set<std::string>& SignerOptions();
+
+// What one signing command signs with. Not copyable: the signer points at
+// the trust store beside it. A PKCS#11 set-up is undone on destruction,
+// after the signer has let go of the token's key.
+struct SignerSetup {
+    TesseraLib::X509MemoryStore trustStore;
+    TesseraLib::SignerCms signer;
+    bool pkcs11 = false;
+
+    SignerSetup() = default;
+    SignerSetup(const SignerSetup&) = delete;
+    SignerSetup& operator=(const SignerSetup&) = delete;
+    ~SignerSetup();
+};
+
+// Fills `setup` from the signer options: the certificate (--cert; with
+// --p12 it may come from the PKCS#12 file instead), exactly one key source,
+// --include none|signer|chain|whole (default signer; chain and whole need
+// --trust), --hash (default: the certificate's), and signed attributes
+// unless `noAttributes` (--no-attrs). Returns kExitOk, or the exit code after
+// a usage error or an unreadable file (already reported). Library failures
+// (a wrong password or PIN ...) are thrown.
+int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttributes,
+               SignerSetup* setup);
+
+// Hexadecimal text as bytes; false for an odd length or a non-hex digit.
+bool ParseHex(const std::string& text, std::vector<unsigned char>* bytes);
+
+// Writes a message as DER, or as PEM labelled "CMS" when `pem` is set; false
+// (after a line on stderr) when the file cannot be written.
+bool WriteMessage(const std::string& command, const std::string& path,
+                  const std::vector<unsigned char>& der, bool pem);
+
+}  // namespace tessera_cli
