@@ -22,11 +22,11 @@ namespace {
 using namespace tessera_test;
 
 std::vector<unsigned char> SignedMessage() {
-    CertSpec spec;
-    spec.commonName = "Bench Signer";
-    spec.keyKind = KeyKind::Rsa2048;
-    spec.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
-    const Issued signer = IssueCertificate(spec, nullptr);
+    CertSpec plan;
+    plan.commonName = "Bench Signer";
+    plan.keyKind = KeyKind::Rsa2048;
+    plan.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
+    const Issued signer = IssueCertificate(plan, nullptr);
     const std::vector<unsigned char> content(1024, 0x5a);
     qorssl::BioPtr in(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
     qorssl::CmsContentInfoPtr cms(CMS_sign(signer.cert.get(), signer.key.get(), nullptr, in.get(),

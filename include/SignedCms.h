@@ -202,6 +202,11 @@ public:
         qorstd::QorVector<TimeStampAttribute> m_signatureTimeStamps;
         std::unique_ptr<TimeStampVerificationData> m_timeStampVerificationData;
         std::unique_ptr<LogChannel> m_log;
+        // The verifier's candidate certificates while one of its
+        // verifications runs, so that VerifyCertificate can look for the
+        // signer certificate's issuer among them too (not owned; null
+        // otherwise, never copied).
+        const qorstd::QorVector<X509Certificate>* m_issuerCandidates;
 
     private:
         // Shared by Verify and VerifyDigest; `hash` null means the content.
@@ -300,6 +305,14 @@ protected:
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> m_ocspResponses;
     std::unique_ptr<LogChannel> m_log;
     std::unique_ptr<qorstd::QorVector<SignerInfo>> m_pvSigners;
+    // The DER being decoded, while Decode parses it (else null): ParseCms
+    // reads the parts OpenSSL does not hand out from it instead of encoding
+    // the message again.
+    const qorstd::QorArray<unsigned char>* m_decodingDer = nullptr;
+    // Set while Sign or SignDigest parses the message it has just made:
+    // such a message holds only X.509 certificates and signer infos, so its
+    // version follows from them without encoding it.
+    bool m_parsingOwnMessage = false;
 };
 
 }  // namespace TesseraLib

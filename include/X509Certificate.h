@@ -27,7 +27,7 @@ class X509ChainPolicy;
 class X509Chain;
 class X509Store;
 
-// A private copy of an OpenSSL certificate plus the fields the rest of the
+// An OpenSSL certificate (a reference of its own) plus the fields the rest of the
 // library asks for: validity, serial number, algorithms, subject and issuer,
 // key identifiers, key usages, policies, the OCSP responder, qualified
 // statements and the maker's Braddle identifier.
@@ -71,7 +71,9 @@ public:
     };
 
     X509Certificate();
-    // Duplicates and decodes `certificate`; null → ErrInvalidParameter "pCert=NULL".
+    // Takes a reference of its own to `certificate` and reads it; null →
+    // ErrInvalidParameter "pCert=NULL". The caller must not change the
+    // certificate afterwards (see the copy constructor).
     explicit X509Certificate(const x509_st* certificate);
     // ImportPEM of the NUL-terminated text.
     explicit X509Certificate(const char* pem);

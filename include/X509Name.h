@@ -11,8 +11,9 @@ struct X509_name_st;
 
 namespace TesseraLib {
 
-// A private copy of an OpenSSL name plus nine attributes as wide text, so
-// that callers read the common name or the organisation directly. An absent
+// An OpenSSL name plus nine attributes as wide text, so that callers read
+// the common name or the organisation directly. Copies share the OpenSSL
+// structure, which nothing changes once it is read. An absent
 // attribute is an empty string; when a name carries an attribute twice, the
 // later value is kept. Read operations on an empty name never throw.
 class TESSERA_API X509Name {
@@ -20,6 +21,9 @@ public:
     X509Name();
     // Duplicates and decodes `name`; null → ErrInvalidParameter "pName=NULL".
     explicit X509Name(const X509_name_st* name);
+    // Decodes `name` without duplicating it: `name` must stay valid and
+    // unchanged as long as `owner` is alive (e.g. a certificate's own name).
+    X509Name(const X509_name_st* name, std::shared_ptr<const void> owner);
     X509Name(const X509Name& other);
     X509Name& operator=(const X509Name& other);
     virtual ~X509Name();
@@ -56,14 +60,10 @@ public:
     const qorstd::QorStringW& GetPseudonym() const { return m_pseudonym; }
 
 private:
-    struct NameDeleter {
-        void operator()(X509_name_st* name) const;
-    };
-
     void ClearAttributes();
     void Parse();
 
-    std::unique_ptr<X509_name_st, NameDeleter> m_name;
+    std::shared_ptr<X509_name_st> m_name;
     qorstd::QorStringW m_country;
     qorstd::QorStringW m_stateOrProvince;
     qorstd::QorStringW m_locality;

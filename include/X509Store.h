@@ -94,6 +94,9 @@ public:
     int FindCertificate(X509Certificate& cert, int withPrivateKey) override;
     int FindIssuer(const X509Certificate& cert, X509Certificate& issuer) const override;
     qorstd::QorVector<X509Certificate> GetCertificates() const override;
+    // The held certificates themselves, without copying them; valid until
+    // the store changes.
+    const qorstd::QorVector<X509Certificate>& GetCertificateList() const { return m_certificates; }
     qorstd::QorVector<X509Crl> GetCrls() const override;
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> GetOcspResponses() const override;
 

@@ -182,9 +182,17 @@ void CryptKey::ImportX509(const X509Certificate& certificate, cptKeyType type) {
     FreeKey();
     switch (type) {
         case cptKeyRsaPublic:
-        case cptKeyEcPublic:
-            m_key = X509_get_pubkey(x509);
+        case cptKeyEcPublic: {
+            // Read from the encoded SubjectPublicKeyInfo: a certificate made
+            // in memory may hold the very key object it was made with,
+            // private half included.
+            unsigned char* der = nullptr;
+            const int length = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(x509), &der);
+            OpenSslBytesPtr owned(der);
+            const unsigned char* cursor = der;
+            m_key = length > 0 ? d2i_PUBKEY(nullptr, &cursor, length) : nullptr;
             break;
+        }
         case cptKeyRsaPrivate:
         case cptKeyEcPrivate: {
             CryptKey* attached = certificate.GetPrivateKey();

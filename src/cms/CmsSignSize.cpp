@@ -80,13 +80,13 @@ long AttributesLength(STACK_OF(X509_ATTRIBUTE) * attributes) {
 // The S/MIME capabilities attribute with OpenSSL's standard list.
 long SmimeCapabilitiesLength() {
     STACK_OF(X509_ALGOR)* raw = nullptr;
-    if (CMS_add_standard_smimecap(&raw) != 1) {
-        sk_X509_ALGOR_pop_free(raw, X509_ALGOR_free);
+    const int added = CMS_add_standard_smimecap(&raw);
+    const X509AlgorStackPtr capabilities(raw);
+    if (added != 1) {
         return -1;
     }
     unsigned char* der = nullptr;
-    const int derLength = i2d_X509_ALGORS(raw, &der);
-    sk_X509_ALGOR_pop_free(raw, X509_ALGOR_free);
+    const int derLength = i2d_X509_ALGORS(capabilities.get(), &der);
     const OpenSslBytesPtr owned(der);
     if (derLength <= 0) {
         return -1;
@@ -107,7 +107,7 @@ long DefaultAttributesLength(const EVP_MD* md) {
         ASN1_OCTET_STRING_set(digestValue.get(), digest, EVP_MD_get_size(md)) != 1) {
         return -1;
     }
-    OpenSslPtr<ASN1_UTCTIME, ASN1_UTCTIME_free> now(ASN1_UTCTIME_set(nullptr, std::time(nullptr)));
+    Asn1UtcTimePtr now(ASN1_UTCTIME_set(nullptr, std::time(nullptr)));
     const long lengths[] = {
         AttributeLength(NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, digestValue.get(), -1),
         AttributeLength(NID_pkcs9_contentType, V_ASN1_OBJECT, OBJ_nid2obj(NID_pkcs7_data), -1),

@@ -14,6 +14,7 @@
 #include "LogChannel.h"
 #include "OcspException.h"
 #include "OpenSslPtr.h"
+#include "QorDer.h"
 #include "cms/CmsOid.h"
 #include "cms/CmsRevocationInfo.h"
 
@@ -235,16 +236,19 @@ void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
              L"SignedCms - Crypto message is empty.");
     }
     FreeCms(0);
-    const unsigned char* cursor = message.GetData();
-    CMS_ContentInfo* cms =
-        d2i_CMS_ContentInfo(nullptr, &cursor, static_cast<long>(message.GetSize()));
-    if (cms == nullptr) {
+    // Bytes after the message are refused like any other bad input.
+    CmsContentInfoPtr cms =
+        DecodeWhole<CmsContentInfoPtr>(d2i_CMS_ContentInfo, message.GetData(), message.GetSize());
+    if (!cms) {
         FailCrypto(m_log.get(), "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
     }
-    m_pCms = cms;
+    m_pCms = cms.release();
     try {
+        m_decodingDer = &message;
         ParseCms(m_pCms);
+        m_decodingDer = nullptr;
     } catch (...) {
+        m_decodingDer = nullptr;
         // Half-read values must not outlive a failed decode.
         FreeCms(0);
         throw;
@@ -273,6 +277,31 @@ qorstd::QorArray<unsigned char> SignedCms::Encode() const {
 
 // ------------------------------------------------------------------ parsing
 
+namespace {
+
+// The SignedData version of a message with X.509 certificates, CRLs and
+// signer infos only (RFC 5652): 3 when a signer is identified by its key
+// identifier or the content is not id-data, else 1.
+unsigned long OwnMessageVersion(CMS_ContentInfo* cms) {
+    if (OBJ_obj2nid(CMS_get0_eContentType(cms)) != NID_pkcs7_data) {
+        return 3;
+    }
+    STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(cms);
+    for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
+        ASN1_OCTET_STRING* keyId = nullptr;
+        X509_NAME* issuer = nullptr;
+        ASN1_INTEGER* serial = nullptr;
+        if (CMS_SignerInfo_get0_signer_id(sk_CMS_SignerInfo_value(signers, i), &keyId, &issuer,
+                                          &serial) == 1 &&
+            keyId != nullptr) {
+            return 3;
+        }
+    }
+    return 1;
+}
+
+}  // namespace
+
 void SignedCms::ParseCms(CMS_ContentInfo* cms) {
     if (m_log->IsDebugEnabled()) {
         m_log->Write(LogLevel::Debug, L"Parsing...");
@@ -286,16 +315,25 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
     }
 
     // OpenSSL hands out neither the versions nor the "other" certificate and
-    // revocation choices: they are read from the encoding.
-    const int size = i2d_CMS_ContentInfo(cms, nullptr);
-    std::vector<unsigned char> der(size > 0 ? static_cast<std::size_t>(size) : 0);
-    unsigned char* write = der.data();
-    if (size < 1 || i2d_CMS_ContentInfo(cms, &write) != size) {
-        FailCrypto(m_log.get(), "ParseCms: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
-    }
+    // revocation choices: they are read from the encoding — the bytes being
+    // decoded when they are DER, else the message encoded again.
     cms::SignedDataLayout layout;
-    if (!cms::ReadSignedDataLayout(der.data(), der.size(), &layout)) {
-        Fail(m_log.get(), L"ParseCms: pSignedData=NULL", ErrInvalidMessageFormat);
+    std::vector<unsigned char> der;
+    if (m_parsingOwnMessage) {
+        layout.version = OwnMessageVersion(cms);
+    } else if (m_decodingDer == nullptr ||
+               !cms::ReadSignedDataLayout(m_decodingDer->GetData(), m_decodingDer->GetSize(),
+                                          &layout)) {
+        const int size = i2d_CMS_ContentInfo(cms, nullptr);
+        der.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        unsigned char* write = der.data();
+        if (size < 1 || i2d_CMS_ContentInfo(cms, &write) != size) {
+            FailCrypto(m_log.get(), "ParseCms: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
+        }
+        layout = cms::SignedDataLayout();
+        if (!cms::ReadSignedDataLayout(der.data(), der.size(), &layout)) {
+            Fail(m_log.get(), L"ParseCms: pSignedData=NULL", ErrInvalidMessageFormat);
+        }
     }
     m_version = layout.version;
     m_detached = CMS_is_detached(cms);

@@ -33,14 +33,20 @@ namespace TesseraLib {
 
 namespace {
 
-// The signed attributes as they are signed: a DER SET OF, sorted the way the
-// signer info encodes them, so that signature and message agree.
-ASN1_ITEM_TEMPLATE(SignedAttributesSet) = ASN1_EX_TEMPLATE_TYPE(ASN1_TFLG_SET_OF, 0,
-                                                                SignedAttributes, X509_ATTRIBUTE)
-    static_ASN1_ITEM_TEMPLATE_END(SignedAttributesSet)
+// Marks the parse of a message this object has just made, for one parse.
+class OwnMessageScope {
+public:
+    explicit OwnMessageScope(bool& flag) : m_flag(flag) { m_flag = true; }
+    ~OwnMessageScope() { m_flag = false; }
+    OwnMessageScope(const OwnMessageScope&) = delete;
+    OwnMessageScope& operator=(const OwnMessageScope&) = delete;
 
-    // PKCS #11 return values that a token key's engine queues as error reasons.
-    constexpr int kCkrFunctionCanceled = 0x50;
+private:
+    bool& m_flag;
+};
+
+// PKCS #11 return values that a token key's engine queues as error reasons.
+constexpr int kCkrFunctionCanceled = 0x50;
 constexpr int kCkrMechanismInvalid = 0x70;
 constexpr int kCkrPinIncorrect = 0xA0;
 constexpr int kCkrPinLocked = 0xA4;
@@ -223,6 +229,14 @@ bool CallSignHook(EVP_PKEY_CTX* context, int stage, CMS_SignerInfo* signer) {
     return true;
 }
 
+// The signed attributes as they are signed: a DER SET OF, sorted the way the
+// signer info encodes them, so that signature and message agree.
+// clang-format off
+ASN1_ITEM_TEMPLATE(SignedAttributesSet) =
+    ASN1_EX_TEMPLATE_TYPE(ASN1_TFLG_SET_OF, 0, SignedAttributes, X509_ATTRIBUTE)
+static_ASN1_ITEM_TEMPLATE_END(SignedAttributesSet);
+// clang-format on
+
 // A stack that lends the signer's attributes to an encoding: it frees only
 // itself.
 void FreeAttributeView(STACK_OF(X509_ATTRIBUTE) * view) {
@@ -403,7 +417,10 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
     content.reset();
     FreeCms(0);
     m_pCms = cms.release();
-    ParseCms(m_pCms);
+    {
+        const OwnMessageScope parsing(m_parsingOwnMessage);
+        ParseCms(m_pCms);
+    }
     if (type == cptCmsTimeStamp) {
         GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
     }
@@ -444,7 +461,10 @@ void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
     certs.reset();
     FreeCms(0);
     m_pCms = cms.release();
-    ParseCms(m_pCms);
+    {
+        const OwnMessageScope parsing(m_parsingOwnMessage);
+        ParseCms(m_pCms);
+    }
     if (type == cptCmsTimeStamp) {
         GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
     }
@@ -637,14 +657,13 @@ int SignedCms::FinalizeSigner(CMS_ContentInfo* cms, CMS_SignerInfo* signer, BIO*
         // The chain ends in a read-only view of the embedded content, which
         // takes no writes: the digests get a sink that drops what passes.
         BIO* view = BIO_find_type(chain.get(), BIO_TYPE_MEM);
-        BIO* sink = BIO_new(BIO_s_null());
-        if (view == nullptr || sink == nullptr) {
-            BIO_free(sink);
+        BioPtr sink(BIO_new(BIO_s_null()));
+        if (view == nullptr || !sink) {
             return 0;
         }
         BIO_pop(view);
-        BIO_free(view);
-        BIO_push(chain.get(), sink);
+        const BioPtr dropped(view);
+        BIO_push(chain.get(), sink.release());
     }
 
     // The content in binary form, compared on the way with what the message
@@ -778,7 +797,7 @@ int SignedCms::SignSigner(CMS_SignerInfo* signer, unsigned int flags) {
 }
 
 int SignedCms::AddSigningTime(CMS_SignerInfo* signer, ASN1_STRING* time) {
-    OpenSslPtr<ASN1_UTCTIME, ASN1_UTCTIME_free> now;
+    Asn1UtcTimePtr now;
     if (time == nullptr) {
         now.reset(ASN1_UTCTIME_set(nullptr, static_cast<time_t>(CryptUtils::GetCurrentTimeUTC())));
         time = now.get();

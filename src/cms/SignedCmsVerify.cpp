@@ -56,23 +56,21 @@ qorstd::QorStringW Widen(const qorstd::QorString& text) {
     return qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetAscii);
 }
 
-// The verifier's candidate certificates while a signer is verified on this
-// thread. The certificate check looks for the signer certificate's issuer
-// among them as well as among the message's certificates; its virtual
-// signature, which derived signer infos replace, has no room for them.
-thread_local const qorstd::QorVector<X509Certificate>* t_issuerCandidates = nullptr;
-
+// Lends the verifier's candidate certificates to the certificate check for
+// the length of one verification.
 class IssuerCandidatesScope {
 public:
-    explicit IssuerCandidatesScope(const qorstd::QorVector<X509Certificate>* candidates)
-        : m_previous(t_issuerCandidates) {
-        t_issuerCandidates = candidates;
+    IssuerCandidatesScope(const qorstd::QorVector<X509Certificate>*& slot,
+                          const qorstd::QorVector<X509Certificate>* candidates)
+        : m_slot(slot), m_previous(slot) {
+        m_slot = candidates;
     }
-    ~IssuerCandidatesScope() { t_issuerCandidates = m_previous; }
+    ~IssuerCandidatesScope() { m_slot = m_previous; }
     IssuerCandidatesScope(const IssuerCandidatesScope&) = delete;
     IssuerCandidatesScope& operator=(const IssuerCandidatesScope&) = delete;
 
 private:
+    const qorstd::QorVector<X509Certificate>*& m_slot;
     const qorstd::QorVector<X509Certificate>* m_previous;
 };
 
@@ -147,6 +145,14 @@ int ContentFailureCode(unsigned long error) {
         return ErrInvalidSignature;
     }
     return ErrSignatureVerification;
+}
+
+// The signer certificate found is kept on the signer info unless it holds
+// that certificate already.
+void KeepCertificate(X509Certificate& kept, const x509_st* certificate) {
+    if (kept.GetX509() == nullptr || X509_cmp(kept.GetX509(), certificate) != 0) {
+        kept = X509Certificate(certificate);
+    }
 }
 
 X509* AttachedSignerCertificate(const CMS_SignerInfo* signer) {
@@ -270,9 +276,7 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
         }
         CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
     }
-    if (m_certificate.GetX509() != certificate) {
-        m_certificate = X509Certificate(certificate);
-    }
+    KeepCertificate(m_certificate, certificate);
 
     if (hash == nullptr) {
         if (m_parent->IsDetached() && m_parent->GetContent().IsEmpty()) {
@@ -317,7 +321,7 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
 
     if (option == VerifierCms::cptVerifySignerCertificate ||
         option == VerifierCms::cptVerifyWholeChain) {
-        const IssuerCandidatesScope scope(&verifier.GetSignerCertificates());
+        const IssuerCandidatesScope scope(m_issuerCandidates, &verifier.GetSignerCertificates());
         try {
             VerifyCertificate(certificate, option, verifier.GetVerifyTime(),
                               verifier.GetChainPolicy());
@@ -351,12 +355,10 @@ void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier)
         }
         CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
     }
-    if (m_certificate.GetX509() != certificate) {
-        m_certificate = X509Certificate(certificate);
-    }
+    KeepCertificate(m_certificate, certificate);
     if (option == VerifierCms::cptVerifySignerCertificate ||
         option == VerifierCms::cptVerifyWholeChain) {
-        const IssuerCandidatesScope scope(&verifier.GetSignerCertificates());
+        const IssuerCandidatesScope scope(m_issuerCandidates, &verifier.GetSignerCertificates());
         VerifyCertificate(certificate, option, verifier.GetVerifyTime(), verifier.GetChainPolicy());
     }
 }
@@ -578,7 +580,7 @@ void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
         const X509Certificate* found = FindIssuer(
             cert.GetX509(), m_parent != nullptr ? &m_parent->GetCertificates() : nullptr);
         if (found == nullptr) {
-            found = FindIssuer(cert.GetX509(), t_issuerCandidates);
+            found = FindIssuer(cert.GetX509(), m_issuerCandidates);
         }
         if (found != nullptr) {
             issuer.reset(new X509Certificate(*found));

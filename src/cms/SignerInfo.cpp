@@ -130,6 +130,20 @@ std::int64_t ParseSigningTime(const LogChannel* log, const X509_ATTRIBUTE* attr)
     return seconds;
 }
 
+// The container's certificate object for `certificate` when it has one (the
+// same OpenSSL handle: a cheap copy), else a newly read one.
+X509Certificate KnownCertificate(const SignedCms* parent, const X509* certificate) {
+    if (parent != nullptr) {
+        const qorstd::QorVector<X509Certificate>& known = parent->GetCertificates();
+        for (unsigned int i = 0; i < known.GetSize(); ++i) {
+            if (known[i].GetX509() == certificate) {
+                return known[i];
+            }
+        }
+    }
+    return X509Certificate(certificate);
+}
+
 }  // namespace
 
 // ------------------------------------------------------------------ lifecycle
@@ -143,7 +157,8 @@ SignedCms::SignerInfo::SignerInfo()
       m_signingTime(0),
       m_nHashAlgorithm(0),
       m_nSignatureAlgorithm(0),
-      m_log(std::make_unique<LogChannel>(kChannelName)) {}
+      m_log(std::make_unique<LogChannel>(kChannelName)),
+      m_issuerCandidates(nullptr) {}
 
 SignedCms::SignerInfo::SignerInfo(const SignedCms* parent, const CMS_SignerInfo* signer,
                                   const X509* certificate)
@@ -172,7 +187,8 @@ SignedCms::SignerInfo::SignerInfo(const SignerInfo& other)
           other.m_timeStampVerificationData
               ? static_cast<TimeStampVerificationData*>(other.m_timeStampVerificationData->Clone())
               : nullptr),
-      m_log(std::make_unique<LogChannel>(kChannelName)) {}
+      m_log(std::make_unique<LogChannel>(kChannelName)),
+      m_issuerCandidates(nullptr) {}
 
 SignedCms::SignerInfo& SignedCms::SignerInfo::operator=(const SignerInfo& other) {
     if (this == &other) {
@@ -270,7 +286,7 @@ void SignedCms::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer, const 
         certificate = attached;
     }
     if (certificate != nullptr) {
-        m_certificate = X509Certificate(certificate);
+        m_certificate = KnownCertificate(m_parent, certificate);
     }
 
     m_contentType.clear();

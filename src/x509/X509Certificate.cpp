@@ -237,11 +237,13 @@ X509Certificate::X509Certificate(const x509_st* certificate) : X509Certificate()
     if (certificate == nullptr) {
         Fail(ErrInvalidParameter, L"pCert=NULL");
     }
-    m_x509.reset(X509_dup(certificate));
-    if (!m_x509) {
+    // A reference, not a duplicate: see the copy constructor.
+    X509* handle = const_cast<X509*>(certificate);
+    if (X509_up_ref(handle) != 1) {
         ERR_clear_error();
         Fail(ErrOutOfMemory);
     }
+    m_x509.reset(handle);
     try {
         ParseX509();
     } catch (...) {
@@ -500,12 +502,21 @@ void X509Certificate::ParseX509() {
     }
     ERR_clear_error();
 
+    // The names read the certificate's own structures and keep a reference
+    // to it, instead of duplicating them.
+    if (X509_up_ref(certificate) != 1) {
+        ERR_clear_error();
+        Fail(ErrOutOfMemory);
+    }
+    const std::shared_ptr<const void> owner(certificate, [](const void* held) {
+        X509_free(static_cast<X509*>(const_cast<void*>(held)));
+    });
     const X509_NAME* subject = X509_get_subject_name(certificate);
     if (subject == nullptr) {
         LogError(L"ParseX509: Parsing subject DN failed.");
         Fail(ErrAsn1Decoding);
     }
-    m_subjectName = X509Name(subject);
+    m_subjectName = X509Name(subject, owner);
     m_subject = EncodeName(subject);
     if (m_subject.GetSize() < 1) {
         LogError(L"ParseX509: Parsing subject raw data failed.");
@@ -516,7 +527,7 @@ void X509Certificate::ParseX509() {
         LogError(L"ParseX509: Parsing issuer DN failed.");
         Fail(ErrAsn1Decoding);
     }
-    m_issuerName = X509Name(issuer);
+    m_issuerName = X509Name(issuer, owner);
     m_issuer = EncodeName(issuer);
     if (m_issuer.GetSize() < 1) {
         LogError(L"ParseX509: Parsing issuer raw data failed.");

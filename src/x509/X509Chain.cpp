@@ -6,6 +6,8 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
+#include <typeinfo>
+
 #include "CryptException.h"
 #include "CryptUtils.h"
 #include "ExceptionRecording.h"
@@ -494,13 +496,22 @@ namespace {
 
 // The handles of a store's certificates in the store's order (each with a
 // reference of its own); null for an empty store. The certificate objects
-// are kept in `known`.
+// stay reachable through the context's `known` lists.
 X509StackPtr GetCertificates(const LogChannel& log, const X509Store* store,
-                             std::vector<X509Certificate>& known) {
+                             X509Chain::BuildContext& context) {
     if (store == nullptr) {
         Fail(ErrInvalidParameter, L"pStore=NULL");
     }
-    const qorstd::QorVector<X509Certificate> certificates = store->GetCertificates();
+    // A plain memory store lends its certificates; any other store's are
+    // kept as GetCertificates returns them, without a second copy.
+    if (typeid(*store) == typeid(X509MemoryStore)) {
+        context.known.push_back(&static_cast<const X509MemoryStore*>(store)->GetCertificateList());
+    } else {
+        context.ownedKnown.emplace_back(
+            new qorstd::QorVector<X509Certificate>(store->GetCertificates()));
+        context.known.push_back(context.ownedKnown.back().get());
+    }
+    const qorstd::QorVector<X509Certificate>& certificates = *context.known.back();
     if (certificates.GetSize() == 0) {
         if (log.IsWarningEnabled()) {
             log.Write(LogLevel::Warning, L"GetCertificates: No certificates.");
@@ -511,7 +522,6 @@ X509StackPtr GetCertificates(const LogChannel& log, const X509Store* store,
     if (!result) {
         Fail(ErrInternal, L"pCert=NULL");
     }
-    known.reserve(known.size() + certificates.GetSize());
     for (unsigned i = 0; i < certificates.GetSize(); ++i) {
         X509* handle = certificates[i].GetX509();
         if (handle == nullptr) {
@@ -525,7 +535,6 @@ X509StackPtr GetCertificates(const LogChannel& log, const X509Store* store,
             Fail(ErrInternal, L"pCert=NULL");
         }
         reference.release();  // now owned by the stack
-        known.push_back(certificates[i]);
     }
     return result;
 }
@@ -553,7 +562,9 @@ X509StorePtr CreateStore(const X509Store& store) {
 void X509Chain::BuildInitializeCtx(const X509Certificate* cert) {
     m_pBuildCtx = std::make_unique<BuildContext>();
     if (cert != nullptr && cert->GetX509() != nullptr) {
-        m_pBuildCtx->known.push_back(*cert);
+        m_pBuildCtx->ownedKnown.emplace_back(new qorstd::QorVector<X509Certificate>());
+        m_pBuildCtx->ownedKnown.back()->Add(*cert);
+        m_pBuildCtx->known.push_back(m_pBuildCtx->ownedKnown.back().get());
     }
     const bool useStores = m_policy != nullptr &&
                            X509ChainPolicy::UseValidationDataStore(m_policy->GetChainBuildMode());
@@ -566,9 +577,9 @@ void X509Chain::BuildInitializeCtx(const X509Certificate* cert) {
             Fail(ErrInvalidParameter, L"m_policy->GetTrustStore()=NULL");
         }
         m_pBuildCtx->pTrustStore = CreateStore(*trustStore);
-        m_pBuildCtx->trustedCerts = GetCertificates(*m_log, trustStore, m_pBuildCtx->known);
+        m_pBuildCtx->trustedCerts = GetCertificates(*m_log, trustStore, *m_pBuildCtx);
         if (const X509Store* extraStore = m_policy->GetExtraStore()) {
-            m_pBuildCtx->extraCerts = GetCertificates(*m_log, extraStore, m_pBuildCtx->known);
+            m_pBuildCtx->extraCerts = GetCertificates(*m_log, extraStore, *m_pBuildCtx);
         }
     } else {
         m_pBuildCtx->pTrustStore.reset(X509_STORE_new());
@@ -909,9 +920,11 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
 
 X509Certificate X509Chain::CertificateFor(const x509_st* cert) const {
     if (m_pBuildCtx) {
-        for (const X509Certificate& candidate : m_pBuildCtx->known) {
-            if (candidate.GetX509() == cert) {
-                return candidate;
+        for (const auto& set : m_pBuildCtx->known) {
+            for (unsigned i = 0; i < set->GetSize(); ++i) {
+                if ((*set)[i].GetX509() == cert) {
+                    return (*set)[i];
+                }
             }
         }
     }

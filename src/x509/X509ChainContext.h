@@ -32,7 +32,8 @@ struct X509Chain::BuildContext {
     // The certificate objects behind the handles offered to the verifier
     // (the one being built, the trust store's, the extra store's): path
     // elements are copied from them instead of being decoded again.
-    std::vector<X509Certificate> known;
+    std::vector<const qorstd::QorVector<X509Certificate>*> known;
+    std::vector<std::unique_ptr<qorstd::QorVector<X509Certificate>>> ownedKnown;
     X509StorePtr pTrustStore;
     X509StackPtr trustedCerts;  // null when the trust store is empty
     X509StackPtr extraCerts;    // the untrusted certificates offered to the verifier

@@ -49,51 +49,27 @@ bool EncodeName(const X509_NAME* name, std::vector<unsigned char>& der) {
 
 }  // namespace
 
-void X509Name::NameDeleter::operator()(X509_name_st* name) const {
-    X509_NAME_free(name);
-}
-
 X509Name::X509Name() = default;
 
 X509Name::X509Name(const X509_name_st* name) {
     if (name == nullptr) {
         CryptException::Throw(ErrInvalidParameter, L"pName=NULL");
     }
-    m_name.reset(DuplicateName(name));
+    m_name.reset(DuplicateName(name), X509_NAME_free);
     Parse();
 }
 
-X509Name::X509Name(const X509Name& other)
-    : m_name(DuplicateName(other.m_name.get())),
-      m_country(other.m_country),
-      m_stateOrProvince(other.m_stateOrProvince),
-      m_locality(other.m_locality),
-      m_organization(other.m_organization),
-      m_organizationUnit(other.m_organizationUnit),
-      m_commonName(other.m_commonName),
-      m_qorSerialNumber(other.m_qorSerialNumber),
-      m_emailAddress(other.m_emailAddress),
-      m_pseudonym(other.m_pseudonym) {}
-
-X509Name& X509Name::operator=(const X509Name& other) {
-    if (this == &other) {
-        return *this;
+X509Name::X509Name(const X509_name_st* name, std::shared_ptr<const void> owner) {
+    if (name == nullptr) {
+        CryptException::Throw(ErrInvalidParameter, L"pName=NULL");
     }
-    // Duplicate first: a failure leaves this name as it was.
-    X509NamePtr copy(DuplicateName(other.m_name.get()));
-    Reset();
-    m_name.reset(copy.release());
-    m_country = other.m_country;
-    m_stateOrProvince = other.m_stateOrProvince;
-    m_locality = other.m_locality;
-    m_organization = other.m_organization;
-    m_organizationUnit = other.m_organizationUnit;
-    m_commonName = other.m_commonName;
-    m_qorSerialNumber = other.m_qorSerialNumber;
-    m_emailAddress = other.m_emailAddress;
-    m_pseudonym = other.m_pseudonym;
-    return *this;
+    // Shares the owner's lifetime; the structure is only ever read.
+    m_name = std::shared_ptr<X509_name_st>(std::move(owner), const_cast<X509_name_st*>(name));
+    Parse();
 }
+
+X509Name::X509Name(const X509Name& other) = default;
+X509Name& X509Name::operator=(const X509Name& other) = default;
 
 X509Name::~X509Name() {
     Reset();

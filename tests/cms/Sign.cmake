@@ -8,7 +8,7 @@ tessera_discover_tests(tessera_cms_sign_tests)
 # A key of the softhsm fixture's token signs through the engine "pkcs11"; the
 # tests take turns with the token.
 tessera_add_gtest(tessera_cms_token_tests SignedCmsTokenTest.cpp ../qorpkcs11/SoftHsmFixture.cpp)
-target_include_directories(tessera_cms_token_tests PRIVATE ../qorpkcs11)
+target_include_directories(tessera_cms_token_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/../qorpkcs11)
 target_link_libraries(tessera_cms_token_tests PRIVATE tessera OpenSSL::Crypto ${CMAKE_DL_LIBS})
 tessera_discover_tests(tessera_cms_token_tests FIXTURES_REQUIRED softhsm RESOURCE_LOCK softhsm)
 

@@ -170,15 +170,20 @@ protected:
         SignedCms cms(Array(text));
         const unsigned long estimate = cms.EstimateSize(m_signer, SignedCms::cptCmsBasic, detached);
         cms.Sign(m_signer, SignedCms::cptCmsBasic, detached);
+        EXPECT_EQ(ERR_peek_error(), 0ul) << "signing leaves no OpenSSL error behind";
         const Bytes der = ToBytes(cms.Encode());
         EXPECT_EQ(estimate, der.size()) << "the estimate is the exact size (RSA key)";
+        SignedCms decoded;
+        decoded.Decode(der.data(), static_cast<long>(der.size()));
+        EXPECT_EQ(cms.GetVersion(), decoded.GetVersion())
+            << "the version read after signing is the encoded one";
         return der;
     }
 
     SignerCms m_signer;
     X509MemoryStore m_trust;
     X509MemoryStore m_extra;
-    const std::string m_text = std::string(1000, 'x') + "\r\nbinary\0tail";
+    const std::string m_text = std::string(1000, 'x') + std::string("\r\nbinary\0tail", 13);
 };
 
 // ------------------------------------------------------------ interop, sizes
@@ -223,8 +228,8 @@ TEST_F(SignTest, IncludeOptionsChooseTheCertificates) {
          {"Chained Signer", "Sign Test CA", "Sign Test Root"}},
     };
     Scratch dir;
-    dir.Write("signer.der", Der(TestPki().chained));
-    ASSERT_TRUE(dir.Openssl("x509 -inform DER -in signer.der -out signer.pem"));
+    tessera_test::WriteTextFile(dir.Path("signer.pem"),
+                                tessera_test::CertToPem(TestPki().chained.cert.get()));
     for (const Case& c : cases) {
         SCOPED_TRACE("include option " + std::to_string(c.option));
         m_signer.SetIncludeOption(c.option);

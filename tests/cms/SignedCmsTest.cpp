@@ -306,6 +306,10 @@ TEST(SignedCmsDecodeTest, BadInput) {
     EXPECT_EQ(Thrown([&] { cms.Decode(junk, sizeof junk); }).GetErrorCode(),
               ErrInvalidMessageFormat)
         << "no ContentInfo";
+    Bytes padded = Der(Sign("x", {&Certs().a}).get());
+    padded.push_back(0);
+    EXPECT_EQ(Thrown([&] { cms.Decode(Array(padded)); }).GetErrorCode(), ErrInvalidMessageFormat)
+        << "bytes after the message are refused";
 }
 
 TEST(SignedCmsDecodeTest, DuplicateSingleAttributes) {

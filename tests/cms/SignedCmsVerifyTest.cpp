@@ -1,7 +1,6 @@
 // Verification of CMS signatures through the public interface: messages made
 // by the openssl tool (interop) and by OpenSSL's CMS API in-process (crafted
-// cases), checked with SignedCms::Verify, VerifyDigest and
-// VerifySignerCertificate. Every check runs at a pinned time. The PKI:
+// cases). Every check runs at a pinned time. The PKI:
 //
 //   Test Root CA (RSA) ............ trust anchor; CRL 2024-06-10 .. 2024-07-10
 //    ├── Alice     RSA-2048  serial 11
@@ -13,19 +12,20 @@
 #include <gtest/gtest.h>
 
 #include <openssl/cms.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "CryptException.h"
+#include "RecordingLog.h"
 #include "SignedCms.h"
+#include "TesseraApi.h"
 #include "TestPki.h"
 #include "TestTsa.h"
 #include "VerifierCms.h"
@@ -41,19 +41,31 @@ namespace {
 
 const std::int64_t kAt = UtcTime(2024, 6, 15, 12);
 const std::string kText = "Tessera verifies what OpenSSL signed.\n";
+const Bytes kContent(kText.begin(), kText.end());
+
+Issued Leaf(const std::string& name, long serial, KeyKind kind, int slot, const Issued& issuer,
+            std::int64_t notAfter = UtcTime(2040, 1, 1)) {
+    CertSpec plan;
+    plan.commonName = name;
+    plan.serial = serial;
+    plan.notAfter = notAfter;
+    const KeyPtr key = CachedKey(kind, slot);
+    plan.key = key.get();
+    plan.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
+    return IssueCertificate(plan, &issuer);
+}
 
 struct Pki {
-    Issued ca, alice, bob, revoked, expired, aliceTwin, fakeCa;
+    Issued ca, fakeCa, alice, bob, revoked, expired, aliceTwin;
     CrlPtr crl;
 
     Pki() {
         CertSpec root;
         root.commonName = "Test Root CA";
-        root.keyKind = KeyKind::Rsa2048;
-        const KeyPtr rootKey = CachedKey(KeyKind::Rsa2048, 0);
-        const KeyPtr fakeKey = CachedKey(KeyKind::Rsa2048, 1);
-        root.key = rootKey.get();
         root.extensions = CaExtensions();
+        const KeyPtr rootKey = CachedKey(KeyKind::Rsa2048, 0),
+                     fakeKey = CachedKey(KeyKind::Rsa2048, 1);
+        root.key = rootKey.get();
         ca = IssueCertificate(root, nullptr);
         root.key = fakeKey.get();
         root.subjectKeyId = false;
@@ -69,19 +81,6 @@ struct Pki {
         list.revoked = {RevokedEntry{13, UtcTime(2024, 6, 1, 12)}};
         crl = IssueCrl(list, ca);
     }
-
-    static Issued Leaf(const std::string& name, long serial, KeyKind kind, int slot,
-                       const Issued& issuer, std::int64_t notAfter = UtcTime(2040, 1, 1)) {
-        CertSpec spec;
-        spec.commonName = name;
-        spec.serial = serial;
-        spec.keyKind = kind;
-        spec.notAfter = notAfter;
-        const KeyPtr key = CachedKey(kind, slot);
-        spec.key = key.get();
-        spec.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
-        return IssueCertificate(spec, &issuer);
-    }
 };
 
 const Pki& P() {
@@ -91,10 +90,6 @@ const Pki& P() {
 
 qorstd::QorArray<unsigned char> Array(const Bytes& bytes) {
     return qorstd::QorArray<unsigned char>(bytes.data(), static_cast<unsigned int>(bytes.size()));
-}
-
-Bytes Content() {
-    return Bytes(kText.begin(), kText.end());
 }
 
 Bytes Sha256(const Bytes& data) {
@@ -125,18 +120,40 @@ std::unique_ptr<SignedCms> Decoded(const Bytes& der, const Bytes& content = Byte
     return cms;
 }
 
+qorstd::QorVector<X509Certificate> Candidates(std::initializer_list<X509Certificate> certs) {
+    qorstd::QorVector<X509Certificate> out;
+    for (const X509Certificate& cert : certs) {
+        out.Add(cert);
+    }
+    return out;
+}
+
+// The code of verifying `der` (with `content`) under `verifier`.
+int VerifyCode(const Bytes& der, const VerifierCms& verifier, const Bytes& content = Bytes()) {
+    return CodeOf([&] { Decoded(der, content)->Verify(verifier, SignedCms::cptCmsNone); });
+}
+
+// The embedded content with one bit flipped.
+Bytes Tampered(Bytes der) {
+    const auto at = std::search(der.begin(), der.end(), kText.begin(), kText.end());
+    EXPECT_NE(at, der.end()) << "the content is embedded";
+    if (at != der.end()) {
+        *at ^= 0x01;
+    }
+    return der;
+}
+
 using Edit = std::function<void(CMS_ContentInfo*)>;
 
 CMS_SignerInfo* FirstSigner(CMS_ContentInfo* cms) {
     return sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms), 0);
 }
 
-// A message signed in-process by OpenSSL (CMS_sign, then CMS_final) with the
-// given flags and extra certificates; the edits, when given, change it just
-// before and just after the signature is made.
-Bytes OpenSslSign(const Issued& signer, const Bytes& content, unsigned int flags,
-                  const std::vector<X509*>& extra = {}, const Edit& beforeFinal = nullptr,
-                  const Edit& afterFinal = nullptr) {
+// A message over kContent signed in-process by OpenSSL (CMS_sign, then
+// CMS_final) with the given flags and extra certificates; the edits change it
+// just before and just after the signature is made.
+Bytes OpenSslSign(const Issued& signer, unsigned int flags, const std::vector<X509*>& extra = {},
+                  const Edit& beforeFinal = nullptr, const Edit& afterFinal = nullptr) {
     std::unique_ptr<STACK_OF(X509), void (*)(STACK_OF(X509)*)> certs(
         sk_X509_new_null(), [](STACK_OF(X509) * s) { sk_X509_free(s); });
     for (X509* cert : extra) {
@@ -144,14 +161,10 @@ Bytes OpenSslSign(const Issued& signer, const Bytes& content, unsigned int flags
     }
     flags |= CMS_BINARY | CMS_NOSMIMECAP;
     std::unique_ptr<BIO, int (*)(BIO*)> in(
-        BIO_new_mem_buf(content.data(), static_cast<int>(content.size())), BIO_free);
+        BIO_new_mem_buf(kContent.data(), static_cast<int>(kContent.size())), BIO_free);
     std::unique_ptr<CMS_ContentInfo, void (*)(CMS_ContentInfo*)> cms(
         CMS_sign(signer.cert.get(), signer.key.get(), certs.get(), nullptr, flags | CMS_PARTIAL),
         CMS_ContentInfo_free);
-    if (!cms) {
-        ADD_FAILURE() << "CMS_sign failed";
-        return Bytes();
-    }
     if (beforeFinal) {
         beforeFinal(cms.get());
     }
@@ -169,40 +182,28 @@ Bytes OpenSslSign(const Issued& signer, const Bytes& content, unsigned int flags
     return out;
 }
 
-// A temporary folder with the PKI's files, for the openssl tool.
-class Scratch {
-public:
-    Scratch() {
-        char name[] = "/tmp/tessera-cmsverify-XXXXXX";
-        m_dir = mkdtemp(name) != nullptr ? name : "";
-        Write("content.bin", Content());
-        WriteTextFile(m_dir + "/ca.pem", CertToPem(P().ca.cert.get()));
-        for (const auto& entry :
-             {std::make_pair("alice", &P().alice), std::make_pair("bob", &P().bob)}) {
-            WriteTextFile(m_dir + "/" + entry.first + ".pem", CertToPem(entry.second->cert.get()));
-            WriteTextFile(m_dir + "/" + entry.first + ".key", KeyToPem(entry.second->key.get()));
-        }
+// `openssl cms -sign -binary` over kContent with `options`, in a temporary
+// folder holding content.bin, ca.pem, alice.pem/.key and bob.pem/.key.
+Bytes OpensslToolSign(const std::string& options) {
+    char name[] = "/tmp/tessera-cmsverify-XXXXXX";
+    const std::string dir = mkdtemp(name) != nullptr ? name : "";
+    WriteTextFile(dir + "/content.bin", kText);
+    WriteTextFile(dir + "/ca.pem", CertToPem(P().ca.cert.get()));
+    for (const auto& entry :
+         {std::make_pair("alice", &P().alice), std::make_pair("bob", &P().bob)}) {
+        WriteTextFile(dir + "/" + entry.first + ".pem", CertToPem(entry.second->cert.get()));
+        WriteTextFile(dir + "/" + entry.first + ".key", KeyToPem(entry.second->key.get()));
     }
-    ~Scratch() { std::system(("rm -rf '" + m_dir + "'").c_str()); }
-
-    void Write(const std::string& name, const Bytes& bytes) const {
-        WriteTextFile(m_dir + "/" + name, std::string(bytes.begin(), bytes.end()));
-    }
-
-    // `openssl cms -sign -binary` over content.bin with `options`; the DER.
-    Bytes Sign(const std::string& options) const {
-        const std::string command = "cd '" + m_dir +
-                                    "' && timeout 30 openssl cms -sign -binary -in content.bin "
-                                    "-outform DER -out sig.der " +
-                                    options + " 2>/dev/null";
-        const int status = std::system(command.c_str());
-        EXPECT_EQ(status, 0) << "openssl: " << command;
-        return status == 0 ? ReadBinaryFile(m_dir + "/sig.der") : Bytes();
-    }
-
-private:
-    std::string m_dir;
-};
+    const std::string command = "cd '" + dir +
+                                "' && timeout 30 openssl cms -sign -binary -in content.bin "
+                                "-outform DER -out sig.der " +
+                                options + " 2>/dev/null";
+    const int status = std::system(command.c_str());
+    const Bytes der = status == 0 ? ReadBinaryFile(dir + "/sig.der") : Bytes();
+    std::system(("rm -rf '" + dir + "'").c_str());
+    EXPECT_EQ(status, 0) << "openssl: " << command;
+    return der;
+}
 
 const char kAlice[] = " -signer alice.pem -inkey alice.key";
 const char kBob[] = " -signer bob.pem -inkey bob.key";
@@ -222,179 +223,124 @@ struct ChainSetup {
     }
 };
 
+const VerifierCms kNone = Verifier(VerifierCms::cptVerifyNone);
+const VerifierCms kSignerCert = Verifier(VerifierCms::cptVerifySignerCertificate);
+
 // -------------------------------------------------- messages of the openssl tool
 
 TEST(CmsVerifyInteropTest, AttachedWithAttributesAtEveryCertificateOption) {
-    const Scratch scratch;
-    const Bytes der = scratch.Sign(std::string("-nodetach -nosmimecap -certfile ca.pem") + kAlice);
+    const Bytes der =
+        OpensslToolSign(std::string("-nodetach -nosmimecap -certfile ca.pem") + kAlice);
     ChainSetup chain;
     auto cms = Decoded(der);
-    SignedCms::SignerInfo& signer = *cms->GetSignerInfo(0);
+    const SignedCms::SignerInfo& signer = *cms->GetSignerInfo(0);
 
-    cms->Verify(Verifier(VerifierCms::cptVerifyNone), SignedCms::cptCmsNone);
+    cms->Verify(kNone, SignedCms::cptCmsNone);
     EXPECT_EQ(signer.GetVerifyInfo(), 5u) << "signature and content type, no certificate";
-    EXPECT_EQ(signer.GetVerifyTime(), 0) << "no certificate check, no verify time";
-
-    cms->Verify(Verifier(VerifierCms::cptVerifySignerCertificate), SignedCms::cptCmsBasic);
+    cms->Verify(kSignerCert, SignedCms::cptCmsBasic);
     EXPECT_EQ(signer.GetVerifyInfo(), 7u) << "the root in the message signed Alice";
     EXPECT_EQ(signer.GetVerifyTime(), kAt) << "the verifier's time is kept";
     EXPECT_EQ(signer.GetX509Chain(), nullptr) << "no path without path building";
-
     cms->Verify(Verifier(VerifierCms::cptVerifyWholeChain, &chain.policy), SignedCms::cptCmsNone);
     EXPECT_EQ(signer.GetVerifyInfo(), 7u) << "path and CRL check passed";
     ASSERT_NE(signer.GetX509Chain(), nullptr) << "the path is kept";
     EXPECT_EQ(signer.GetX509Chain()->GetElements().GetSize(), 2u) << "Alice and the root";
-    EXPECT_STREQ(signer.GetCertificate().GetSubjectStringX500(0).c_str(),
-                 L"O=Tessera Test,CN=Alice")
-        << "the certificate carried by the message";
 
-    Bytes tampered = der;
-    const auto at = std::search(tampered.begin(), tampered.end(), kText.begin(), kText.end());
-    ASSERT_NE(at, tampered.end()) << "the content is embedded";
-    *at ^= 0x01;
-    EXPECT_EQ(CodeOf([&] {
-                  Decoded(tampered)->Verify(Verifier(VerifierCms::cptVerifyNone),
-                                            SignedCms::cptCmsNone);
-              }),
-              ErrInvalidSignature)
+    EXPECT_EQ(VerifyCode(Tampered(der), kNone), ErrInvalidSignature)
         << "embedded content changed after signing (message digest differs)";
 }
 
 TEST(CmsVerifyInteropTest, DetachedWithoutAttributes) {
-    const Scratch scratch;
-    const Bytes der = scratch.Sign(std::string("-noattr") + kAlice);
-    const VerifierCms none = Verifier(VerifierCms::cptVerifyNone);
-
+    const Bytes der = OpensslToolSign(std::string("-noattr") + kAlice);
     auto cms = Decoded(der);
-    EXPECT_EQ(CodeOf([&] { cms->Verify(none, SignedCms::cptCmsNone); }), ErrNoContent)
+    EXPECT_EQ(CodeOf([&] { cms->Verify(kNone, SignedCms::cptCmsNone); }), ErrNoContent)
         << "detached and no content set";
-    EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo(), 0u) << "nothing verified";
-    cms->VerifyDigest(none, Array(Sha256(Content())), SignedCms::cptCmsNone);
+    cms->VerifyDigest(kNone, Array(Sha256(kContent)), SignedCms::cptCmsNone);
     EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo(), 1u)
         << "the signature over the right digest, no content type";
     EXPECT_EQ(CodeOf([&] {
-                  cms->VerifyDigest(none, Array(Sha256(Bytes(3, 'x'))), SignedCms::cptCmsNone);
+                  cms->VerifyDigest(kNone, Array(Sha256(Bytes(3, 'x'))), SignedCms::cptCmsNone);
               }),
               ErrInvalidSignature)
         << "the signature is not over another digest";
-    EXPECT_EQ(CodeOf([&] {
-                  cms->VerifyDigest(none, qorstd::QorArray<unsigned char>(), SignedCms::cptCmsNone);
-              }),
-              ErrNoContent)
-        << "an empty digest";
 
-    Decoded(der, Content())->Verify(none, SignedCms::cptCmsNone);
-    Bytes other = Content();
+    EXPECT_EQ(VerifyCode(der, kNone, kContent), 0) << "with the content";
+    Bytes other = kContent;
     other.back() = '!';
-    EXPECT_EQ(CodeOf([&] { Decoded(der, other)->Verify(none, SignedCms::cptCmsNone); }),
-              ErrInvalidSignature)
+    EXPECT_EQ(VerifyCode(der, kNone, other), ErrInvalidSignature)
         << "wrong detached content: RSA's bad-signature error";
 }
 
 TEST(CmsVerifyInteropTest, TwoSignersByKeyIdentifier) {
-    const Scratch scratch;
-    const Bytes der = scratch.Sign(std::string("-keyid -nosmimecap") + kAlice + kBob);
-    const VerifierCms option1 = Verifier(VerifierCms::cptVerifySignerCertificate);
-    auto cms = Decoded(der, Content());
+    const Bytes der = OpensslToolSign(std::string("-keyid -nosmimecap") + kAlice + kBob);
+    auto cms = Decoded(der, kContent);
     ASSERT_EQ(cms->GetSignerInfoCount(), 2u) << "two -signer options";
-    cms->Verify(option1, SignedCms::cptCmsNone);
-    EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo(), 7u) << "Alice, found by key identifier";
-    EXPECT_EQ(cms->GetSignerInfo(1)->GetVerifyInfo(), 7u) << "Bob (EC), found by key identifier";
-
-    cms->VerifyDigest(option1, Array(Sha256(Content())), SignedCms::cptCmsNone);
-    EXPECT_EQ(cms->GetSignerInfo(1)->GetVerifyInfo(), 7u) << "digest form, both signers";
-    EXPECT_EQ(CodeOf([&] {
-                  cms->VerifyDigest(option1, Array(Sha256(Bytes(1, 'x'))), SignedCms::cptCmsNone);
-              }),
-              ErrHashMismatch)
-        << "another digest than the message-digest attribute";
+    cms->VerifyDigest(kSignerCert, Array(Sha256(kContent)), SignedCms::cptCmsNone);
+    EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo() & cms->GetSignerInfo(1)->GetVerifyInfo(), 7u)
+        << "Alice (RSA) and Bob (EC), found by key identifier, digest form";
+    cms->Verify(kSignerCert, SignedCms::cptCmsNone);
+    EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo() & cms->GetSignerInfo(1)->GetVerifyInfo(), 7u)
+        << "both signers, content form";
     EXPECT_EQ(
-        CodeOf([&] { cms->VerifyDigest(option1, Array(Bytes(20, 0)), SignedCms::cptCmsNone); }),
+        CodeOf([&] { cms->VerifyDigest(kSignerCert, Array(Bytes(20, 0)), SignedCms::cptCmsNone); }),
         ErrHashMismatch)
-        << "a digest of the wrong length";
+        << "a digest unlike the message-digest attribute";
 
-    Bytes other = Content();
+    Bytes other = kContent;
     other[0] = 'X';
-    EXPECT_EQ(CodeOf([&] { Decoded(der, other)->Verify(option1, SignedCms::cptCmsNone); }),
-              ErrInvalidSignature)
+    EXPECT_EQ(VerifyCode(der, kSignerCert, other), ErrInvalidSignature)
         << "wrong detached content: CMS's verification failure";
 }
 
 // ------------------------------------------------------ the signer certificate
 
 TEST(CmsVerifyCertificateTest, FoundAmongTheCandidatesOrMissing) {
-    Bytes tampered = OpenSslSign(P().alice, Content(), CMS_NOCERTS);
-    const auto at = std::search(tampered.begin(), tampered.end(), kText.begin(), kText.end());
-    ASSERT_NE(at, tampered.end()) << "the content is embedded";
-    *at ^= 0x01;
-    VerifierCms verifier = Verifier(VerifierCms::cptVerifyNone);
-    EXPECT_EQ(CodeOf([&] { Decoded(tampered)->Verify(verifier, SignedCms::cptCmsNone); }),
-              ErrSignerCertNotFound)
+    const Bytes der = OpenSslSign(P().alice, CMS_NOCERTS);
+    EXPECT_EQ(VerifyCode(Tampered(der), kNone), ErrSignerCertNotFound)
         << "no certificate anywhere: reported before the bad content";
-    EXPECT_EQ(CodeOf([&] { Decoded(tampered)->VerifySignerCertificate(verifier); }),
-              ErrSignerCertNotFound)
+    EXPECT_EQ(CodeOf([&] { Decoded(der)->VerifySignerCertificate(kNone); }), ErrSignerCertNotFound)
         << "the certificate-only check looks for it too";
 
-    const Bytes der = OpenSslSign(P().alice, Content(), CMS_NOCERTS);
     const X509Certificate alice(P().alice.cert.get()), twin(P().aliceTwin.cert.get()),
         bob(P().bob.cert.get());
-    qorstd::QorVector<X509Certificate> candidates;
-    candidates.Add(alice);
-    candidates.Add(bob);
-    candidates.Add(twin);
-    verifier.SetSignerCertificates(candidates);
-    EXPECT_EQ(CodeOf([&] { Decoded(der)->Verify(verifier, SignedCms::cptCmsNone); }),
-              ErrSignatureVerification)
+    VerifierCms verifier = kNone;
+    verifier.SetSignerCertificates(Candidates({alice, bob, twin}));
+    EXPECT_EQ(VerifyCode(der, verifier), ErrSignatureVerification)
         << "the last matching candidate (the twin, another key) is taken";
 
-    candidates.RemoveAll();
-    candidates.Add(twin);
-    candidates.Add(bob);
-    candidates.Add(alice);
-    verifier.SetSignerCertificates(candidates);
+    verifier.SetSignerCertificates(Candidates({twin, bob, alice}));
     auto cms = Decoded(der);
     cms->Verify(verifier, SignedCms::cptCmsNone);
-    EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo(), 5u) << "Alice last: verified";
-    EXPECT_EQ(cms->GetSignerInfo(0)->GetCertificate().Equals(alice), 1)
-        << "the found certificate is kept";
-    cms->Verify(Verifier(VerifierCms::cptVerifyNone), SignedCms::cptCmsNone);
+    EXPECT_EQ(cms->GetSignerInfo(0)->GetCertificate().Equals(alice), 1) << "Alice last: taken";
+    cms->Verify(kNone, SignedCms::cptCmsNone);
     EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo(), 5u)
         << "once found, the certificate stays attached to the signer";
 
-    candidates.Add(X509Certificate());
-    verifier.SetSignerCertificates(candidates);
-    EXPECT_EQ(CodeOf([&] { Decoded(der)->Verify(verifier, SignedCms::cptCmsNone); }),
-              ErrInvalidParameter)
-        << "an empty candidate";
+    verifier.SetSignerCertificates(Candidates({alice, X509Certificate()}));
+    EXPECT_EQ(VerifyCode(der, verifier), ErrInvalidParameter) << "an empty candidate";
 }
 
 TEST(CmsVerifyCertificateTest, SignerCertificateOptionChecksTimeAndIssuer) {
-    const VerifierCms option1 = Verifier(VerifierCms::cptVerifySignerCertificate);
-    auto alone = Decoded(OpenSslSign(P().alice, Content(), 0));
-    alone->Verify(option1, SignedCms::cptCmsNone);
+    auto alone = Decoded(OpenSslSign(P().alice, 0));
+    alone->Verify(kSignerCert, SignedCms::cptCmsNone);
     EXPECT_EQ(alone->GetSignerInfo(0)->GetVerifyInfo(), 7u) << "no issuer known: the time only";
-    VerifierCms later = option1;
+    VerifierCms later = kSignerCert;
     later.SetVerifyTime(UtcTime(2041, 1, 1));
     EXPECT_EQ(CodeOf([&] { alone->Verify(later, SignedCms::cptCmsNone); }), ErrCertNotTimeValid)
         << "Alice has expired by 2041";
     EXPECT_EQ(alone->GetSignerInfo(0)->GetVerifyInfo(), 5u) << "no bit 2 after a failed check";
 
-    auto fake = Decoded(OpenSslSign(P().alice, Content(), 0, {P().fakeCa.cert.get()}));
-    EXPECT_EQ(CodeOf([&] { fake->Verify(option1, SignedCms::cptCmsNone); }), ErrCertBadSignature)
-        << "an issuer by name in the message whose key did not sign Alice";
-    auto candidateIssuer = Decoded(OpenSslSign(P().alice, Content(), 0));
-    VerifierCms withFake = option1;
-    qorstd::QorVector<X509Certificate> candidates;
-    candidates.Add(X509Certificate(P().fakeCa.cert.get()));
-    withFake.SetSignerCertificates(candidates);
-    EXPECT_EQ(CodeOf([&] { candidateIssuer->VerifySignerCertificate(withFake); }),
+    EXPECT_EQ(VerifyCode(OpenSslSign(P().alice, 0, {P().fakeCa.cert.get()}), kSignerCert),
               ErrCertBadSignature)
+        << "an issuer by name in the message whose key did not sign Alice";
+    VerifierCms withFake = kSignerCert;
+    withFake.SetSignerCertificates(Candidates({X509Certificate(P().fakeCa.cert.get())}));
+    EXPECT_EQ(CodeOf([&] { alone->VerifySignerCertificate(withFake); }), ErrCertBadSignature)
         << "the verifier's candidates are searched for the issuer as well";
 
-    auto expired = Decoded(OpenSslSign(P().expired, Content(), 0, {P().ca.cert.get()}));
-    EXPECT_EQ(CodeOf([&] { expired->VerifySignerCertificate(option1); }), ErrCertNotTimeValid)
+    auto expired = Decoded(OpenSslSign(P().expired, 0, {P().ca.cert.get()}));
+    EXPECT_EQ(CodeOf([&] { expired->VerifySignerCertificate(kSignerCert); }), ErrCertNotTimeValid)
         << "expired at the verify time";
-    expired->VerifySignerCertificate(Verifier(VerifierCms::cptVerifyNone));
     EXPECT_EQ(expired->GetSignerInfo(0)->GetVerifyInfo(), 0u)
         << "the certificate-only check leaves the bits alone";
 }
@@ -402,38 +348,33 @@ TEST(CmsVerifyCertificateTest, SignerCertificateOptionChecksTimeAndIssuer) {
 TEST(CmsVerifyCertificateTest, WholeChainWithCrl) {
     ChainSetup chain;
     const VerifierCms whole = Verifier(VerifierCms::cptVerifyWholeChain, &chain.policy);
-    auto good = Decoded(OpenSslSign(P().alice, Content(), CMS_DETACHED), Content());
-    good->Verify(whole, SignedCms::cptCmsNone);
-    EXPECT_EQ(good->GetSignerInfo(0)->GetVerifyInfo(), 7u) << "Alice's path and CRL check pass";
+    auto good = Decoded(OpenSslSign(P().alice, CMS_DETACHED), kContent);
     good->VerifySignerCertificate(whole);
-    ASSERT_NE(good->GetSignerInfo(0)->GetX509Chain(), nullptr) << "the certificate-only check";
+    ASSERT_NE(good->GetSignerInfo(0)->GetX509Chain(), nullptr) << "Alice's path is kept";
     EXPECT_EQ(good->GetSignerInfo(0)->GetX509Chain()->GetVerifyTime(), kAt)
         << "the path was built at the verify time";
 
-    auto revoked = Decoded(OpenSslSign(P().revoked, Content(), 0));
+    auto revoked = Decoded(OpenSslSign(P().revoked, 0));
     EXPECT_EQ(CodeOf([&] { revoked->Verify(whole, SignedCms::cptCmsNone); }), ErrCertRevoked)
         << "the CRL lists the signer";
     EXPECT_EQ(revoked->GetSignerInfo(0)->GetVerifyInfo(), 5u)
         << "signature and content type passed before the certificate failed";
     EXPECT_EQ(revoked->GetSignerInfo(0)->GetX509Chain(), nullptr) << "no path kept on failure";
-    EXPECT_EQ(CodeOf([&] {
-                  revoked->Verify(Verifier(VerifierCms::cptVerifyWholeChain),
-                                  SignedCms::cptCmsNone);
-              }),
+    EXPECT_EQ(VerifyCode(OpenSslSign(P().alice, 0), Verifier(VerifierCms::cptVerifyWholeChain)),
               ErrInvalidParameter)
         << "path building needs a chain policy";
 }
 
 // ------------------------------------------------ attributes and check order
 
-// Alice's message with an unsigned signature time-stamp attribute over her
-// signature value.
+// The signer's message with an unsigned signature time-stamp attribute over
+// its signature value.
 Bytes WithTimeStamp(const Issued& signer) {
     static const TestTsa tsa;
-    return OpenSslSign(signer, Content(), 0, {}, nullptr, [](CMS_ContentInfo* cms) {
+    return OpenSslSign(signer, 0, {}, nullptr, [](CMS_ContentInfo* cms) {
         const ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(FirstSigner(cms));
-        const Bytes signature(value->data, value->data + value->length);
-        const Bytes token = tsa.Token(EVP_sha256(), Sha256(signature), true, TsaReply());
+        const Bytes token =
+            tsa.Token(EVP_sha256(), Sha256(Bytes(value->data, value->data + value->length)), true);
         ASSERT_EQ(CMS_unsigned_add1_attr_by_NID(FirstSigner(cms), NID_id_smime_aa_timeStampToken,
                                                 V_ASN1_SEQUENCE, token.data(),
                                                 static_cast<int>(token.size())),
@@ -446,7 +387,7 @@ TEST(CmsVerifyOrderTest, TimeStampFailureIsHeldBackBehindTheCertificateCheck) {
     ChainSetup chain;
     const VerifierCms whole = Verifier(VerifierCms::cptVerifyWholeChain, &chain.policy);
     auto good = Decoded(WithTimeStamp(P().alice));
-    SignedCms::SignerInfo& signer = *good->GetSignerInfo(0);
+    const SignedCms::SignerInfo& signer = *good->GetSignerInfo(0);
     ASSERT_EQ(signer.GetCadesType(), SignedCms::cptCmsTimeStamp) << "the attribute was parsed";
 
     EXPECT_EQ(CodeOf([&] { good->Verify(whole, SignedCms::cptCmsNone); }), ErrNotImplemented)
@@ -455,21 +396,20 @@ TEST(CmsVerifyOrderTest, TimeStampFailureIsHeldBackBehindTheCertificateCheck) {
     EXPECT_NE(signer.GetX509Chain(), nullptr) << "and its path kept";
     EXPECT_NE(signer.GetSignatureTimeStampVerificationData(), nullptr)
         << "time-stamp results are prepared";
-
     good->Verify(whole, SignedCms::cptCmsBasic);
-    EXPECT_EQ(signer.GetVerifyInfo(), 7u) << "the basic level skips the time-stamp";
     EXPECT_EQ(signer.GetSignatureTimeStampVerificationData(), nullptr)
-        << "and prepares no time-stamp results";
+        << "the basic level skips the time-stamp";
 
-    auto revoked = Decoded(WithTimeStamp(P().revoked));
-    EXPECT_EQ(CodeOf([&] { revoked->Verify(whole, SignedCms::cptCmsTimeStamp); }),
+    const Bytes revoked = WithTimeStamp(P().revoked);
+    EXPECT_EQ(CodeOf([&] { Decoded(revoked)->Verify(whole, SignedCms::cptCmsTimeStamp); }),
               ErrNotImplemented)
         << "both fail: the time-stamp failure is reported";
-    EXPECT_EQ(CodeOf([&] { revoked->Verify(whole, SignedCms::cptCmsBasic); }), ErrCertRevoked)
+    EXPECT_EQ(CodeOf([&] { Decoded(revoked)->Verify(whole, SignedCms::cptCmsBasic); }),
+              ErrCertRevoked)
         << "without the time-stamp the revocation is reported";
 }
 
-TEST(CmsVerifyOrderTest, ContentTypeAttributeAndEmptyContainer) {
+TEST(CmsVerifyOrderTest, ContentTypeAttributeMismatchIsLogged) {
     // Signed while the content was typed a time-stamp token, then retyped as
     // plain data: the content-type attribute names the former.
     const auto retype = [](int nid) {
@@ -477,30 +417,40 @@ TEST(CmsVerifyOrderTest, ContentTypeAttributeAndEmptyContainer) {
             ASSERT_EQ(CMS_set1_eContentType(cms, OBJ_nid2obj(nid)), 1) << "content retyped";
         };
     };
-    const Bytes der = OpenSslSign(P().bob, Content(), 0, {}, retype(NID_id_smime_ct_TSTInfo),
-                                  retype(NID_pkcs7_data));
-    auto cms = Decoded(der);
-    EXPECT_EQ(
-        CodeOf([&] { cms->Verify(Verifier(VerifierCms::cptVerifyNone), SignedCms::cptCmsNone); }),
-        ErrContentTypeMismatch)
-        << "attribute names another type than the content";
-    EXPECT_EQ(cms->GetSignerInfo(0)->GetVerifyInfo(), 1u) << "the signature itself passed";
+    const Bytes der =
+        OpenSslSign(P().bob, 0, {}, retype(NID_id_smime_ct_TSTInfo), retype(NID_pkcs7_data));
+    RecordingLog& log = RecordingLog::Instance();
+    log.Reset();
+    const LoggingCallbacks table = log.Table();
+    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
+    int code = 0;
+    unsigned long info = 0;
+    {
+        auto cms = Decoded(der);
+        code = CodeOf([&] { cms->Verify(kNone, SignedCms::cptCmsNone); });
+        info = cms->GetSignerInfo(0)->GetVerifyInfo();
+    }
+    Tessera_UnInitializeLogging();
+    Tessera_InitializeLogging(nullptr, false);
+    EXPECT_EQ(code, ErrContentTypeMismatch) << "attribute names another type than the content";
+    EXPECT_EQ(info, 1u) << "the signature itself passed";
+    std::vector<std::wstring> lines;
+    for (const LogLine& line : log.LinesOf(L"Tessera.SignedCms.SignerInfo")) {
+        if (line.level != Level::Debug) {
+            lines.push_back(line.text);
+        }
+    }
+    EXPECT_EQ(lines, (std::vector<std::wstring>{
+                         L"Verify(Signer:O=Tessera Test,CN=Bob VerifyOption:0)",
+                         L"VerifyContentType: SignerInfo.contentType not equals CMS contentType"}))
+        << "the entry line, then the failure";
 
     SignedCms empty;
-    const VerifierCms verifier;
-    EXPECT_EQ(CodeOf([&] { empty.Verify(verifier, SignedCms::cptCmsNone); }), ErrNoMessage)
-        << "Verify without a message";
-    EXPECT_EQ(
-        CodeOf([&] { empty.VerifyDigest(verifier, Array(Bytes(32, 1)), SignedCms::cptCmsNone); }),
-        ErrNoMessage)
-        << "VerifyDigest without a message";
-    EXPECT_EQ(CodeOf([&] { empty.VerifySignerCertificate(verifier); }), ErrNoMessage)
-        << "VerifySignerCertificate without a message";
-    VerifierCms reset = Verifier(VerifierCms::cptVerifyNone);
-    reset.Reset();
-    EXPECT_TRUE(reset.GetVerifyOption() == VerifierCms::cptVerifyWholeChain &&
-                reset.GetVerifyTime() == 0 && reset.GetCompareTsTimeVerifyTime() == 1)
-        << "Reset restores the defaults";
+    EXPECT_EQ(CodeOf([&] { empty.Verify(kNone, SignedCms::cptCmsNone); }) + CodeOf([&] {
+                  empty.VerifyDigest(kNone, Array(Bytes(32, 1)), SignedCms::cptCmsNone);
+              }) + CodeOf([&] { empty.VerifySignerCertificate(kNone); }),
+              3 * ErrNoMessage)
+        << "no message: each form fails with ErrNoMessage";
 }
 
 }  // namespace

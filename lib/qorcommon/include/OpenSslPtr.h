@@ -64,6 +64,12 @@ using RsaMethodPtr = OpenSslPtr<RSA_METHOD, RSA_meth_free>;
 
 // CMS signer attributes.
 using X509AttributePtr = OpenSslPtr<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
+using Asn1UtcTimePtr = OpenSslPtr<ASN1_UTCTIME, ASN1_UTCTIME_free>;
+// A stack that owns its algorithm identifiers (S/MIME capabilities).
+inline void FreeX509AlgorStack(STACK_OF(X509_ALGOR) * stack) {
+    sk_X509_ALGOR_pop_free(stack, X509_ALGOR_free);
+}
+using X509AlgorStackPtr = OpenSslPtr<STACK_OF(X509_ALGOR), FreeX509AlgorStack>;
 
 // Names, and buffers that OpenSSL allocates for encodings and texts.
 using X509NamePtr = OpenSslPtr<X509_NAME, X509_NAME_free>;
