@@ -291,6 +291,10 @@ protected:
                               unsigned int flags);
     static int FinalizeDigestSigner(CMS_ContentInfo_st* cms, CMS_SignerInfo_st* signer,
                                     unsigned char* digest, unsigned int length, unsigned int flags);
+    // Takes over `cms`, a message Sign or SignDigest has just made with
+    // `signer`, in place of the held one and parses it; with
+    // cptCmsTimeStamp its signer is time-stamped.
+    void AdoptSignedMessage(CMS_ContentInfo_st* cms, const SignerCms& signer, cptCmsType type);
     static int SignSigner(CMS_SignerInfo_st* signer, unsigned int flags);
     static int AddSigningTime(CMS_SignerInfo_st* signer, asn1_string_st* time);
 

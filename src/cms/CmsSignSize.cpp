@@ -16,11 +16,14 @@
 #include "OpenSslPtr.h"
 #include "SignedCms.h"
 #include "SignerCms.h"
+#include "cms/CmsFailure.h"
 #include "cms/CmsSigning.h"
 
 namespace TesseraLib {
 
 namespace {
+
+using cms::Fail;
 
 // Octets of the length field of a content of `n` bytes.
 long LengthOctets(long n) {
@@ -145,14 +148,6 @@ long SignatureAlgorithmLength(EVP_PKEY* key, const EVP_MD* md) {
         }
     }
     return DerLength(i2d_X509_ALGOR, algorithm.get());
-}
-
-[[noreturn]] void Fail(const LogChannel* log, const wchar_t* text, int code) {
-    if (log->IsErrorEnabled()) {
-        log->Write(LogLevel::Error, text);
-    }
-    ERR_clear_error();
-    CryptException::Throw(code, L"");
 }
 
 // Bytes left in `content`, read through.

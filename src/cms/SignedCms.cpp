@@ -15,6 +15,7 @@
 #include "OcspException.h"
 #include "OpenSslPtr.h"
 #include "QorDer.h"
+#include "cms/CmsFailure.h"
 #include "cms/CmsOid.h"
 #include "cms/CmsRevocationInfo.h"
 
@@ -33,31 +34,8 @@ constexpr const wchar_t* kChannelName = L"SignedCms";
 constexpr const char* kOidData = "1.2.840.113549.1.7.1";
 constexpr const char* kOidTstInfo = "1.2.840.113549.1.9.16.1.4";
 
-void LogError(const LogChannel* log, const wchar_t* text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->Write(LogLevel::Error, text);
-    }
-}
-
-// Logs `text` with OpenSSL's queued errors (and empties the queue).
-void LogCryptoErrors(const LogChannel* log, const char* text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->WriteCryptoErrors(text);
-    }
-    ERR_clear_error();
-}
-
-[[noreturn]] void Fail(const LogChannel* log, const wchar_t* text, int code,
-                       const wchar_t* message = L"") {
-    LogError(log, text);
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
-
-[[noreturn]] void FailCrypto(const LogChannel* log, const char* text, int code) {
-    LogCryptoErrors(log, text);
-    CryptException::Throw(code, L"");
-}
+using cms::Fail;
+using cms::FailCrypto;
 
 qorstd::QorArray<unsigned char> ToArray(const std::vector<unsigned char>& bytes) {
     return qorstd::QorArray<unsigned char>(bytes.data(), static_cast<unsigned int>(bytes.size()));

@@ -27,6 +27,7 @@
 #include "X509Chain.h"
 #include "X509ChainPolicy.h"
 #include "X509Store.h"
+#include "cms/CmsFailure.h"
 #include "cms/CmsSigning.h"
 
 namespace TesseraLib {
@@ -51,30 +52,8 @@ constexpr int kCkrMechanismInvalid = 0x70;
 constexpr int kCkrPinIncorrect = 0xA0;
 constexpr int kCkrPinLocked = 0xA4;
 
-void LogError(const LogChannel* log, const wchar_t* text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->Write(LogLevel::Error, text);
-    }
-}
-
-void LogCryptoErrors(const LogChannel* log, const char* text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->WriteCryptoErrors(text);
-    }
-    ERR_clear_error();
-}
-
-[[noreturn]] void Fail(const LogChannel* log, const wchar_t* text, int code,
-                       const wchar_t* message = L"") {
-    LogError(log, text);
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
-
-[[noreturn]] void FailCrypto(const LogChannel* log, const char* text, int code) {
-    LogCryptoErrors(log, text);
-    CryptException::Throw(code, L"");
-}
+using cms::Fail;
+using cms::FailCrypto;
 
 // The code a failed completion stands for. A token key's engine queues the
 // PKCS #11 return value as the reason of an error of its own library, whose
@@ -135,9 +114,7 @@ int SigningFailureCode() {
 
 // Logs the failed completion with OpenSSL's errors and throws its code.
 [[noreturn]] void FailSigning(const LogChannel* log, const char* text) {
-    const int code = SigningFailureCode();
-    LogCryptoErrors(log, text);
-    CryptException::Throw(code, L"");
+    FailCrypto(log, text, SigningFailureCode());
 }
 
 // Whether `certs` holds a certificate equal to `cert`.
@@ -299,6 +276,21 @@ bool FindIssuer(const SignerCms& signer, const X509Certificate& cert, X509Certif
     return false;
 }
 
+// Paths of the signer certificate: from the signer's trust store, through
+// its extra store, without revocation checks. Without a trust store, fails
+// with `text` logged.
+void SetSignerPathPolicy(const LogChannel* log, const wchar_t* text, const SignerCms& signer,
+                         X509ChainPolicy* policy) {
+    if (signer.GetTrustStore() == nullptr) {
+        Fail(log, text, ErrInvalidParameter, L"signer.GetTrustStore()==NULL");
+    }
+    policy->SetTrustStore(signer.GetTrustStore());
+    if (signer.GetExtraStore() != nullptr) {
+        policy->SetExtraStore(signer.GetExtraStore());
+    }
+    policy->SetRevocationOption(X509ChainPolicy::revOptionNone);
+}
+
 // The check of the signer certificate before it signs, at the current time:
 // option 0 its time validity; 1 also the issuer's signature when the issuer
 // is at hand; 2 a path to an anchor of the signer's trust store (no
@@ -317,16 +309,10 @@ void CheckSignerCertificate(const LogChannel* log, const SignerCms& signer) {
             break;
         }
         case X509Certificate::cptVerifyWholeChain: {
-            if (signer.GetTrustStore() == nullptr) {
-                Fail(log, L"AddSignerCms: Trust store not set - signer.GetTrustStore()=NULL",
-                     ErrInvalidParameter, L"signer.GetTrustStore()==NULL");
-            }
             X509ChainPolicy policy;
-            policy.SetTrustStore(signer.GetTrustStore());
-            if (signer.GetExtraStore() != nullptr) {
-                policy.SetExtraStore(signer.GetExtraStore());
-            }
-            policy.SetRevocationOption(X509ChainPolicy::revOptionNone);
+            SetSignerPathPolicy(log,
+                                L"AddSignerCms: Trust store not set - signer.GetTrustStore()=NULL",
+                                signer, &policy);
             cert.Verify(X509Certificate::cptVerifyWholeChain, now, nullptr, &policy, nullptr);
             return;
         }
@@ -415,15 +401,7 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
     }
     certs.reset();
     content.reset();
-    FreeCms(0);
-    m_pCms = cms.release();
-    {
-        const OwnMessageScope parsing(m_parsingOwnMessage);
-        ParseCms(m_pCms);
-    }
-    if (type == cptCmsTimeStamp) {
-        GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
-    }
+    AdoptSignedMessage(cms.release(), signer, type);
 }
 
 void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
@@ -459,15 +437,7 @@ void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
         FailSigning(m_log.get(), "SignDigest: FinalizeDigestSigner() failed.");
     }
     certs.reset();
-    FreeCms(0);
-    m_pCms = cms.release();
-    {
-        const OwnMessageScope parsing(m_parsingOwnMessage);
-        ParseCms(m_pCms);
-    }
-    if (type == cptCmsTimeStamp) {
-        GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
-    }
+    AdoptSignedMessage(cms.release(), signer, type);
 }
 
 void SignedCms::CoSign(const SignerCms& signer) {
@@ -493,13 +463,8 @@ void SignedCms::CoSign(const SignerCms& signer) {
         FailCrypto(m_log.get(), "CoSign: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
     }
     AddSignerCertificates(cms.get(), signer);
-    unsigned int flags = CMS_BINARY | CMS_NOSMIMECAP | CMS_NOCERTS;
-    if (signer.GetAttributeOption() == SignerCms::cptAttributeNone) {
-        flags |= CMS_NOATTR;
-    }
-    if (m_detached != 0) {
-        flags |= CMS_DETACHED;
-    }
+    // The signer's certificates are in already.
+    const unsigned int flags = cmssign::SignFlags(signer, m_detached) | CMS_NOCERTS;
     CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
     if (FinalizeSigner(cms.get(), signerInfo, content.get(), flags) != 1) {
         FailSigning(m_log.get(), "CoSign: FinalizeSigner() failed.");
@@ -511,6 +476,19 @@ void SignedCms::CoSign(const SignerCms& signer) {
 }
 
 // ----------------------------------------------------------- building blocks
+
+void SignedCms::AdoptSignedMessage(CMS_ContentInfo* cms, const SignerCms& signer, cptCmsType type) {
+    CmsContentInfoPtr owned(cms);
+    FreeCms(0);
+    m_pCms = owned.release();
+    {
+        const OwnMessageScope parsing(m_parsingOwnMessage);
+        ParseCms(m_pCms);
+    }
+    if (type == cptCmsTimeStamp) {
+        GetSignerInfo(0)->Upgrade(cptCmsTimeStamp, signer.GetTspClient());
+    }
+}
 
 CMS_SignerInfo* SignedCms::AddSignerCms(CMS_ContentInfo* cms, const SignerCms& signer,
                                         unsigned int flags) {
@@ -564,17 +542,11 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
     }
     if (option == SignerCms::cptIncludeChainWithoutRoot ||
         option == SignerCms::cptIncludeWholeChain) {
-        if (signer.GetTrustStore() == nullptr) {
-            Fail(m_log.get(),
-                 L"EnumSignerCertificates: Trust store not set - signer.GetTrustStore()=NULL",
-                 ErrInvalidParameter, L"signer.GetTrustStore()==NULL");
-        }
         X509ChainPolicy policy;
-        policy.SetTrustStore(signer.GetTrustStore());
-        if (signer.GetExtraStore() != nullptr) {
-            policy.SetExtraStore(signer.GetExtraStore());
-        }
-        policy.SetRevocationOption(X509ChainPolicy::revOptionNone);
+        SetSignerPathPolicy(
+            m_log.get(),
+            L"EnumSignerCertificates: Trust store not set - signer.GetTrustStore()=NULL", signer,
+            &policy);
         X509Chain chain(&policy);
         chain.Build(&certificate, 0);
         const qorstd::QorVector<X509ChainElement>& elements = chain.GetElements();

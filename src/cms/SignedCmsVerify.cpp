@@ -25,6 +25,7 @@
 #include "VerificationData.h"
 #include "VerifierCms.h"
 #include "X509Chain.h"
+#include "cms/CmsFailure.h"
 
 namespace TesseraLib {
 
@@ -33,24 +34,14 @@ namespace {
 const wchar_t kNullSigner[] = L"SignedCms::SignerInfo - pSigner = NULL";
 const wchar_t kNullDigest[] = L"SignedCms::SignerInfo - pContentDigest = NULL";
 
+// Unlike cms::Fail, leaves OpenSSL's error queue alone: what OpenSSL
+// reported has been logged, and the queue emptied, by LogCryptoErrors.
 [[noreturn]] void Fail(int code, const wchar_t* message = L"") {
     CryptException::Throw(code, message);
 }
 
-void LogLine(const LogChannel* log, LogLevel level, const wchar_t* text) {
-    if (log != nullptr && log->IsEnabled(level)) {
-        log->Write(level, text);
-    }
-}
-
-// Logs `text` with OpenSSL's queued errors; the queue is empty afterwards
-// whether or not the line was written.
-void LogCrypto(const LogChannel* log, const char* text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->WriteCryptoErrors(text);
-    }
-    ERR_clear_error();
-}
+using cms::LogCryptoErrors;
+using cms::LogLine;
 
 qorstd::QorStringW Widen(const qorstd::QorString& text) {
     return qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetAscii);
@@ -162,63 +153,73 @@ X509* AttachedSignerCertificate(const CMS_SignerInfo* signer) {
     return certificate;
 }
 
+// The signer's signature over its signed attributes, when it has any: what
+// VerifySignature checks before the content (or its digest).
+void VerifySignedAttributes(const LogChannel* log, const CMS_SignerInfo* signer) {
+    LogLine(log, LogLevel::Debug, L"VerifySignature()");
+    ERR_clear_error();
+    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
+    if (CMS_signed_get_attr_count(si) > 0 && CMS_SignerInfo_verify(si) <= 0) {
+        LogCryptoErrors(log, "VerifySignature: CMS_SignerInfo_verify failed.");
+        Fail(ErrSignatureVerification);
+    }
+}
+
+// Logs "<operation>: <text>" as an error.
+void LogOperationError(const LogChannel* log, const wchar_t* operation, const wchar_t* text) {
+    qorstd::QorStringW line(operation);
+    line.append(L": ");
+    line.append(text);
+    LogLine(log, LogLevel::Error, line.c_str());
+}
+
+// The signers a whole-message check goes through, after its log line:
+// `operation` names the check in the log. A message that is not there or has
+// no signer fails.
+qorstd::QorVector<SignedCms::SignerInfo>& MessageSigners(
+    const LogChannel* log, const wchar_t* operation, const VerifierCms& verifier,
+    const CMS_ContentInfo* cms, qorstd::QorVector<SignedCms::SignerInfo>* signers) {
+    if (log != nullptr && log->IsInfoEnabled()) {
+        log->WriteFormat(LogLevel::Info, L"%ls(VerifyOption:%d)", operation,
+                         static_cast<int>(verifier.GetVerifyOption()));
+    }
+    if (cms == nullptr) {
+        LogOperationError(log, operation, L"CMS not present - m_pCms is null");
+        Fail(ErrNoMessage);
+    }
+    if (signers == nullptr || signers->IsEmpty()) {
+        LogOperationError(log, operation, L"Signer is not present.");
+        Fail(ErrNoSigner);
+    }
+    return *signers;
+}
+
 }  // namespace
 
 // ------------------------------------------------------------ whole message
 
 void SignedCms::Verify(const VerifierCms& verifier, cptCmsType type) {
-    if (m_log && m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"Verify(VerifyOption:%d)",
-                           static_cast<int>(verifier.GetVerifyOption()));
-    }
-    if (m_pCms == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"Verify: CMS not present - m_pCms is null");
-        Fail(ErrNoMessage);
-    }
-    if (!m_pvSigners || m_pvSigners->IsEmpty()) {
-        LogLine(m_log.get(), LogLevel::Error, L"Verify: Signer is not present.");
-        Fail(ErrNoSigner);
-    }
-    for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
-        (*m_pvSigners)[i].Verify(verifier, type);
+    qorstd::QorVector<SignerInfo>& signers =
+        MessageSigners(m_log.get(), L"Verify", verifier, m_pCms, m_pvSigners.get());
+    for (unsigned int i = 0; i < signers.GetSize(); ++i) {
+        signers[i].Verify(verifier, type);
     }
 }
 
 void SignedCms::VerifyDigest(const VerifierCms& verifier,
                              const qorstd::QorArray<unsigned char>& hash, cptCmsType type) {
-    if (m_log && m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"VerifyDigest(VerifyOption:%d)",
-                           static_cast<int>(verifier.GetVerifyOption()));
-    }
-    if (m_pCms == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyDigest: CMS not present - m_pCms is null");
-        Fail(ErrNoMessage);
-    }
-    if (!m_pvSigners || m_pvSigners->IsEmpty()) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyDigest: Signer is not present.");
-        Fail(ErrNoSigner);
-    }
-    for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
-        (*m_pvSigners)[i].VerifyDigest(verifier, hash, type);
+    qorstd::QorVector<SignerInfo>& signers =
+        MessageSigners(m_log.get(), L"VerifyDigest", verifier, m_pCms, m_pvSigners.get());
+    for (unsigned int i = 0; i < signers.GetSize(); ++i) {
+        signers[i].VerifyDigest(verifier, hash, type);
     }
 }
 
 void SignedCms::VerifySignerCertificate(const VerifierCms& verifier) {
-    if (m_log && m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"VerifySignerCertificate(VerifyOption:%d)",
-                           static_cast<int>(verifier.GetVerifyOption()));
-    }
-    if (m_pCms == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error,
-                L"VerifySignerCertificate: CMS not present - m_pCms is null");
-        Fail(ErrNoMessage);
-    }
-    if (!m_pvSigners || m_pvSigners->IsEmpty()) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifySignerCertificate: Signer is not present.");
-        Fail(ErrNoSigner);
-    }
-    for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
-        (*m_pvSigners)[i].VerifySignerCertificate(verifier);
+    qorstd::QorVector<SignerInfo>& signers = MessageSigners(m_log.get(), L"VerifySignerCertificate",
+                                                            verifier, m_pCms, m_pvSigners.get());
+    for (unsigned int i = 0; i < signers.GetSize(); ++i) {
+        signers[i].VerifySignerCertificate(verifier);
     }
 }
 
@@ -243,12 +244,8 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
         log->WriteFormat(LogLevel::Info, L"%ls(Signer:%ls VerifyOption:%d)", operation,
                          m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
     }
-    const qorstd::QorStringW op(operation);
-    const auto logError = [log, &op](const wchar_t* text) {
-        qorstd::QorStringW line(op);
-        line.append(L": ");
-        line.append(text);
-        LogLine(log, LogLevel::Error, line.c_str());
+    const auto logError = [log, operation](const wchar_t* text) {
+        LogOperationError(log, operation, text);
     };
 
     m_verifyInfo = 0;
@@ -370,13 +367,7 @@ void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer) const 
         LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pSigner is null");
         Fail(ErrInternal, kNullSigner);
     }
-    LogLine(m_log.get(), LogLevel::Debug, L"VerifySignature()");
-    ERR_clear_error();
-    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
-    if (CMS_signed_get_attr_count(si) > 0 && CMS_SignerInfo_verify(si) <= 0) {
-        LogCrypto(m_log.get(), "VerifySignature: CMS_SignerInfo_verify failed.");
-        Fail(ErrSignatureVerification);
-    }
+    VerifySignedAttributes(m_log.get(), signer);
     VerifyContent(signer);
 }
 
@@ -391,13 +382,7 @@ void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer,
         LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pContentDigest is null");
         Fail(ErrInternal, kNullDigest);
     }
-    LogLine(m_log.get(), LogLevel::Debug, L"VerifySignature()");
-    ERR_clear_error();
-    CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
-    if (CMS_signed_get_attr_count(si) > 0 && CMS_SignerInfo_verify(si) <= 0) {
-        LogCrypto(m_log.get(), "VerifySignature: CMS_SignerInfo_verify failed.");
-        Fail(ErrSignatureVerification);
-    }
+    VerifySignedAttributes(m_log.get(), signer);
     VerifyContent(signer, digest, length);
 }
 
@@ -433,16 +418,16 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer) const {
     ERR_clear_error();
     const ContentChain chain(CMS_dataInit(cms, content.get()), content.get());
     if (chain.get() == nullptr) {
-        LogCrypto(m_log.get(), "VerifyContent: CMS_dataInit() failed.");
+        LogCryptoErrors(m_log.get(), "VerifyContent: CMS_dataInit() failed.");
         Fail(ErrInternal);
     }
     if (!CmsCopyContent(chain.get())) {
-        LogCrypto(m_log.get(), "VerifyContent: CmsCopyContent() failed.");
+        LogCryptoErrors(m_log.get(), "VerifyContent: CmsCopyContent() failed.");
         Fail(ErrInternal);
     }
     if (CMS_SignerInfo_verify_content(const_cast<CMS_SignerInfo*>(signer), chain.get()) <= 0) {
         const int code = ContentFailureCode(ERR_peek_error());
-        LogCrypto(m_log.get(), "VerifyContent: CMS_SignerInfo_verify_content() failed.");
+        LogCryptoErrors(m_log.get(), "VerifyContent: CMS_SignerInfo_verify_content() failed.");
         Fail(code);
     }
 }
@@ -506,18 +491,18 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const un
     ERR_clear_error();
     EvpPkeyCtxPtr context(EVP_PKEY_CTX_new(key, nullptr));
     if (!context || EVP_PKEY_verify_init(context.get()) <= 0) {
-        LogCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify_init failed.");
+        LogCryptoErrors(m_log.get(), "VerifyContent: EVP_PKEY_verify_init failed.");
         Fail(ErrInternal);
     }
     if (EVP_PKEY_CTX_set_signature_md(context.get(), md) <= 0) {
-        LogCrypto(m_log.get(), "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.");
+        LogCryptoErrors(m_log.get(), "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.");
         Fail(ErrInternal);
     }
     const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(si);
     if (signature == nullptr ||
         EVP_PKEY_verify(context.get(), ASN1_STRING_get0_data(signature),
                         static_cast<size_t>(ASN1_STRING_length(signature)), digest, length) != 1) {
-        LogCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify() failed.");
+        LogCryptoErrors(m_log.get(), "VerifyContent: EVP_PKEY_verify() failed.");
         Fail(ErrInvalidSignature);
     }
 }

@@ -14,6 +14,7 @@
 #include "SignedCms.h"
 #include "X509Attribute.h"
 #include "X509Chain.h"
+#include "cms/CmsFailure.h"
 #include "cms/CmsOid.h"
 #include "x509/X509Bytes.h"
 
@@ -24,26 +25,8 @@ namespace {
 constexpr const wchar_t* kChannelName = L"SignedCms.SignerInfo";
 constexpr const wchar_t* kNoSigner = L"SignedCms::SignerInfo - m_pSigner = NULL";
 
-void LogError(const LogChannel* log, const std::wstring& text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->Write(LogLevel::Error, text.c_str());
-    }
-}
-
-[[noreturn]] void Fail(const LogChannel* log, const std::wstring& text, int code,
-                       const wchar_t* message = L"") {
-    LogError(log, text);
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
-
-[[noreturn]] void FailCrypto(const LogChannel* log, const char* text, int code) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->WriteCryptoErrors(text);
-    }
-    ERR_clear_error();
-    CryptException::Throw(code, L"");
-}
+using cms::Fail;
+using cms::FailCrypto;
 
 // The signer handle OpenSSL's getters want; they only read it.
 CMS_SignerInfo* Mutable(const CMS_SignerInfo* signer) {
@@ -52,7 +35,8 @@ CMS_SignerInfo* Mutable(const CMS_SignerInfo* signer) {
 
 void RequireSigner(const LogChannel* log, const CMS_SignerInfo* signer, const wchar_t* operation) {
     if (signer == nullptr) {
-        Fail(log, std::wstring(operation) + L": m_pSigner is null", ErrInternal, kNoSigner);
+        const std::wstring text = std::wstring(operation) + L": m_pSigner is null";
+        Fail(log, text.c_str(), ErrInternal, kNoSigner);
     }
 }
 
@@ -60,8 +44,8 @@ void RequireSigner(const LogChannel* log, const CMS_SignerInfo* signer, const wc
 Asn1ObjectPtr ObjectOf(const LogChannel* log, const char* oid, const wchar_t* operation) {
     Asn1ObjectPtr object(oid != nullptr ? OBJ_txt2obj(oid, 1) : nullptr);
     if (!object) {
-        Fail(log, std::wstring(operation) + L": pAsn1Obj is null", ErrInternal,
-             L"SignedCms::SignerInfo - pAsn1Obj = NULL");
+        const std::wstring text = std::wstring(operation) + L": pAsn1Obj is null";
+        Fail(log, text.c_str(), ErrInternal, L"SignedCms::SignerInfo - pAsn1Obj = NULL");
     }
     return object;
 }

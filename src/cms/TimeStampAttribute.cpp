@@ -11,6 +11,7 @@
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "TspException.h"
+#include "cms/CmsFailure.h"
 
 namespace qorstd {
 template class QorVector<TesseraLib::TimeStampAttribute>;
@@ -25,18 +26,7 @@ constexpr const wchar_t* kChannelName = L"TimeStampAttribute";
 constexpr const char* kOidSignatureTimeStamp = "1.2.840.113549.1.9.16.2.14";
 constexpr const char* kOidArchiveTimeStampV3 = "0.4.0.1733.2.4";
 
-void LogError(const LogChannel* log, const wchar_t* text) {
-    if (log != nullptr && log->IsErrorEnabled()) {
-        log->Write(LogLevel::Error, text);
-    }
-}
-
-[[noreturn]] void Fail(const LogChannel* log, const wchar_t* text, int code,
-                       const wchar_t* message = L"") {
-    LogError(log, text);
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
+using cms::Fail;
 
 // A signature time-stamp attribute whose one value is the token DER.
 X509_ATTRIBUTE* CreateTokenAttribute(const unsigned char* der, unsigned int length) {

@@ -6,16 +6,14 @@
 #include <openssl/x509.h>
 
 #include "CryptException.h"
+#include "cms/CmsFailure.h"
 #include "cms/CmsOid.h"
 
 namespace TesseraLib {
 
 namespace {
 
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
+using cms::Fail;
 
 X509_ATTRIBUTE* Duplicate(const X509_ATTRIBUTE* attr) {
     if (attr == nullptr) {

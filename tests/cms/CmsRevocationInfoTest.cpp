@@ -5,31 +5,13 @@
 
 #include <vector>
 
+#include "TestCms.h"
 #include "cms/CmsRevocationInfo.h"
 
 using namespace TesseraLib::cms;
+using namespace tessera_test;
 
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-Bytes Tlv(unsigned char tag, const Bytes& content) {
-    Bytes out{tag};
-    if (content.size() >= 0x80) {
-        out.push_back(0x81);
-    }
-    out.push_back(static_cast<unsigned char>(content.size()));
-    out.insert(out.end(), content.begin(), content.end());
-    return out;
-}
-
-Bytes Join(const std::vector<Bytes>& parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
-}
 
 const Bytes kSignedDataOid = {0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
 const Bytes kOcspOid = {0x06, 0x08, 0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x10, 0x02};
@@ -42,17 +24,11 @@ Bytes Message(const Bytes& certificates, const Bytes& revocations) {
     const Bytes algorithm = Tlv(0x30, {0x06, 0x01, 0x2A});
     // issuer-and-serial signer without attributes; key-identifier signer with
     // signed and unsigned attributes
-    const Bytes first = Tlv(0x30, Join({{0x02, 0x01, 0x01},
-                                        Tlv(0x30, {0x05, 0x00}),
-                                        algorithm,
-                                        algorithm,
-                                        {0x04, 0x02, 0xAA, 0xBB}}));
-    const Bytes second = Tlv(0x30, Join({{0x02, 0x01, 0x03, 0x80, 0x01, 0x07},
-                                         algorithm,
-                                         {0xA0, 0x02, 0x30, 0x00},
-                                         algorithm,
-                                         {0x04, 0x01, 0xCC},
-                                         {0xA1, 0x02, 0x30, 0x00}}));
+    const Bytes v1Sid = {0x02, 0x01, 0x01, 0x30, 0x02, 0x05, 0x00}, none = {0x30, 0x00};
+    const Bytes v3KeyId = {0x02, 0x01, 0x03, 0x80, 0x01, 0x07};
+    const Bytes first = Tlv(0x30, Join({v1Sid, algorithm, algorithm, Tlv(0x04, {0xAA, 0xBB})}));
+    const Bytes second = Tlv(0x30, Join({v3KeyId, algorithm, Tlv(0xA0, none), algorithm,
+                                         Tlv(0x04, {0xCC}), Tlv(0xA1, none)}));
     const Bytes signers = Tlv(0x31, Join({first, second}));
     const Bytes signedData = Tlv(
         0x30, Join({{0x02, 0x01, 0x03}, Tlv(0x31, {}), encap, certificates, revocations, signers}));
@@ -77,16 +53,14 @@ TEST(CmsRevocationInfoTest, ReadsVersionsAndOtherChoices) {
     ASSERT_TRUE(ReadSignedDataLayout(der.data(), der.size(), &layout));
     EXPECT_EQ(layout.version, 3u);
     EXPECT_EQ(layout.signerVersions, (std::vector<unsigned long>{1, 3})) << "in message order";
-    ASSERT_EQ(layout.signerSignatures.size(), 2u);
-    EXPECT_EQ(Bytes(layout.signerSignatures[0].data,
-                    layout.signerSignatures[0].data + layout.signerSignatures[0].length),
-              (Bytes{0xAA, 0xBB}));
-    EXPECT_EQ(Bytes(layout.signerSignatures[1].data,
-                    layout.signerSignatures[1].data + layout.signerSignatures[1].length),
-              Bytes{0xCC})
-        << "the signature follows the signed attributes";
-    EXPECT_EQ(layout.certificates.size(), 4u);
-    EXPECT_EQ(layout.revocationInfos.size(), 4u);
+    std::vector<Bytes> signatures;
+    for (const auto& signature : layout.signerSignatures) {
+        signatures.emplace_back(signature.data, signature.data + signature.length);
+    }
+    EXPECT_EQ(signatures, (std::vector<Bytes>{{0xAA, 0xBB}, {0xCC}}))
+        << "in message order; the second follows the signed attributes";
+    EXPECT_TRUE(layout.certificates.size() == 4u && layout.revocationInfos.size() == 4u)
+        << "every choice of both sets";
     EXPECT_EQ(OcspResponsesOf(layout), std::vector<Bytes>{kResponse})
         << "only id-ri-ocsp-response with a SEQUENCE value";
     EXPECT_EQ(AttributeCertsOf(layout),
@@ -105,15 +79,14 @@ TEST(CmsRevocationInfoTest, RefusesMalformedInput) {
         EXPECT_FALSE(ReadSignedDataLayout(der.data(), length, &layout))
             << "truncated to " << length << " bytes";
     }
-    Bytes indefinite = der;
+    Bytes indefinite = der, enveloped = der;
     indefinite[1] = 0x80;
-    EXPECT_FALSE(ReadSignedDataLayout(indefinite.data(), indefinite.size(), &layout))
-        << "indefinite length (no DER)";
-    Bytes enveloped = der;
     enveloped[2 + 10] = 0x03;  // last OID octet: 1.2.840.113549.1.7.3
-    EXPECT_FALSE(ReadSignedDataLayout(enveloped.data(), enveloped.size(), &layout))
-        << "another content type";
-    const Bytes hugeLength = {0x30, 0x84, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
-    EXPECT_FALSE(ReadSignedDataLayout(hugeLength.data(), hugeLength.size(), &layout))
-        << "a length beyond the buffer";
+    const std::pair<Bytes, const char*> refused[] = {
+        {indefinite, "indefinite length (no DER)"},
+        {enveloped, "another content type"},
+        {{0x30, 0x84, 0xFF, 0xFF, 0xFF, 0xFF, 0x00}, "a length beyond the buffer"}};
+    for (const auto& r : refused) {
+        EXPECT_FALSE(ReadSignedDataLayout(r.first.data(), r.first.size(), &layout)) << r.second;
+    }
 }

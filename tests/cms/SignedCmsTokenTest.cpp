@@ -4,87 +4,66 @@
 #include <openssl/engine.h>
 #include <openssl/err.h>
 
-#include <cstdlib>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "CryptKey.h"
-#include "Pkcs11Manager.h"
-#include "SignedCms.h"
-#include "SignerCms.h"
 #include "SoftHsmFixture.h"
-#include "TesseraApi.h"
-#include "TestPki.h"
 #include "TestServers.h"
+#include "TestTessera.h"
 
 using namespace TesseraLib;
+using namespace tessera_test;
 
 namespace {
 
-class TokenSignTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        const std::wstring module = softhsm::WideValue("module");
-        ASSERT_FALSE(module.empty()) << "the softhsm fixture must have written its module path";
-        softhsm::KeepEngineLibraryLoaded();
-        ASSERT_EQ(Tessera_InitializePkcs11(module.c_str(), softhsm::WideValue("engine").c_str()), 1)
-            << "module and engine load";
-        m_engine.reset(Pkcs11Manager::GetInstance().GetEngine());
-        ASSERT_NE(m_engine, nullptr) << "the engine pkcs11 is registered";
-    }
+struct EngineFree {
+    void operator()(ENGINE* engine) const { ENGINE_free(engine); }
+};
 
-    void TearDown() override {
-        m_engine.reset();
+// Shuts the token layer down once everything that uses it is gone.
+struct Pkcs11Shutdown {
+    ~Pkcs11Shutdown() {
         ERR_clear_error();
         EXPECT_EQ(Tessera_UninitializePkcs11(), 1) << "shut-down succeeds";
     }
-
-    struct EngineFree {
-        void operator()(ENGINE* engine) const { ENGINE_free(engine); }
-    };
-    std::unique_ptr<ENGINE, EngineFree> m_engine;
 };
 
-TEST_F(TokenSignTest, TokenKeySignsAMessageOpensslVerifies) {
-    ASSERT_EQ(ENGINE_ctrl_cmd_string(m_engine.get(), "PIN", softhsm::Value("pin").c_str(), 0), 1);
+TEST(TokenSignTest, TokenKeySignsAMessageOpensslVerifies) {
+    const std::wstring module = softhsm::WideValue("module");
+    ASSERT_FALSE(module.empty()) << "the softhsm fixture must have written its module path";
+    softhsm::KeepEngineLibraryLoaded();
+    const Pkcs11Shutdown shutdown;
+    ASSERT_EQ(Tessera_InitializePkcs11(module.c_str(), softhsm::WideValue("engine").c_str()), 1)
+        << "module and engine load";
+    std::unique_ptr<ENGINE, EngineFree> engine(Pkcs11Manager::GetInstance().GetEngine());
+    ASSERT_NE(engine, nullptr) << "the engine pkcs11 is registered";
+    ASSERT_EQ(ENGINE_ctrl_cmd_string(engine.get(), "PIN", softhsm::Value("pin").c_str(), 0), 1);
     // libp11 reads the slot in decimal.
     const std::string keyId = "slot_" + std::to_string(softhsm::SlotId()) + "-id_0102";
     std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-        ENGINE_load_private_key(m_engine.get(), keyId.c_str(), nullptr, nullptr), EVP_PKEY_free);
+        ENGINE_load_private_key(engine.get(), keyId.c_str(), nullptr, nullptr), EVP_PKEY_free);
     ASSERT_NE(key, nullptr) << "the token's key loads";
 
-    const std::vector<unsigned char> der = softhsm::CertificateDer();
+    const Bytes der = softhsm::CertificateDer();
     X509Certificate cert(der.data(), static_cast<long>(der.size()));
     std::unique_ptr<CryptKey> tokenKey(CryptKey::CreateKey(key.get()));
     cert.SetPrivateKey(tokenKey.get());
     SignerCms signer(cert);
     signer.SetIncludeOption(SignerCms::cptIncludeSignerCertificate);
     signer.SetAttributeOption(SignerCms::cptAttributeDefault);
-
     const std::string text = "signed on the token";
-    SignedCms cms(
-        qorstd::QorArray<unsigned char>(reinterpret_cast<const unsigned char*>(text.data()),
-                                        static_cast<unsigned int>(text.size())));
+    SignedCms cms(Array(text));
     const unsigned long estimate = cms.EstimateSize(signer, SignedCms::cptCmsBasic, 0);
     cms.Sign(signer, SignedCms::cptCmsBasic, 0);
-    const qorstd::QorArray<unsigned char> message = cms.Encode();
-    EXPECT_EQ(estimate, message.GetSize()) << "the estimate holds for a token key as well";
+    const Bytes message = ToBytes(cms.Encode());
+    EXPECT_EQ(estimate, message.size()) << "the estimate holds for a token key as well";
 
-    char pattern[] = "/tmp/tessera-cmstoken-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    const std::string dir = pattern;
-    tessera_test::WriteTextFile(
-        dir + "/sig.der", std::string(message.GetData(), message.GetData() + message.GetSize()));
-    const std::string command =
-        "cd " + dir +
-        " && timeout 30 openssl cms -verify -binary -inform DER -in sig.der "
-        "-CAfile " +
-        tessera_test::ServerDir("softhsm") + "/cert.pem -purpose any -out out.bin 2>/dev/null";
-    const int status = std::system(command.c_str());
-    const std::vector<unsigned char> out = tessera_test::ReadBinaryFile(dir + "/out.bin");
-    std::system(("rm -rf " + dir).c_str());
-    EXPECT_EQ(status, 0) << "openssl verifies the token's signature";
+    ScratchDir dir;
+    dir.Write("sig.der", message);
+    EXPECT_TRUE(dir.Openssl("cms -verify -binary -inform DER -in sig.der -CAfile " +
+                            ServerDir("softhsm") + "/cert.pem -purpose any -out out.bin"))
+        << "openssl verifies the token's signature: " << dir.Output();
+    const Bytes out = ReadBinaryFile(dir.Path("out.bin"));
     EXPECT_EQ(std::string(out.begin(), out.end()), text) << "over the embedded content";
 }
 

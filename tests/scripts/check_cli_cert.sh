@@ -3,11 +3,7 @@
 # DER, text and JSON output, a name that needs JSON escaping, and failures.
 set -uo pipefail
 cli=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-fail=0
-check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
-cd "$scratch" || exit 1
+source "$(dirname "$0")/cli_lib.sh"
 
 openssl req -x509 -new -newkey rsa:2048 -nodes -keyout key.pem -out cert.pem -days 30 \
     -subj '/C=SK/O=Quote "Co"/CN=Cli Root' -set_serial 0x1F \

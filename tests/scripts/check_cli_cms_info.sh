@@ -4,11 +4,7 @@
 # message with a CRL (`openssl crl2pkcs7`), and a file that is no message.
 set -uo pipefail
 cli=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-fail=0
-check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
-cd "$scratch" || exit 1
+source "$(dirname "$0")/cli_lib.sh"
 
 openssl req -x509 -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key \
     -subj "/O=Tessera Test/CN=CLI Root" -days 2 -out ca.pem 2>/dev/null

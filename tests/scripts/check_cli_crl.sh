@@ -4,11 +4,7 @@
 # is written directly so that its time is fixed.
 set -uo pipefail
 cli=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-fail=0
-check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
-cd "$scratch" || exit 1
+source "$(dirname "$0")/cli_lib.sh"
 
 openssl req -x509 -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key \
     -subj "/O=Tessera Test/CN=CLI Root" -days 2 -out ca.pem 2>/dev/null
@@ -20,20 +16,7 @@ openssl x509 -req -in leaf.csr -CA ca.pem -CAkey ca.key -set_serial 0x2B -days 1
     -outform DER -out good.der 2>/dev/null
 printf 'R\t400101000000Z\t240601120000Z,keyCompromise\t2A\tunknown\t/CN=CLI Leaf\n' >index.txt
 echo 1000 >crlnumber
-cat >ca.cnf <<CNF
-[ca]
-default_ca = test
-[test]
-database = index.txt
-crlnumber = crlnumber
-certificate = ca.pem
-private_key = ca.key
-default_md = sha256
-default_crl_days = 7
-crl_extensions = crl_ext
-[crl_ext]
-authorityKeyIdentifier = keyid:always
-CNF
+write_ca_cnf ca.pem ca.key 'default_crl_days = 7'
 openssl ca -config ca.cnf -gencrl -out crl.pem 2>/dev/null
 openssl crl -in crl.pem -outform DER -out crl.der
 

@@ -3,11 +3,7 @@
 # EC, PKCS#8 and traditional, encrypted or not, and PKCS#12.
 set -uo pipefail
 cli=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-fail=0
-check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
-cd "$scratch" || exit 1
+source "$(dirname "$0")/cli_lib.sh"
 
 openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out rsa.pem 2>/dev/null
 openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ec.pem 2>/dev/null

@@ -9,11 +9,7 @@
 # and the softhsm fixture's token key for --pkcs11.
 set -uo pipefail
 cli=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-fail=0
-check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
-cd "$scratch" || exit 1
+source "$(dirname "$0")/cli_lib.sh"
 
 openssl req -x509 -newkey rsa:2048 -nodes -keyout root.key -out root.pem -subj "/CN=CLI Root" \
     -days 30 -addext basicConstraints=critical,CA:TRUE -addext keyUsage=keyCertSign 2>/dev/null

@@ -11,29 +11,9 @@
 set -uo pipefail
 cli=$1
 pki=$TESSERA_TEST_SERVERS/ocsp/pki
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-fail=0
-check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
-cd "$scratch" || exit 1
+source "$(dirname "$0")/cli_lib.sh"
 
-cp "$pki/index.txt" index.txt
-echo 1000 >crlnumber
-cat >ca.cnf <<CNF
-[ca]
-default_ca = test
-[test]
-database = index.txt
-crlnumber = crlnumber
-certificate = $pki/ca.pem
-private_key = $pki/ca.key.pem
-default_md = sha256
-crl_extensions = crl_ext
-[crl_ext]
-authorityKeyIdentifier = keyid:always
-CNF
-openssl ca -config ca.cnf -gencrl -crl_lastupdate 20240610000000Z \
-    -crl_nextupdate 20240710000000Z -out crl.pem 2>/dev/null
+fixture_crl "$pki"
 printf 'signed by openssl, verified by tessera\n' >content.txt
 printf 'signed by openssl, verified by tessera?\n' >other.txt
 good=(-signer "$pki/good.pem" -inkey "$pki/good.key.pem")

@@ -44,6 +44,12 @@ bool RecordingLog::WasOpened(const std::wstring& channel) const {
     return std::find(m_opened.begin(), m_opened.end(), channel) != m_opened.end();
 }
 
+bool RecordingLog::Has(const std::wstring& channel, Level level, const std::wstring& text) const {
+    return std::any_of(m_lines.begin(), m_lines.end(), [&](const LogLine& line) {
+        return line.channel == channel && line.level == level && line.text == text;
+    });
+}
+
 int RecordingLog::Open(const wchar_t* name, LogChannelHandle* handle) {
     RecordingLog& log = Instance();
     log.m_opened.push_back(name);

@@ -40,6 +40,8 @@ public:
     // Lines written to one channel.
     std::vector<LogLine> LinesOf(const std::wstring& channel) const;
     bool WasOpened(const std::wstring& channel) const;
+    // Whether `channel` got the line `text` at `level`.
+    bool Has(const std::wstring& channel, Level level, const std::wstring& text) const;
 
 private:
     static int Open(const wchar_t* name, LogChannelHandle* handle);

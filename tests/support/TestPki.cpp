@@ -10,12 +10,15 @@
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <mutex>
 #include <stdexcept>
+#include <system_error>
 
 namespace tessera_test {
 
@@ -256,6 +259,16 @@ std::vector<std::pair<std::string, std::string>> CaExtensions() {
             {"keyUsage", "critical,keyCertSign,cRLSign,digitalSignature"}};
 }
 
+CertSpec BasicProfile(const std::string& commonName, long serial, bool ca) {
+    CertSpec profile;
+    profile.commonName = commonName;
+    profile.serial = serial;
+    profile.extensions = ca ? CaExtensions()
+                            : std::vector<std::pair<std::string, std::string>>{
+                                  {"keyUsage", "critical,digitalSignature,nonRepudiation"}};
+    return profile;
+}
+
 Issued IssueCertificate(const CertSpec& profile, const Issued* issuer) {
     Issued out;
     if (profile.key != nullptr) {
@@ -375,6 +388,39 @@ CertPtr ReadPemCertificate(const std::string& path) {
         return CertPtr();
     }
     return CertPtr(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+}
+
+ScratchDir::ScratchDir() {
+    char pattern[] = "/tmp/tessera-test-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) {
+        Fail("making a scratch folder");
+    }
+    m_dir = pattern;
+}
+
+ScratchDir::~ScratchDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_dir, ignored);
+}
+
+std::string ScratchDir::Write(const std::string& name, const std::string& bytes) const {
+    WriteTextFile(Path(name), bytes);
+    return Path(name);
+}
+
+std::string ScratchDir::Write(const std::string& name, const Bytes& bytes) const {
+    return Write(name, std::string(bytes.begin(), bytes.end()));
+}
+
+bool ScratchDir::Openssl(const std::string& args) const {
+    const std::string command =
+        "cd '" + m_dir + "' && timeout 30 openssl " + args + " >'" + Path(".output") + "' 2>&1";
+    return std::system(command.c_str()) == 0;
+}
+
+std::string ScratchDir::Output() const {
+    std::ifstream in(Path(".output"), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 namespace {

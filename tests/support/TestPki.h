@@ -116,6 +116,10 @@ std::vector<unsigned char> CertificatePoliciesDer(const std::vector<std::string>
 // Extensions of a certification authority (basic constraints, key usage).
 std::vector<std::pair<std::string, std::string>> CaExtensions();
 
+// A CA's profile (CaExtensions) or a signer's (critical key usage
+// digitalSignature, nonRepudiation).
+CertSpec BasicProfile(const std::string& commonName, long serial, bool ca);
+
 struct Issued {
     CertPtr cert;
     KeyPtr key;
@@ -135,6 +139,28 @@ std::vector<unsigned char> ReadBinaryFile(const std::string& path);
 
 // A certificate read from a PEM file (null when unreadable).
 CertPtr ReadPemCertificate(const std::string& path);
+
+// A private folder below /tmp, removed with the object, for the files of the
+// openssl command.
+class ScratchDir {
+public:
+    ScratchDir();
+    ~ScratchDir();
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    std::string Path(const std::string& name) const { return m_dir + "/" + name; }
+    // Writes the file, returns its path.
+    std::string Write(const std::string& name, const std::string& bytes) const;
+    std::string Write(const std::string& name, const std::vector<unsigned char>& bytes) const;
+    // Runs `openssl ARGS` inside the folder, for 30 seconds at most; true when
+    // it exits with 0. Output() is what it printed on stdout and stderr.
+    bool Openssl(const std::string& args) const;
+    std::string Output() const;
+
+private:
+    std::string m_dir;
+};
 
 // ---- CRLs and PKCS#12 files ------------------------------------------------
 

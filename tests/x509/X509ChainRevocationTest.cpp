@@ -11,19 +11,14 @@
 // there the CRL and verification times are taken relative to now.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "RecordingLog.h"
-#include "Tessera.h"
-#include "TestOcsp.h"
-#include "TestPki.h"
+#include "TestTessera.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
-using QorOcsp2Lib::OcspException;
 using QorOcsp2Lib::OcspResponse;
 
 namespace {
@@ -39,33 +34,21 @@ public:
 };
 
 struct Pki {
-    Issued ca, otherCa, leaf, otherLeaf;
-    Pki() {
-        CertSpec profile;
-        profile.extensions = CaExtensions();
-        profile.commonName = "Revocation CA";
-        ca = IssueCertificate(profile, nullptr);
-        profile.commonName = "Other CA";
-        otherCa = IssueCertificate(profile, nullptr);
-        profile.extensions.clear();
-        profile.commonName = "Leaf";
-        profile.serial = 7;
+    Issued ca = IssueCertificate(BasicProfile("Revocation CA", 1, true), nullptr);
+    Issued otherCa = IssueCertificate(BasicProfile("Other CA", 1, true), nullptr);
+    Issued leaf = Leaf("Leaf", 7), otherLeaf = Leaf("Other Leaf", 8);
+
+    Issued Leaf(const char* name, long serial) const {
+        CertSpec profile = BasicProfile(name, serial, false);
         profile.notBefore = UtcTime(2024, 1, 1);
         profile.notAfter = UtcTime(2099, 1, 1);
-        leaf = IssueCertificate(profile, &ca);
-        profile.commonName = "Other Leaf";
-        profile.serial = 8;
-        otherLeaf = IssueCertificate(profile, &ca);
+        return IssueCertificate(profile, &ca);
     }
 };
 
 const Pki& Certs() {
     static const Pki pki;
     return pki;
-}
-
-X509Certificate Cert(const Issued& issued) {
-    return X509Certificate(issued.cert.get());
 }
 
 // nextUpdate 0: the CRL has none.
@@ -76,11 +59,17 @@ X509Crl Crl(std::int64_t thisUpdate, std::int64_t nextUpdate, const Issued& issu
     profile.nextUpdate = nextUpdate;
     profile.revoked = revoked;
     profile.crlNumber = number;
-    const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, issuer).get());
+    const Bytes der = CrlToDer(IssueCrl(profile, issuer).get());
     return X509Crl(der.data(), static_cast<long>(der.size()));
 }
 
-// A response signed by the Revocation CA.
+OcspAnswer About(const Issued& cert, int status, std::int64_t thisUpdate,
+                 std::int64_t nextUpdate = 0, std::int64_t revocationTime = 0) {
+    return OcspAnswer{cert.cert.get(), status, -1, revocationTime, thisUpdate, nextUpdate};
+}
+
+// A response signed by the Revocation CA; by default one answer about the
+// leaf, produced at its thisUpdate.
 OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedAt,
                   const EVP_MD* idDigest = EVP_sha1()) {
     OcspResponseSpec profile;
@@ -89,38 +78,11 @@ OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedA
     profile.answers = answers;
     profile.producedAt = producedAt;
     profile.certIdDigest = idDigest;
-    const std::vector<unsigned char> der = MakeOcspResponse(profile);
-    OcspResponse response;
-    response.Decode(der.data(), static_cast<unsigned long>(der.size()));
-    return response;
+    return DecodedOcsp(profile);
 }
-
-OcspAnswer About(const Issued& cert, int status, std::int64_t thisUpdate,
-                 std::int64_t nextUpdate = 0, std::int64_t revocationTime = 0) {
-    return OcspAnswer{cert.cert.get(), status, -1, revocationTime, thisUpdate, nextUpdate};
-}
-
-// One answer about the leaf, produced at its thisUpdate.
 OcspResponse LeafOcsp(int status, std::int64_t thisUpdate, std::int64_t nextUpdate = 0,
                       std::int64_t revocationTime = 0) {
     return Ocsp({About(Certs().leaf, status, thisUpdate, nextUpdate, revocationTime)}, thisUpdate);
-}
-
-struct Thrown {
-    int code = 0;  // 0: nothing was thrown
-    std::wstring message;
-    bool byOcspLibrary = false;
-};
-
-Thrown Outcome(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return {e.GetErrorCode(), e.GetErrorMessage().c_str(), false};
-    } catch (const OcspException& e) {
-        return {e.GetErrorCode(), e.GetErrorMessage().c_str(), true};
-    }
-    return {};
 }
 
 const std::int64_t kVerifyTime = UtcTime(2024, 7, 15, 12);
@@ -131,58 +93,38 @@ const CautionPeriod kOneDay(1, 0, 0, 0);
 
 class ChainRevocationTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        RecordingLog::Instance().Reset();
-        const LoggingCallbacks table = RecordingLog::Instance().Table();
-        ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
-        chain = std::make_unique<ChainProbe>(&policy);  // opens its channel into the recorder
-    }
-    void TearDown() override {
-        chain.reset();
-        Tessera_UnInitializeLogging();
-        Tessera_InitializeLogging(nullptr, false);
-    }
-    bool Logged(Level level, const std::wstring& text) const {
-        for (const LogLine& line : RecordingLog::Instance().LinesOf(L"Tessera.X509Chain")) {
-            if (line.level == level && line.text == text) {
-                return true;
-            }
-        }
-        return false;
+    void SetUp() override { ASSERT_TRUE(capture.Active()) << "logging set up"; }
+    bool Logged(const std::wstring& text) const {
+        return RecordingLog::Instance().Has(L"Tessera.X509Chain", Level::Error, text);
     }
     Thrown CrlVerdict(const X509Crl& crl, std::int64_t verifyTime = kVerifyTime,
                       const CautionPeriod& caution = kNoCaution) {
-        return Outcome([&] { chain->VerifyCertCrl(&leaf, crl, verifyTime, caution); });
+        return Catch([&] { chain.VerifyCertCrl(&leaf, crl, verifyTime, caution); });
     }
     Thrown OcspVerdict(const OcspResponse& response) {
-        return Outcome(
-            [&] { chain->VerifyCertOcspResponse(&leaf, response, kVerifyTime, kNoCaution); });
+        return Catch(
+            [&] { chain.VerifyCertOcspResponse(&leaf, response, kVerifyTime, kNoCaution); });
     }
 
+    LogCapture capture;  // before the chain, which opens its channel into the recorder
+    X509ChainPolicy policy;
+    ChainProbe chain{&policy};
     const X509Certificate leaf = Cert(Certs().leaf);
     const X509Certificate ca = Cert(Certs().ca);
-    X509ChainPolicy policy;
-    std::unique_ptr<ChainProbe> chain;
 };
 
 // ------------------------------------------------------------ CRL verdict
 
-TEST_F(ChainRevocationTest, CrlRevocationCountsFromItsTimeOn) {
-    const std::int64_t from = UtcTime(2024, 7, 20), to = UtcTime(2024, 8, 20);
-    EXPECT_EQ(CrlVerdict(Crl(from, to, Certs().ca, {RevokedEntry{7, kVerifyTime}})).code,
-              ErrCertRevoked)
-        << "revoked exactly at the verification time";
-    EXPECT_TRUE(Logged(Level::Error, L"VerifyCertCrl: CRL certificate status revoked."));
-    EXPECT_EQ(CrlVerdict(Crl(from, to, Certs().ca, {RevokedEntry{7, kVerifyTime + 1}})).code, 0)
-        << "revoked one second after the verification time: still good then";
-}
+TEST_F(ChainRevocationTest, CrlRevocationAndTheTimeOfTheCrl) {
+    const X509Crl revoking =
+        Crl(UtcTime(2024, 7, 20), UtcTime(2024, 8, 20), Certs().ca, {RevokedEntry{7, kVerifyTime}});
+    EXPECT_EQ(CrlVerdict(revoking).code, ErrCertRevoked) << "revoked at the verification time";
+    EXPECT_TRUE(Logged(L"VerifyCertCrl: CRL certificate status revoked."));
 
-TEST_F(ChainRevocationTest, CrlMustBeIssuedWhileTheCertificateIsValid) {
     const Thrown late = CrlVerdict(Crl(UtcTime(2099, 2, 1), UtcTime(2099, 3, 1)));
     EXPECT_TRUE(late.code == ErrRevocationUnknown && late.message.empty())
         << "a CRL issued after the certificate expired: 147 without message";
-    EXPECT_TRUE(Logged(Level::Error,
-                       L"VerifyCertCrl: Incomplete automatic verification. CRL not time valid."));
+    EXPECT_TRUE(Logged(L"VerifyCertCrl: Incomplete automatic verification. CRL not time valid."));
     EXPECT_EQ(CrlVerdict(Crl(UtcTime(2024, 1, 1), UtcTime(2024, 8, 1))).code, ErrRevocationUnknown)
         << "thisUpdate equal to notBefore is not after it";
     EXPECT_EQ(CrlVerdict(Crl(UtcTime(2023, 12, 31), UtcTime(2024, 8, 1))).code, ErrCrlNotTimeValid)
@@ -216,19 +158,17 @@ TEST_F(ChainRevocationTest, CrlFreshnessWithoutNextUpdateAndByThisUpdate) {
 
 // ----------------------------------------------------------- OCSP verdict
 
-TEST_F(ChainRevocationTest, OcspResponseMustAnswerOnceAndAfterTheCertificate) {
+TEST_F(ChainRevocationTest, OcspResponseMustAnswerAfterTheCertificate) {
     const std::int64_t at = UtcTime(2024, 7, 10);
     const OcspAnswer good = About(Certs().leaf, V_OCSP_CERTSTATUS_GOOD, at);
-    const OcspAnswer other = About(Certs().otherLeaf, V_OCSP_CERTSTATUS_GOOD, at);
-    EXPECT_EQ(OcspVerdict(Ocsp({good, other}, at)).code, ErrInternal) << "two single responses";
-    EXPECT_EQ(OcspVerdict(Ocsp({}, at)).code, ErrInvalidParameter) << "none";
+    EXPECT_EQ(OcspVerdict(Ocsp({}, at)).code, ErrInvalidParameter) << "no single response";
     const Thrown early = OcspVerdict(Ocsp({good}, UtcTime(2023, 12, 1)));
     EXPECT_TRUE(early.byOcspLibrary && early.code == 138 && early.message.empty())
         << "produced before the certificate: the OCSP library's 138, no message";
     EXPECT_EQ(OcspVerdict(Ocsp({good}, at)).code, 0) << "good, no nextUpdate";
 }
 
-TEST_F(ChainRevocationTest, OcspStatusDecides) {
+TEST_F(ChainRevocationTest, OcspStatusAndFreshness) {
     const std::int64_t at = UtcTime(2024, 7, 20);
     EXPECT_EQ(OcspVerdict(LeafOcsp(V_OCSP_CERTSTATUS_REVOKED, at, 0, kVerifyTime)).code,
               ErrCertRevoked)
@@ -237,26 +177,17 @@ TEST_F(ChainRevocationTest, OcspStatusDecides) {
         << "revoked one second later";
     EXPECT_EQ(OcspVerdict(LeafOcsp(V_OCSP_CERTSTATUS_UNKNOWN, at)).code, ErrRevocationUnknown)
         << "status unknown";
-    EXPECT_TRUE(Logged(Level::Error,
-                       L"VerifyCertOcspResponse: Incomplete automatic verification. OCSP "
-                       L"certificate status unknown."));
-}
+    EXPECT_TRUE(
+        Logged(L"VerifyCertOcspResponse: Incomplete automatic verification. OCSP "
+               L"certificate status unknown."));
 
-TEST_F(ChainRevocationTest, OcspFreshnessLimitReplacesNextUpdate) {
-    const OcspResponse recent =
-        LeafOcsp(V_OCSP_CERTSTATUS_GOOD, kVerifyTime - kHour / 2, kVerifyTime - 60);
-    EXPECT_EQ(OcspVerdict(recent).code, ErrRevocationUnknown)
-        << "without a limit, nextUpdate before the verification time (long past) decides";
     policy.SetMaxOcspFreshness(3600);
-    EXPECT_EQ(OcspVerdict(recent).code, 0) << "half an hour old: fresh, nextUpdate ignored";
-    EXPECT_EQ(
-        OcspVerdict(LeafOcsp(V_OCSP_CERTSTATUS_GOOD, kVerifyTime - 2 * kHour, kVerifyTime + kDay))
-            .code,
-        ErrRevocationUnknown)
-        << "two hours old, although nextUpdate lies ahead";
-    EXPECT_TRUE(Logged(Level::Error,
-                       L"VerifyCertOcspResponse: Incomplete verification (OCSP response is not "
-                       L"fresh)."));
+    const OcspResponse old =
+        LeafOcsp(V_OCSP_CERTSTATUS_GOOD, kVerifyTime - 2 * kHour, kVerifyTime + kDay);
+    EXPECT_EQ(OcspVerdict(old).code, ErrRevocationUnknown)
+        << "two hours old under a one-hour limit, although nextUpdate lies ahead";
+    EXPECT_TRUE(
+        Logged(L"VerifyCertOcspResponse: Incomplete verification (OCSP response is not fresh)."));
 }
 
 // ------------------------------------------------------ CRL suitability
@@ -264,10 +195,10 @@ TEST_F(ChainRevocationTest, OcspFreshnessLimitReplacesNextUpdate) {
 TEST_F(ChainRevocationTest, VerifyCrlChecksTimesThenProofOfExistenceThenSignature) {
     const X509Crl july = Crl(UtcTime(2024, 7, 1), UtcTime(2024, 8, 1));
     auto verify = [&](const X509Crl& crl, std::int64_t time) {
-        return chain->VerifyCrl(crl.GetX509Crl(), &leaf, &ca, time, nullptr, nullptr);
+        return chain.VerifyCrl(crl.GetX509Crl(), &leaf, &ca, time, nullptr, nullptr);
     };
     std::int64_t poe = -1;
-    EXPECT_EQ(chain->VerifyCrl(july.GetX509Crl(), &leaf, &ca, kVerifyTime, nullptr, &poe), 1)
+    EXPECT_EQ(chain.VerifyCrl(july.GetX509Crl(), &leaf, &ca, kVerifyTime, nullptr, &poe), 1)
         << "current, issued while the leaf is valid, signed by the CA";
     EXPECT_EQ(poe, 0) << "no proof of existence without a store";
     EXPECT_EQ(verify(july, UtcTime(2024, 8, 1)), 0) << "nextUpdate must be after the time";
@@ -278,9 +209,9 @@ TEST_F(ChainRevocationTest, VerifyCrlChecksTimesThenProofOfExistenceThenSignatur
         << "signed by another key";
     const int fakeStore = 0;  // never looked into: such stores are refused
     const auto* poeStore = reinterpret_cast<const ValidationDataStore*>(&fakeStore);
-    EXPECT_EQ(Outcome([&] {
-                  chain->VerifyCrl(july.GetX509Crl(), &leaf, &ca, kVerifyTime, poeStore, &poe);
-              }).code,
+    EXPECT_EQ(CodeOf([&] {
+                  chain.VerifyCrl(july.GetX509Crl(), &leaf, &ca, kVerifyTime, poeStore, &poe);
+              }),
               ErrNotImplemented)
         << "proof-of-existence stores are not supported yet";
     policy.SetCheckRevocationThisUpdate(1);
@@ -297,16 +228,15 @@ TEST_F(ChainRevocationTest, FindCrlTakesTheFirstFittingCrlOfTheStore) {
     store.AddCrl(Crl(UtcTime(2024, 7, 1), UtcTime(2024, 8, 1), Certs().ca, {}, 4));
     store.AddCrl(Crl(UtcTime(2024, 7, 20), UtcTime(2024, 8, 20), Certs().ca, {}, 5));
     auto found = [&] {
-        std::unique_ptr<X509Crl> crl(chain->FindCrl(leaf, ca, kVerifyTime, &store));
+        std::unique_ptr<X509Crl> crl(chain.FindCrl(leaf, ca, kVerifyTime, &store));
         return crl ? std::string(crl->GetCRLNumberDec().c_str()) : std::string("none");
     };
     EXPECT_EQ(found(), "4") << "1 outdated, 2 by another issuer, 3 older than the certificate";
     policy.SetCheckRevocationThisUpdate(1);
     EXPECT_EQ(found(), "5") << "by thisUpdate only 2 and 5 are recent enough";
     X509MemoryStore empty;
-    EXPECT_EQ(chain->FindCrl(leaf, ca, kVerifyTime, &empty), nullptr) << "no CRLs";
-    EXPECT_EQ(Outcome([&] { chain->FindCrl(leaf, ca, kVerifyTime, nullptr); }).code,
-              ErrInvalidParameter)
+    EXPECT_EQ(chain.FindCrl(leaf, ca, kVerifyTime, &empty), nullptr) << "no CRLs";
+    EXPECT_EQ(CodeOf([&] { chain.FindCrl(leaf, ca, kVerifyTime, nullptr); }), ErrInvalidParameter)
         << "no store";
 }
 
@@ -316,26 +246,23 @@ TEST_F(ChainRevocationTest, FindOcspResponseMatchesTheCertificateAndVerifiesIt) 
         Ocsp({About(Certs().otherLeaf, V_OCSP_CERTSTATUS_GOOD, at)}, at);
     const OcspResponse aboutLeaf =
         Ocsp({About(Certs().leaf, V_OCSP_CERTSTATUS_GOOD, at)}, at, EVP_sha256());
-    X509MemoryStore store;
+    X509MemoryStore store, trust, untrusted, onlyOther;
     store.AddOcspResponse(aboutOther);
     store.AddOcspResponse(aboutLeaf);
-    X509MemoryStore trust;
     trust.AddCertificate(ca);
     policy.SetTrustStore(&trust);
-    std::unique_ptr<OcspResponse> found(chain->FindOcspResponse(leaf, ca, &store));
+    std::unique_ptr<OcspResponse> found(chain.FindOcspResponse(leaf, ca, &store));
     ASSERT_NE(found, nullptr) << "the answer about the leaf, under a SHA-256 identifier";
     EXPECT_TRUE(*found == aboutLeaf) << "a copy of the matching response";
 
-    X509MemoryStore untrusted;
     untrusted.AddCertificate(Cert(Certs().otherCa));
     policy.SetTrustStore(&untrusted);
-    const Thrown refused = Outcome([&] { delete chain->FindOcspResponse(leaf, ca, &store); });
+    const Thrown refused = Catch([&] { delete chain.FindOcspResponse(leaf, ca, &store); });
     EXPECT_TRUE(refused.byOcspLibrary && refused.code == 141)
         << "a response the trust store does not vouch for is refused";
 
-    X509MemoryStore onlyOther;
     onlyOther.AddOcspResponse(aboutOther);
-    EXPECT_EQ(chain->FindOcspResponse(leaf, ca, &onlyOther), nullptr) << "no answer about the leaf";
+    EXPECT_EQ(chain.FindOcspResponse(leaf, ca, &onlyOther), nullptr) << "no answer about the leaf";
 }
 
 }  // namespace

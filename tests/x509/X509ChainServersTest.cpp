@@ -17,29 +17,10 @@
 //   between root and signers).
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
 #include <string>
-#include <system_error>
-#include <vector>
 
-#include "CrlClient.h"
-#include "CryptException.h"
-#include "CryptUtils.h"
-#include "OcspResponse.h"
-#include "TestPki.h"
 #include "TestServers.h"
-#include "X509Certificate.h"
-#include "X509Chain.h"
-#include "X509ChainPolicy.h"
-#include "X509Crl.h"
-#include "X509CrlClient.h"
-#include "X509OcspClient.h"
-#include "X509Store.h"
+#include "TestTessera.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -48,18 +29,9 @@ using Policy = X509ChainPolicy;
 namespace {
 
 const std::int64_t kVerifyTime = UtcTime(2024, 6, 1);
-const std::int64_t kRevokedAt = UtcTime(2024, 5, 15);
 
 std::string TestName() {
     return ::testing::UnitTest::GetInstance()->current_test_info()->name();
-}
-
-std::wstring Wide(const std::string& text) {
-    return std::wstring(text.begin(), text.end());
-}
-
-X509Certificate Cert(const Issued& issued) {
-    return X509Certificate(issued.cert.get());
 }
 
 X509Certificate FixtureCert(const std::string& name) {
@@ -68,59 +40,40 @@ X509Certificate FixtureCert(const std::string& name) {
     return cert ? X509Certificate(cert.get()) : X509Certificate();
 }
 
-// The code a build threw, 0 when it passed.
 int BuildCode(X509Chain& chain, const X509Certificate& cert, std::int64_t time) {
-    try {
-        chain.Build(&cert, time);
-    } catch (const CryptException& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
+    return CodeOf([&] { chain.Build(&cert, time); });
 }
-
-struct MiniPki {
-    Issued root, sub, signer, revoked;
-};
 
 // Root and signers; with `withSub` a Sub CA issues the signers. Signers carry
 // `distributionPoint` as CRL distribution point when it is not empty.
-MiniPki MakePki(bool withSub, const std::string& distributionPoint = "") {
-    MiniPki p;
-    CertSpec profile;
-    profile.commonName = TestName() + " Root";
-    profile.extensions = CaExtensions();
-    p.root = IssueCertificate(profile, nullptr);
-    if (withSub) {
-        profile.commonName = TestName() + " Sub CA";
-        profile.serial = 2;
-        p.sub = IssueCertificate(profile, &p.root);
+struct MiniPki {
+    Issued root, sub, signer, revoked;
+
+    explicit MiniPki(bool withSub, const std::string& distributionPoint = "") {
+        root = IssueCertificate(BasicProfile(TestName() + " Root", 1, true), nullptr);
+        if (withSub) {
+            sub = IssueCertificate(BasicProfile(TestName() + " Sub CA", 2, true), &root);
+        }
+        CertSpec profile = BasicProfile("Signer", 0x61, false);
+        if (!distributionPoint.empty()) {
+            profile.rawExtensions = {
+                {"2.5.29.31", CrlDistributionPointsDer({{distributionPoint}})}};
+        }
+        signer = IssueCertificate(profile, withSub ? &sub : &root);
+        profile.commonName = "Revoked Signer";
+        profile.serial = 0x62;
+        revoked = IssueCertificate(profile, withSub ? &sub : &root);
     }
-    const Issued& issuer = withSub ? p.sub : p.root;
-    profile.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
-    if (!distributionPoint.empty()) {
-        profile.rawExtensions = {{"2.5.29.31", CrlDistributionPointsDer({{distributionPoint}})}};
-    }
-    profile.commonName = "Signer";
-    profile.serial = 0x61;
-    p.signer = IssueCertificate(profile, &issuer);
-    profile.commonName = "Revoked Signer";
-    profile.serial = 0x62;
-    p.revoked = IssueCertificate(profile, &issuer);
-    return p;
-}
+};
 
 CrlPtr MakeCrl(const Issued& ca, std::int64_t thisUpdate, bool listsRevoked) {
     CrlSpec profile;
     profile.thisUpdate = thisUpdate;
     profile.nextUpdate = UtcTime(2024, 7, 1);
     if (listsRevoked) {
-        profile.revoked = {RevokedEntry{0x62, kRevokedAt, -1, nullptr}};
+        profile.revoked = {RevokedEntry{0x62, UtcTime(2024, 5, 15), -1, nullptr}};
     }
     return IssueCrl(profile, ca);
-}
-
-std::string Bytes(const std::vector<unsigned char>& der) {
-    return std::string(der.begin(), der.end());
 }
 
 }  // namespace
@@ -135,19 +88,18 @@ TEST(X509ChainServers, OcspResponderDecidesForTheFixtureCertificates) {
     policy.SetOcspClient(&client);
     policy.SetRevocationMode(Policy::revOcsp);
     const std::int64_t revocation = UtcTime(2024, 6, 1, 12);
-    struct Case {
+    const struct {
         const char* cert;
         std::int64_t time;
         int code;
         const char* why;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"good", UtcTime(2024, 7, 1), 0, "good is good"},
         {"revoked", revocation - 1, 0, "one second before the revocation"},
         {"revoked", revocation, ErrCertRevoked, "revoked at the verification time"},
         {"unknown", UtcTime(2024, 7, 1), ErrRevocationUnknown, "the responder does not know it"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         X509Chain chain(&policy);
         EXPECT_EQ(BuildCode(chain, FixtureCert(c.cert), c.time), c.code) << c.cert << ": " << c.why;
         ASSERT_GE(chain.GetElements().GetSize(), 1u) << c.cert << ": the path was built";
@@ -160,7 +112,7 @@ TEST(X509ChainServers, OcspResponderDecidesForTheFixtureCertificates) {
 TEST(X509ChainServers, CrlServiceDeliversTheCrlIssuedAfterTheTime) {
     const std::string url = ServerFile("crlservice", "url");
     ASSERT_FALSE(url.empty()) << "the crlservice fixture must be running";
-    const MiniPki pki = MakePki(false);
+    const MiniPki pki(false);
     const X509Certificate root = Cert(pki.root);
     // The service's file names: Base64url of the issuer's subject DER (no
     // padding), then thisUpdate. The older CRL does not list the revocation yet.
@@ -173,12 +125,13 @@ TEST(X509ChainServers, CrlServiceDeliversTheCrlIssuedAfterTheTime) {
     key = key.substr(0, key.find('='));
     const std::int64_t newer = kVerifyTime + 86400;
     for (const std::int64_t thisUpdate : {UtcTime(2024, 5, 1), newer}) {
+        const Bytes der = CrlToDer(MakeCrl(pki.root, thisUpdate, thisUpdate == newer).get());
         WriteTextFile(
             ServerDir("crlservice") + "/root/" + key + "." + std::to_string(thisUpdate) + ".der",
-            Bytes(CrlToDer(MakeCrl(pki.root, thisUpdate, thisUpdate == newer).get())));
+            std::string(der.begin(), der.end()));
     }
     QorGetOneCrlLib::CrlClient service;
-    service.SetUrl(Wide(url).c_str());
+    service.SetUrl(std::wstring(url.begin(), url.end()).c_str());
     X509GetOneCrlParameters entry;
     entry.SetIssuer(root.GetSHA1HashHex());
     entry.SetCrlClient(&service);
@@ -209,9 +162,10 @@ TEST(X509ChainServers, CrlFromTheHttpDistributionPoint) {
     const std::string base = ServerFile("http", "url");
     ASSERT_FALSE(base.empty()) << "the http fixture must be running";
     const std::string file = TestName() + ".crl";
-    const MiniPki pki = MakePki(false, base + "/file/" + file);
+    const MiniPki pki(false, base + "/file/" + file);
     const CrlPtr crl = MakeCrl(pki.root, UtcTime(2024, 5, 1), true);
-    WriteTextFile(ServerDir("http") + "/root/" + file, Bytes(CrlToDer(crl.get())));
+    const Bytes der = CrlToDer(crl.get());
+    WriteTextFile(ServerDir("http") + "/root/" + file, std::string(der.begin(), der.end()));
     X509MemoryStore trust;
     trust.AddCertificate(Cert(pki.root));
     X509CurlCrlClientOnline client;
@@ -226,44 +180,17 @@ TEST(X509ChainServers, CrlFromTheHttpDistributionPoint) {
         << "the downloaded CRL lists the revocation";
 }
 
-namespace {
-
-// Runs a command (bounded by `timeout`), returns its exit status and output.
-int RunCommand(const std::string& command, std::string* output) {
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(
-        popen(("timeout 30 " + command + " 2>&1").c_str(), "r"), pclose);
-    if (!pipe) {
-        return -1;
-    }
-    char buffer[512];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe.get())) > 0;) {
-        output->append(buffer, n);
-    }
-    const int status = pclose(pipe.release());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-}  // namespace
-
 TEST(X509ChainServers, VerdictsAgreeWithOpenSslVerify) {
-    const MiniPki pki = MakePki(true);
+    const MiniPki pki(true);
     const CrlPtr rootCrl = MakeCrl(pki.root, UtcTime(2024, 5, 1), false);
     const CrlPtr subCrl = MakeCrl(pki.sub, UtcTime(2024, 5, 1), true);
-    std::string dirTemplate = ::testing::TempDir() + "chain-interop-XXXXXX";
-    ASSERT_NE(mkdtemp(dirTemplate.data()), nullptr) << "a private folder for the files";
-    const std::string dir = dirTemplate;
-    const std::unique_ptr<const std::string, void (*)(const std::string*)> removeDir(
-        &dir, [](const std::string* path) {
-            std::error_code ignored;
-            std::filesystem::remove_all(*path, ignored);
-        });
-    WriteTextFile(dir + "/root.pem", CertToPem(pki.root.cert.get()));
-    WriteTextFile(dir + "/sub.pem", CertToPem(pki.sub.cert.get()));
-    WriteTextFile(dir + "/crls.pem", CrlToPem(rootCrl.get()) + CrlToPem(subCrl.get()));
+    ScratchDir dir;
+    dir.Write("root.pem", CertToPem(pki.root.cert.get()));
+    dir.Write("sub.pem", CertToPem(pki.sub.cert.get()));
+    dir.Write("crls.pem", CrlToPem(rootCrl.get()) + CrlToPem(subCrl.get()));
 
-    X509MemoryStore trust;
+    X509MemoryStore trust, extra;
     trust.AddCertificate(Cert(pki.root));
-    X509MemoryStore extra;
     extra.AddCertificate(Cert(pki.sub));
     extra.AddCrl(X509Crl(rootCrl.get()));
     extra.AddCrl(X509Crl(subCrl.get()));
@@ -271,28 +198,23 @@ TEST(X509ChainServers, VerdictsAgreeWithOpenSslVerify) {
     policy.SetChainBuildMode(Policy::cptChainBuildSuppliedValData);
     policy.SetTrustStore(&trust);
     policy.SetExtraStore(&extra);
-    struct Signer {
+    const struct {
         const Issued* issued;
         const char* name;
         int code;
-    };
-    const Signer signers[] = {{&pki.signer, "signer", 0},
-                              {&pki.revoked, "revoked", ErrCertRevoked}};
-    for (const Signer& s : signers) {
-        WriteTextFile(dir + "/" + s.name + ".pem", CertToPem(s.issued->cert.get()));
-        std::string output;
-        const int status =
-            RunCommand("openssl verify -crl_check_all -attime " + std::to_string(kVerifyTime) +
-                           " -CAfile " + dir + "/root.pem -untrusted " + dir +
-                           "/sub.pem -CRLfile " + dir + "/crls.pem " + dir + "/" + s.name + ".pem",
-                       &output);
+    } signers[] = {{&pki.signer, "signer", 0}, {&pki.revoked, "revoked", ErrCertRevoked}};
+    for (const auto& s : signers) {
+        dir.Write(std::string(s.name) + ".pem", CertToPem(s.issued->cert.get()));
+        const bool accepted = dir.Openssl(
+            "verify -crl_check_all -attime " + std::to_string(kVerifyTime) +
+            " -CAfile root.pem -untrusted sub.pem -CRLfile crls.pem " + s.name + ".pem");
         X509Chain chain(&policy);
         EXPECT_EQ(BuildCode(chain, Cert(*s.issued), kVerifyTime), s.code)
             << s.name << ": our verdict";
-        EXPECT_EQ(status == 0, s.code == 0) << s.name << ": openssl agrees (" << output << ")";
+        EXPECT_EQ(accepted, s.code == 0) << s.name << ": openssl agrees (" << dir.Output() << ")";
         if (s.code == ErrCertRevoked) {
-            EXPECT_NE(output.find("certificate revoked"), std::string::npos)
-                << "openssl names the revocation: " << output;
+            EXPECT_NE(dir.Output().find("certificate revoked"), std::string::npos)
+                << "openssl names the revocation: " << dir.Output();
         }
     }
 }

@@ -29,20 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "CryptException.h"
-#include "OcspException.h"
-#include "OcspResponse.h"
-#include "RecordingLog.h"
-#include "TesseraApi.h"
-#include "TestOcsp.h"
-#include "TestPki.h"
-#include "X509Certificate.h"
-#include "X509Chain.h"
-#include "X509ChainPolicy.h"
-#include "X509Crl.h"
-#include "X509CrlClient.h"
-#include "X509OcspClient.h"
-#include "X509Store.h"
+#include "TestTessera.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -62,53 +49,33 @@ struct Pki {
         otherRoot;
 };
 
-CertSpec Profile(const char* commonName, long serial, bool ca) {
-    CertSpec profile;
-    profile.commonName = commonName;
-    profile.serial = serial;
-    profile.extensions = ca ? CaExtensions()
-                            : std::vector<std::pair<std::string, std::string>>{
-                                  {"keyUsage", "critical,digitalSignature,nonRepudiation"}};
-    return profile;
-}
-
-Pki MakePki() {
-    Pki p;
-    p.root = IssueCertificate(Profile("Root CA", 1, true), nullptr);
-    p.sub = IssueCertificate(Profile("Sub CA", 2, true), &p.root);
-    p.signer = IssueCertificate(Profile("Signer", 0x51, false), &p.sub);
-    CertSpec profile = Profile("Expiring Signer", 0x52, false);
-    profile.notBefore = UtcTime(2024, 1, 1);
-    profile.notAfter = UtcTime(2024, 12, 31);
-    p.expiring = IssueCertificate(profile, &p.sub);
-    profile = Profile("Qualified Signer", 0x55, false);
-    profile.qcStatements = QcStatementsDer({QcComplianceStatement()});
-    p.qualified = IssueCertificate(profile, &p.sub);
-    profile = Profile("Lapsed Sub CA", 3, true);
-    profile.notAfter = UtcTime(2024, 3, 1);
-    p.lapsedSub = IssueCertificate(profile, &p.root);
-    p.lapsedSigner = IssueCertificate(Profile("Lapsed Signer", 0x53, false), &p.lapsedSub);
-    profile = Profile("Policy Sub CA", 4, true);
-    profile.rawExtensions = {{"2.5.29.32", CertificatePoliciesDer({kPolicy1})}};
-    p.policySub = IssueCertificate(profile, &p.root);
-    profile = Profile("Policy Signer", 0x54, false);
-    profile.rawExtensions = {{"2.5.29.32", CertificatePoliciesDer({kPolicy1})}};
-    p.policySigner = IssueCertificate(profile, &p.policySub);
-    p.otherRoot = IssueCertificate(Profile("Other Root CA", 1, true), nullptr);
-    return p;
-}
-
 const Pki& P() {
-    static const Pki pki = MakePki();
+    static const Pki pki = [] {
+        Pki p;
+        p.root = IssueCertificate(BasicProfile("Root CA", 1, true), nullptr);
+        p.sub = IssueCertificate(BasicProfile("Sub CA", 2, true), &p.root);
+        p.signer = IssueCertificate(BasicProfile("Signer", 0x51, false), &p.sub);
+        CertSpec c = BasicProfile("Expiring Signer", 0x52, false);
+        c.notBefore = UtcTime(2024, 1, 1);
+        c.notAfter = UtcTime(2024, 12, 31);
+        p.expiring = IssueCertificate(c, &p.sub);
+        c = BasicProfile("Qualified Signer", 0x55, false);
+        c.qcStatements = QcStatementsDer({QcComplianceStatement()});
+        p.qualified = IssueCertificate(c, &p.sub);
+        c = BasicProfile("Lapsed Sub CA", 3, true);
+        c.notAfter = UtcTime(2024, 3, 1);
+        p.lapsedSub = IssueCertificate(c, &p.root);
+        p.lapsedSigner = IssueCertificate(BasicProfile("Lapsed Signer", 0x53, false), &p.lapsedSub);
+        c = BasicProfile("Policy Sub CA", 4, true);
+        c.rawExtensions = {{"2.5.29.32", CertificatePoliciesDer({kPolicy1})}};
+        p.policySub = IssueCertificate(c, &p.root);
+        c = BasicProfile("Policy Signer", 0x54, false);
+        c.rawExtensions = {{"2.5.29.32", CertificatePoliciesDer({kPolicy1})}};
+        p.policySigner = IssueCertificate(c, &p.policySub);
+        p.otherRoot = IssueCertificate(BasicProfile("Other Root CA", 1, true), nullptr);
+        return p;
+    }();
     return pki;
-}
-
-X509Certificate Cert(const Issued& issued) {
-    return X509Certificate(issued.cert.get());
-}
-
-RevokedEntry Revoked(long serial, std::int64_t at) {
-    return RevokedEntry{serial, at, -1, nullptr};
 }
 
 X509Crl Crl(const Issued& ca, const std::vector<RevokedEntry>& revoked = {},
@@ -124,10 +91,6 @@ OcspAnswer Good(const Issued& cert, std::int64_t thisUpdate, std::int64_t nextUp
     return OcspAnswer{cert.cert.get(), V_OCSP_CERTSTATUS_GOOD, -1, 0, thisUpdate, nextUpdate};
 }
 
-OcspAnswer RevokedAnswer(const Issued& cert, std::int64_t at, std::int64_t thisUpdate) {
-    return OcspAnswer{cert.cert.get(), V_OCSP_CERTSTATUS_REVOKED, -1, at, thisUpdate, 0};
-}
-
 // A response signed by `signer` about certificates issued by `issuer`.
 OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedAt,
                   const Issued& issuer = P().sub, const Issued* signer = nullptr) {
@@ -136,21 +99,15 @@ OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedA
     profile.issuer = issuer.cert.get();
     profile.answers = answers;
     profile.producedAt = producedAt;
-    const std::vector<unsigned char> der = MakeOcspResponse(profile);
-    OcspResponse response;
-    response.Decode(der.data(), static_cast<unsigned long>(der.size()));
-    return response;
+    return DecodedOcsp(profile);
 }
 
-// "GetCrlAfterTime(T+3600)": a call and the time it asked for, relative to
+// "GetCrlAfterTime(T+3600)": the call and the time it asked for, relative to
 // the verification time.
-std::string Call(const char* name, const std::int64_t* time = nullptr) {
-    std::string call = name;
-    if (time != nullptr) {
-        const std::int64_t offset = *time - kVerifyTime;
-        call += "(T" + (offset == 0 ? "" : (offset > 0 ? "+" : "") + std::to_string(offset)) + ")";
-    }
-    return call;
+std::string AfterTime(const char* name, std::int64_t time) {
+    const std::int64_t offset = time - kVerifyTime;
+    return std::string(name) + "(T" + (offset > 0 ? "+" : "") +
+           (offset != 0 ? std::to_string(offset) : "") + ")";
 }
 
 // Answers with the first CRL whose issuer is the certificate's issuer, from
@@ -159,22 +116,20 @@ class RecordingCrlClient : public X509CrlClient {
 public:
     std::vector<X509Crl> crls;
     bool afterTimeAnswers = true;
-    std::vector<std::string> calls;
+    std::string calls;
 
-    X509Crl* GetCrl(const X509Certificate& cert) override {
-        calls.push_back(Call("GetCrl"));
-        return Find(cert);
-    }
+    X509Crl* GetCrl(const X509Certificate& cert) override { return Find("GetCrl", cert); }
     X509Crl* GetCrlAfterTime(const X509Certificate& cert, const std::int64_t& time,
                              const X509Certificate* issuer) override {
-        calls.push_back(Call("GetCrlAfterTime", &time));
         EXPECT_TRUE(issuer != nullptr && issuer->GetSubject() == cert.GetIssuer())
             << "the issuer of the certificate comes along";
-        return afterTimeAnswers ? Find(cert) : nullptr;
+        X509Crl* crl = Find(AfterTime("GetCrlAfterTime", time), cert);
+        return afterTimeAnswers ? crl : nullptr;
     }
 
 private:
-    X509Crl* Find(const X509Certificate& cert) {
+    X509Crl* Find(const std::string& call, const X509Certificate& cert) {
+        calls += (calls.empty() ? "" : " ") + call;
         for (X509Crl& crl : crls) {
             if (crl.GetIssuer() == cert.GetIssuer()) {
                 return &crl;
@@ -190,24 +145,20 @@ class RecordingOcspClient : public X509OcspClient {
 public:
     std::map<std::string, OcspResponse> answers;
     bool fails = false;
-    std::vector<std::string> calls;
+    std::string calls;
     X509Store* trustSeen = nullptr;
 
-    void Answer(const Issued& cert, const OcspResponse& response) {
-        answers[Cert(cert).GetSerialNumberStringDec().c_str()] = response;
-    }
     OcspResponse* GetOcspResponse(const X509Certificate& cert, const X509Certificate&) override {
-        calls.push_back(Call("GetOcspResponse"));
-        return Find(cert);
+        return Find("GetOcspResponse", cert);
     }
     OcspResponse* GetOcspResponseAfterTime(const X509Certificate& cert, const X509Certificate&,
                                            const std::int64_t& time) override {
-        calls.push_back(Call("GetOcspResponseAfterTime", &time));
-        return Find(cert);
+        return Find(AfterTime("GetOcspResponseAfterTime", time), cert);
     }
 
 private:
-    OcspResponse* Find(const X509Certificate& cert) {
+    OcspResponse* Find(const std::string& call, const X509Certificate& cert) {
+        calls += (calls.empty() ? "" : " ") + call;
         trustSeen = GetTrustStore();
         if (fails) {
             CryptException::Throw(ErrChainVerification, L"cert.GetOcspResponderUrl() is empty");
@@ -236,37 +187,29 @@ struct Bench {
         policy.SetOcspClient(&ocspClient);
         policy.SetRevocationOption(Policy::revOptionEndEntity);
     }
-};
-
-// What an action threw: code 0 when nothing.
-struct Outcome {
-    int code = 0;
-    std::string message;
-};
-
-std::string Narrow(const qorstd::QorStringW& text) {
-    const std::wstring wide(text.c_str());
-    return std::string(wide.begin(), wide.end());
-}
-
-Outcome Catch(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return {e.GetErrorCode(), Narrow(e.GetErrorMessage())};
-    } catch (const QorOcsp2Lib::OcspException& e) {
-        return {e.GetErrorCode(), Narrow(e.GetErrorMessage())};
+    // A CRL in the extra store or with the CRL client; the policy to go on with.
+    Policy& FromStore(const X509Crl& crl) {
+        extra.AddCrl(crl);
+        return policy;
     }
-    return {};
-}
-
-std::string Join(const std::vector<std::string>& calls) {
-    std::string joined;
-    for (const std::string& call : calls) {
-        joined += (joined.empty() ? "" : " ") + call;
+    Policy& FromClient(const X509Crl& crl) {
+        crlClient.crls.push_back(crl);
+        return policy;
     }
-    return joined;
-}
+    // The OCSP client's answer about the subject.
+    Policy& FromResponder(const OcspResponse& response) {
+        ocspClient.answers[subject.GetSerialNumberStringDec().c_str()] = response;
+        return policy;
+    }
+    // Other Root CA as the only anchor: nothing chains to it.
+    void TrustOnlyOtherRoot() {
+        trust = X509MemoryStore();
+        trust.AddCertificate(Cert(P().otherRoot));
+    }
+    Thrown Build(X509Chain& chain) {
+        return Catch([&] { chain.Build(&subject, time); });
+    }
+};
 
 // One letter per element: C a CRL, O an OCSP response, B both, - neither.
 std::string Attached(const X509Chain& chain) {
@@ -280,34 +223,35 @@ std::string Attached(const X509Chain& chain) {
     return letters;
 }
 
-std::string VerifyText(int error) {
-    return X509_verify_cert_error_string(error);
-}
-
 struct Scenario {
     const char* name;
-    std::function<void(Bench&)> arrange;
     int code;             // 0: the build passes
     const char* message;  // checked unless null
-    std::string crlCalls;
-    std::string ocspCalls;
-    std::string attached;  // checked unless empty
+    const char* crlCalls;
+    const char* ocspCalls;
+    const char* attached;  // checked unless empty
+    std::function<void(Bench&)> arrange;
 };
 
-void RunScenarios(const std::vector<Scenario>& scenarios) {
+// Each scenario on a fresh bench, arranged by `common` and then by itself.
+void RunScenarios(const std::vector<Scenario>& scenarios,
+                  const std::function<void(Bench&)>& common = nullptr) {
     for (const Scenario& s : scenarios) {
         SCOPED_TRACE(s.name);
         Bench b;
+        if (common) {
+            common(b);
+        }
         s.arrange(b);
         X509Chain chain(&b.policy);
-        const Outcome got = Catch([&] { chain.Build(&b.subject, b.time); });
+        const Thrown got = b.Build(chain);
         EXPECT_EQ(got.code, s.code) << "result of the build (message: " << got.message << ")";
         if (s.message != nullptr) {
             EXPECT_EQ(got.message, s.message) << "message of the failure";
         }
-        EXPECT_EQ(Join(b.crlClient.calls), s.crlCalls) << "what the CRL client was asked";
-        EXPECT_EQ(Join(b.ocspClient.calls), s.ocspCalls) << "what the OCSP client was asked";
-        if (!s.attached.empty()) {
+        EXPECT_EQ(b.crlClient.calls, s.crlCalls) << "what the CRL client was asked";
+        EXPECT_EQ(b.ocspClient.calls, s.ocspCalls) << "what the OCSP client was asked";
+        if (*s.attached != '\0') {
             EXPECT_EQ(Attached(chain), s.attached) << "revocation data per element";
         }
         if (!b.ocspClient.calls.empty()) {
@@ -321,179 +265,140 @@ void RunScenarios(const std::vector<Scenario>& scenarios) {
 }  // namespace
 
 TEST(X509ChainScenarios, PathBuildingAndOpenSslVerification) {
-    const std::string noIssuer = VerifyText(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY);
-    const std::string expired = VerifyText(X509_V_ERR_CERT_HAS_EXPIRED);
-    const std::string purpose = VerifyText(X509_V_ERR_INVALID_PURPOSE);
-    const std::string noPolicy = VerifyText(X509_V_ERR_NO_EXPLICIT_POLICY);
+    const char* const noIssuer =
+        X509_verify_cert_error_string(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY);
+    const char* const expired = X509_verify_cert_error_string(X509_V_ERR_CERT_HAS_EXPIRED);
+    const char* const purpose = X509_verify_cert_error_string(X509_V_ERR_INVALID_PURPOSE);
+    const char* const noPolicy = X509_verify_cert_error_string(X509_V_ERR_NO_EXPLICIT_POLICY);
     // Root CA -> Policy Sub CA (P1) -> Policy Signer (P1), `oid` the one acceptable policy.
-    const auto policyPath = [](Bench& b, const char* oid) {
+    const auto policyPath = [](Bench& b, const char* oid) -> Policy& {
         b.extra.AddCertificate(Cert(P().policySub));
         b.extra.AddCrl(Crl(P().policySub));
         b.subject = Cert(P().policySigner);
         qorstd::QorVector<qorstd::QorString> accepted;
         accepted.Add(oid);
         b.policy.SetAcceptablePolicies(accepted);
+        return b.policy;
     };
-    RunScenarios({
-        {"the default path passes; the CRL comes from the extra store",
-         [](Bench& b) { b.extra.AddCrl(Crl(P().sub)); }, 0, nullptr, "", "", "C--"},
-        // Other Root CA   Sub CA -> Signer: no anchor for Sub CA.
-        {"missing anchor",
-         [](Bench& b) {
-             b.trust = X509MemoryStore();
-             b.trust.AddCertificate(Cert(P().otherRoot));
-             b.extra.AddCrl(Crl(P().sub));
-         },
-         ErrChainIncomplete, noIssuer.c_str(), "", "", ""},
-        {"without the store flags the anchor store is empty",
-         [](Bench& b) { b.policy.SetChainBuildMode(Policy::cptChainBuildClients); },
-         ErrChainIncomplete, noIssuer.c_str(), "", "", ""},
-        // Root CA -> Lapsed Sub CA (expired 2024-03-01) -> Lapsed Signer.
-        {"expired intermediate",
-         [](Bench& b) {
-             b.extra.AddCertificate(Cert(P().lapsedSub));
-             b.extra.AddCrl(Crl(P().lapsedSub));
-             b.subject = Cert(P().lapsedSigner);
-         },
-         ErrCertNotTimeValid, expired.c_str(), "", "", ""},
-        {"an S/MIME signing certificate checked for time-stamp signing",
-         [](Bench& b) {
-             b.extra.AddCrl(Crl(P().sub));
-             b.policy.SetPurpose(Policy::kPurposeTimestampSign);
-         },
-         ErrCertUsage, purpose.c_str(), "", "", ""},
-        {"explicit policy P1 required and accepted",
-         [&](Bench& b) {
-             policyPath(b, kPolicy1);
-             b.policy.SetRequireExplicitPolicy(1);
-         },
-         0, nullptr, "", "", "C--"},
-        {"explicit policy required, only P2 acceptable",
-         [&](Bench& b) {
-             policyPath(b, kPolicy2);
-             b.policy.SetRequireExplicitPolicy(1);
-         },
-         ErrChainVerification, noPolicy.c_str(), "", "", ""},
-        {"acceptable policies alone do not demand a policy",
-         [&](Bench& b) {
-             policyPath(b, kPolicy2);
-             b.policy.SetCheckPolicy(1);
-         },
-         0, nullptr, "", "", "C--"},
-        {"explicit policy required on a path without policies",
-         [](Bench& b) {
-             b.extra.AddCrl(Crl(P().sub));
-             b.policy.SetRequireExplicitPolicy(1);
-         },
-         ErrChainVerification, noPolicy.c_str(), "", "", ""},
-    });
+    RunScenarios(
+        {
+            {"the default path passes; the CRL comes from the extra store", 0, nullptr, "", "",
+             "C--", [](Bench&) {}},
+            // Other Root CA   Sub CA -> Signer: no anchor for Sub CA.
+            {"missing anchor", ErrChainIncomplete, noIssuer, "", "", "",
+             [](Bench& b) { b.TrustOnlyOtherRoot(); }},
+            {"without the store flags the anchor store is empty", ErrChainIncomplete, noIssuer, "",
+             "", "", [](Bench& b) { b.policy.SetChainBuildMode(Policy::cptChainBuildClients); }},
+            // Root CA -> Lapsed Sub CA (expired 2024-03-01) -> Lapsed Signer.
+            {"expired intermediate", ErrCertNotTimeValid, expired, "", "", "",
+             [](Bench& b) {
+                 b.extra.AddCertificate(Cert(P().lapsedSub));
+                 b.extra.AddCrl(Crl(P().lapsedSub));
+                 b.subject = Cert(P().lapsedSigner);
+             }},
+            {"an S/MIME signing certificate checked for time-stamp signing", ErrCertUsage, purpose,
+             "", "", "", [](Bench& b) { b.policy.SetPurpose(Policy::kPurposeTimestampSign); }},
+            {"explicit policy P1 required and accepted", 0, nullptr, "", "", "C--",
+             [&](Bench& b) { policyPath(b, kPolicy1).SetRequireExplicitPolicy(1); }},
+            {"explicit policy required, only P2 acceptable", ErrChainVerification, noPolicy, "", "",
+             "", [&](Bench& b) { policyPath(b, kPolicy2).SetRequireExplicitPolicy(1); }},
+            {"acceptable policies alone do not demand a policy", 0, nullptr, "", "", "C--",
+             [&](Bench& b) { policyPath(b, kPolicy2).SetCheckPolicy(1); }},
+            {"explicit policy required on a path without policies", ErrChainVerification, noPolicy,
+             "", "", "", [](Bench& b) { b.policy.SetRequireExplicitPolicy(1); }},
+        },
+        [](Bench& b) { b.FromStore(Crl(P().sub)); });
 }
 
 TEST(X509ChainScenarios, RevocationByCrl) {
     const std::int64_t revokedAt = UtcTime(2024, 5, 15);
-    const std::string crlSignature = VerifyText(X509_V_ERR_CRL_SIGNATURE_FAILURE);
+    const char* const crlSignature =
+        X509_verify_cert_error_string(X509_V_ERR_CRL_SIGNATURE_FAILURE);
+    const char* const noCrl = "GetCrl()=NULL or GetCrl()->GetX509Crl()=NULL";
+    const auto revoked = [](std::int64_t at, long serial = 0x51) {
+        return std::vector<RevokedEntry>{{serial, at, -1, nullptr}};
+    };
     const std::int64_t later = UtcTime(2039, 6, 1);  // stays ahead of the clock until 2039
-    const auto cautionBench = [later](Bench& b) {
+    const auto cautionBench = [later](Bench& b) -> Policy& {
         b.time = later;
-        b.crlClient.crls.push_back(Crl(P().sub, {}, UtcTime(2039, 5, 1), UtcTime(2039, 6, 1, 12)));
+        return b.FromClient(Crl(P().sub, {}, UtcTime(2039, 5, 1), UtcTime(2039, 6, 1, 12)));
     };
     RunScenarios({
-        {"revoked end entity",
-         [&](Bench& b) { b.extra.AddCrl(Crl(P().sub, {Revoked(0x51, revokedAt)})); },
-         ErrCertRevoked, "", "", "", "C--"},
-        {"revoked one second after the verification time",
-         [](Bench& b) { b.extra.AddCrl(Crl(P().sub, {Revoked(0x51, kVerifyTime + 1)})); }, 0,
-         nullptr, "", "", "C--"},
-        {"revoked exactly at the verification time",
-         [](Bench& b) { b.extra.AddCrl(Crl(P().sub, {Revoked(0x51, kVerifyTime)})); },
-         ErrCertRevoked, "", "", "", "C--"},
+        {"revoked end entity", ErrCertRevoked, "", "", "", "C--",
+         [&](Bench& b) { b.FromStore(Crl(P().sub, revoked(revokedAt))); }},
+        {"revoked one second after the verification time", 0, nullptr, "", "", "C--",
+         [&](Bench& b) { b.FromStore(Crl(P().sub, revoked(kVerifyTime + 1))); }},
+        {"revoked exactly at the verification time", ErrCertRevoked, "", "", "", "C--",
+         [&](Bench& b) { b.FromStore(Crl(P().sub, revoked(kVerifyTime))); }},
         // Root CA's CRL lists Sub CA; Sub CA's CRL is clean. Root CA is self-signed: skipped.
-        {"revoked intermediate with every CA of the path checked",
+        {"revoked intermediate with every CA of the path checked", ErrCertRevoked, "", "", "",
+         "CC-",
          [&](Bench& b) {
-             b.policy.SetRevocationOption(Policy::revOptionChain);
-             b.extra.AddCrl(Crl(P().sub));
-             b.extra.AddCrl(Crl(P().root, {Revoked(2, revokedAt)}));
-         },
-         ErrCertRevoked, "", "", "", "CC-"},
-        {"whole chain: the root's own CRL speaks for the root",
+             b.FromStore(Crl(P().sub));
+             b.FromStore(Crl(P().root, revoked(revokedAt, 2)))
+                 .SetRevocationOption(Policy::revOptionChain);
+         }},
+        {"whole chain: the root's own CRL speaks for the root", 0, nullptr, "", "", "CCC",
          [](Bench& b) {
-             b.policy.SetRevocationOption(Policy::revOptionWholeChain);
-             b.extra.AddCrl(Crl(P().sub));
-             b.extra.AddCrl(Crl(P().root));
-         },
-         0, nullptr, "", "", "CCC"},
-        {"no revocation check: a revoked signer passes and nothing is attached",
+             b.FromStore(Crl(P().sub));
+             b.FromStore(Crl(P().root)).SetRevocationOption(Policy::revOptionWholeChain);
+         }},
+        {"no revocation check: a revoked signer passes and nothing is attached", 0, nullptr, "", "",
+         "---",
          [&](Bench& b) {
-             b.policy.SetRevocationOption(Policy::revOptionNone);
-             b.extra.AddCrl(Crl(P().sub, {Revoked(0x51, revokedAt)}));
-         },
-         0, nullptr, "", "", "---"},
-        {"no CRL in the store nor from the client", [](Bench&) {}, ErrRevocationUnknown,
-         "GetCrl()=NULL or GetCrl()->GetX509Crl()=NULL", "GetCrl", "", "---"},
-        {"a CRL whose nextUpdate has passed is not taken from the store",
-         [](Bench& b) { b.extra.AddCrl(Crl(P().sub, {}, kCrlThisUpdate, kVerifyTime - 1)); },
-         ErrRevocationUnknown, "GetCrl()=NULL or GetCrl()->GetX509Crl()=NULL", "GetCrl", "", "---"},
-        {"the client's CRL is too old and no newer one can come",
-         [](Bench& b) {
-             b.crlClient.crls.push_back(Crl(P().sub, {}, kCrlThisUpdate, kVerifyTime - 1));
-         },
-         ErrRevocationUnknown, "", "GetCrl", "", "C--"},
-        {"the CRL's nextUpdate lies within the caution period",
+             b.FromStore(Crl(P().sub, revoked(revokedAt)))
+                 .SetRevocationOption(Policy::revOptionNone);
+         }},
+        {"no CRL in the store nor from the client", ErrRevocationUnknown, noCrl, "GetCrl", "",
+         "---", [](Bench&) {}},
+        {"a CRL whose nextUpdate has passed is not taken from the store", ErrRevocationUnknown,
+         noCrl, "GetCrl", "", "---",
+         [](Bench& b) { b.FromStore(Crl(P().sub, {}, kCrlThisUpdate, kVerifyTime - 1)); }},
+        {"the client's CRL is too old and no newer one can come", ErrRevocationUnknown, "",
+         "GetCrl", "", "C--",
+         [](Bench& b) { b.FromClient(Crl(P().sub, {}, kCrlThisUpdate, kVerifyTime - 1)); }},
+        {"the CRL's nextUpdate lies within the caution period", ErrCautionPeriod, "", "GetCrl", "",
+         "C--",
+         [&](Bench& b) { cautionBench(b).SetDefaultCautionPeriod(CautionPeriod(1, 0, 0, 0)); }},
+        {"the caution period is kept per certificate", ErrCautionPeriod, "", "GetCrl", "", "C--",
          [&](Bench& b) {
-             cautionBench(b);
-             b.policy.SetDefaultCautionPeriod(CautionPeriod(1, 0, 0, 0));
-         },
-         ErrCautionPeriod, "", "GetCrl", "", "C--"},
-        {"the caution period is kept per certificate",
-         [&](Bench& b) {
-             cautionBench(b);
-             b.policy.SetCautionPeriod(b.subject.GetSHA1HashHex(), CautionPeriod(0, 13, 0, 0));
-         },
-         ErrCautionPeriod, "", "GetCrl", "", "C--"},
-        {"the same CRL without caution period", cautionBench, 0, nullptr, "GetCrl", "", "C--"},
+             cautionBench(b).SetCautionPeriod(b.subject.GetSHA1HashHex(),
+                                              CautionPeriod(0, 13, 0, 0));
+         }},
+        {"the same CRL without caution period", 0, nullptr, "GetCrl", "", "C--", cautionBench},
         // Expiring Signer's validity ended 2024-12-31; the CRL was issued 2025-01-15.
-        {"a CRL issued after the certificate expired",
+        {"a CRL issued after the certificate expired", ErrRevocationUnknown, nullptr,
+         "GetCrlAfterTime(T)", "", "C--",
          [](Bench& b) {
              b.subject = Cert(P().expiring);
-             b.crlClient.crls.push_back(
-                 Crl(P().sub, {}, UtcTime(2025, 1, 15), UtcTime(2025, 2, 15)));
-         },
-         ErrRevocationUnknown, nullptr, "GetCrlAfterTime(T)", "", "C--"},
-        {"an expired certificate asks for a CRL issued after the check time",
+             b.FromClient(Crl(P().sub, {}, UtcTime(2025, 1, 15), UtcTime(2025, 2, 15)));
+         }},
+        {"an expired certificate asks for a CRL issued after the check time", 0, nullptr,
+         "GetCrlAfterTime(T+3600)", "", "C--",
          [](Bench& b) {
              b.subject = Cert(P().expiring);
-             b.crlClient.crls.push_back(Crl(P().sub));
-             b.policy.SetDefaultCautionPeriod(CautionPeriod(0, 1, 0, 0));
-         },
-         0, nullptr, "GetCrlAfterTime(T+3600)", "", "C--"},
-        {"forced after-time fetching",
+             b.FromClient(Crl(P().sub)).SetDefaultCautionPeriod(CautionPeriod(0, 1, 0, 0));
+         }},
+        {"forced after-time fetching", 0, nullptr, "GetCrlAfterTime(T)", "", "C--",
+         [](Bench& b) { b.FromClient(Crl(P().sub)).SetForceGetCrlAfterTimeUsage(1); }},
+        {"thisUpdate as limit: a CRL issued after the verification time", 0, nullptr,
+         "GetCrlAfterTime(T)", "", "C--",
          [](Bench& b) {
-             b.crlClient.crls.push_back(Crl(P().sub));
-             b.policy.SetForceGetCrlAfterTimeUsage(1);
-         },
-         0, nullptr, "GetCrlAfterTime(T)", "", "C--"},
-        {"thisUpdate as limit: a CRL issued after the verification time",
-         [](Bench& b) {
-             b.crlClient.crls.push_back(Crl(P().sub, {}, kVerifyTime + 3600, kCrlNextUpdate));
-             b.policy.SetCheckRevocationThisUpdate(1);
-         },
-         0, nullptr, "GetCrlAfterTime(T)", "", "C--"},
-        {"thisUpdate as limit: a CRL issued before the verification time",
-         [](Bench& b) {
-             b.crlClient.crls.push_back(Crl(P().sub));
-             b.policy.SetCheckRevocationThisUpdate(1);
-         },
-         ErrRevocationUnknown, "", "GetCrlAfterTime(T)", "", "C--"},
+             b.FromClient(Crl(P().sub, {}, kVerifyTime + 3600, kCrlNextUpdate))
+                 .SetCheckRevocationThisUpdate(1);
+         }},
+        {"thisUpdate as limit: a CRL issued before the verification time", ErrRevocationUnknown, "",
+         "GetCrlAfterTime(T)", "", "C--",
+         [](Bench& b) { b.FromClient(Crl(P().sub)).SetCheckRevocationThisUpdate(1); }},
         // Sub CA's name and key identifier, another key.
-        {"a CRL with a bad signature",
+        {"a CRL with a bad signature", ErrRevocationUnknown, crlSignature, "", "", "C--",
          [](Bench& b) {
              const Issued forger{CertPtr(X509_dup(P().sub.cert.get())), NewKey(KeyKind::EcP256)};
              CrlSpec profile;
              profile.thisUpdate = kCrlThisUpdate;
              profile.nextUpdate = kCrlNextUpdate;
-             b.extra.AddCrl(X509Crl(IssueCrl(profile, forger).get()));
-         },
-         ErrRevocationUnknown, crlSignature.c_str(), "", "", "C--"},
+             b.FromStore(X509Crl(IssueCrl(profile, forger).get()));
+         }},
     });
 }
 
@@ -502,137 +407,108 @@ TEST(X509ChainScenarios, RevocationByOcspOrCrl) {
     const std::int64_t crlIssued = UtcTime(2024, 5, 31, 10);
     const std::int64_t before = UtcTime(2024, 5, 31, 9);
     const std::int64_t after = UtcTime(2024, 5, 31, 11);
-    const X509Crl revokingCrl = Crl(P().sub, {Revoked(0x51, revokedAt)}, crlIssued);
-    const auto mode = [](Bench& b, Policy::cptRevocationMode m) { b.policy.SetRevocationMode(m); };
+    const X509Crl revokingCrl =
+        Crl(P().sub, {RevokedEntry{0x51, revokedAt, -1, nullptr}}, crlIssued);
     const auto goodAt = [](std::int64_t produced, std::int64_t next = kCrlNextUpdate) {
         return Ocsp({Good(P().signer, produced, next)}, produced);
     };
-    RunScenarios({
-        // CRL (thisUpdate 10:00, Signer revoked) and OCSP (good) both in the extra store.
-        {"an OCSP answer produced before the CRL was issued decides",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.extra.AddCrl(revokingCrl);
-             b.extra.AddOcspResponse(goodAt(before));
-         },
-         0, nullptr, "", "", "B--"},
-        {"a CRL issued before the OCSP answer decides",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.extra.AddCrl(revokingCrl);
-             b.extra.AddOcspResponse(goodAt(after));
-         },
-         ErrCertRevoked, "", "", "", "C--"},
-        {"a CRL from the client leaves the decision to OCSP",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.crlClient.crls.push_back(revokingCrl);
-             b.extra.AddOcspResponse(goodAt(after));
-         },
-         0, nullptr, "GetCrl", "", "B--"},
-        {"prefer CRL: a CRL valid at the check time settles it, OCSP is never asked",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.policy.SetPreferCrl(1);
-             b.crlClient.crls.push_back(Crl(P().sub));
-             b.ocspClient.Answer(P().signer,
-                                 Ocsp({RevokedAnswer(P().signer, revokedAt, before)}, before));
-         },
-         0, nullptr, "GetCrl", "", "C--"},
-        {"prefer CRL, but the CRL is too old: OCSP decides",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.policy.SetPreferCrl(1);
-             b.crlClient.crls.push_back(Crl(P().sub, {}, kCrlThisUpdate, kVerifyTime - 1));
-             b.ocspClient.Answer(P().signer, goodAt(before));
-         },
-         0, nullptr, "GetCrl", "GetOcspResponse", "B--"},
-        {"no CRL anywhere: OCSP from the client",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.ocspClient.Answer(P().signer, goodAt(before));
-         },
-         0, nullptr, "GetCrl", "GetOcspResponse", "O--"},
-        {"neither CRL nor OCSP", [&](Bench& b) { mode(b, Policy::revOcspOrCrl); },
-         ErrRevocationUnknown, "RevocationMode == revOcspOrCrl && pCurrOcsp == NULL", "GetCrl",
-         "GetOcspResponse", "---"},
-        // Expiring Signer's validity ended before today.
-        {"an expired certificate asks both clients for data issued after the time",
-         [&](Bench& b) {
-             mode(b, Policy::revOcspOrCrl);
-             b.subject = Cert(P().expiring);
-             b.policy.SetDefaultCautionPeriod(CautionPeriod(0, 1, 0, 0));
-             b.crlClient.afterTimeAnswers = false;
-             b.crlClient.crls.push_back(Crl(P().sub));
-             b.ocspClient.Answer(P().expiring,
-                                 Ocsp({Good(P().expiring, before, kCrlNextUpdate)}, before));
-         },
-         0, nullptr, "GetCrlAfterTime(T+3600) GetCrl", "GetOcspResponseAfterTime(T)", "B--"},
-        {"OCSP only: revoked",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.ocspClient.Answer(P().signer,
-                                 Ocsp({RevokedAnswer(P().signer, revokedAt, before)}, before));
-         },
-         ErrCertRevoked, "", "", "GetOcspResponse", "O--"},
-        {"OCSP only: no answer", [&](Bench& b) { mode(b, Policy::revOcsp); }, ErrRevocationUnknown,
-         "RevocationMode == revOcsp && pCurrOcsp == NULL", "", "GetOcspResponse", "---"},
-        {"OCSP only: a failing client is treated as no answer",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.ocspClient.fails = true;
-         },
-         ErrRevocationUnknown, "RevocationMode == revOcsp && pCurrOcsp == NULL", "",
-         "GetOcspResponse", "---"},
-        {"an answer in the extra store signed by an untrusted responder is passed over",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.extra.AddOcspResponse(
-                 Ocsp({Good(P().signer, before, kCrlNextUpdate)}, before, P().sub, &P().otherRoot));
-             b.ocspClient.Answer(P().signer, goodAt(after));
-         },
-         0, nullptr, "", "GetOcspResponse", "O--"},
-        {"two single responses in one answer",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.ocspClient.Answer(P().signer, Ocsp({Good(P().signer, before, kCrlNextUpdate),
-                                                   Good(P().qualified, before, kCrlNextUpdate)},
-                                                  before));
-         },
-         ErrInternal, "ocsp.GetSingleResponses().GetSize()>1", "", "GetOcspResponse", "O--"},
-        // Good answers with thisUpdate 2 hours or 30 minutes before the verification time.
-        {"freshness limit of one hour, answer two hours old",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.policy.SetMaxOcspFreshness(3600);
-             b.ocspClient.Answer(P().signer, goodAt(kVerifyTime - 7200));
-         },
-         ErrRevocationUnknown, "", "", "GetOcspResponse", "O--"},
-        {"freshness limit met: a passed nextUpdate no longer matters",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.policy.SetMaxOcspFreshness(3600);
-             b.ocspClient.Answer(P().signer, goodAt(kVerifyTime - 1800, kVerifyTime - 600));
-         },
-         0, nullptr, "", "GetOcspResponse", "O--"},
-        {"without freshness limit the passed nextUpdate fails",
-         [&](Bench& b) {
-             mode(b, Policy::revOcsp);
-             b.ocspClient.Answer(P().signer, goodAt(kVerifyTime - 1800, kVerifyTime - 600));
-         },
-         ErrRevocationUnknown, "", "", "GetOcspResponse", "O--"},
-    });
+    const OcspResponse revokedAnswer = Ocsp(
+        {{P().signer.cert.get(), V_OCSP_CERTSTATUS_REVOKED, -1, revokedAt, before, 0}}, before);
+    RunScenarios(
+        {
+            // CRL (thisUpdate 10:00, Signer revoked) and OCSP (good) both in the extra store.
+            {"an OCSP answer produced before the CRL was issued decides", 0, nullptr, "", "", "B--",
+             [&](Bench& b) {
+                 b.FromStore(revokingCrl);
+                 b.extra.AddOcspResponse(goodAt(before));
+             }},
+            {"a CRL issued before the OCSP answer decides", ErrCertRevoked, "", "", "", "C--",
+             [&](Bench& b) {
+                 b.FromStore(revokingCrl);
+                 b.extra.AddOcspResponse(goodAt(after));
+             }},
+            {"a CRL from the client leaves the decision to OCSP", 0, nullptr, "GetCrl", "", "B--",
+             [&](Bench& b) {
+                 b.FromClient(revokingCrl);
+                 b.extra.AddOcspResponse(goodAt(after));
+             }},
+            {"prefer CRL: a CRL valid at the check time settles it, OCSP is never asked", 0,
+             nullptr, "GetCrl", "", "C--",
+             [&](Bench& b) {
+                 b.FromClient(Crl(P().sub)).SetPreferCrl(1);
+                 b.FromResponder(revokedAnswer);
+             }},
+            {"prefer CRL, but the CRL is too old: OCSP decides", 0, nullptr, "GetCrl",
+             "GetOcspResponse", "B--",
+             [&](Bench& b) {
+                 b.FromClient(Crl(P().sub, {}, kCrlThisUpdate, kVerifyTime - 1));
+                 b.FromResponder(goodAt(before)).SetPreferCrl(1);
+             }},
+            {"no CRL anywhere: OCSP from the client", 0, nullptr, "GetCrl", "GetOcspResponse",
+             "O--", [&](Bench& b) { b.FromResponder(goodAt(before)); }},
+            {"neither CRL nor OCSP", ErrRevocationUnknown,
+             "RevocationMode == revOcspOrCrl && pCurrOcsp == NULL", "GetCrl", "GetOcspResponse",
+             "---", [](Bench&) {}},
+            // Expiring Signer's validity ended before today.
+            {"an expired certificate asks both clients for data issued after the time", 0, nullptr,
+             "GetCrlAfterTime(T+3600) GetCrl", "GetOcspResponseAfterTime(T)", "B--",
+             [&](Bench& b) {
+                 b.subject = Cert(P().expiring);
+                 b.FromClient(Crl(P().sub)).SetDefaultCautionPeriod(CautionPeriod(0, 1, 0, 0));
+                 b.crlClient.afterTimeAnswers = false;
+                 b.FromResponder(Ocsp({Good(P().expiring, before, kCrlNextUpdate)}, before));
+             }},
+        },
+        [](Bench& b) { b.policy.SetRevocationMode(Policy::revOcspOrCrl); });
+    const char* const noAnswer = "RevocationMode == revOcsp && pCurrOcsp == NULL";
+    RunScenarios(
+        {
+            {"OCSP only: revoked", ErrCertRevoked, "", "", "GetOcspResponse", "O--",
+             [&](Bench& b) { b.FromResponder(revokedAnswer); }},
+            {"OCSP only: no answer", ErrRevocationUnknown, noAnswer, "", "GetOcspResponse", "---",
+             [](Bench&) {}},
+            {"OCSP only: a failing client is treated as no answer", ErrRevocationUnknown, noAnswer,
+             "", "GetOcspResponse", "---", [](Bench& b) { b.ocspClient.fails = true; }},
+            {"an answer in the extra store signed by an untrusted responder is passed over", 0,
+             nullptr, "", "GetOcspResponse", "O--",
+             [&](Bench& b) {
+                 b.extra.AddOcspResponse(Ocsp({Good(P().signer, before, kCrlNextUpdate)}, before,
+                                              P().sub, &P().otherRoot));
+                 b.FromResponder(goodAt(after));
+             }},
+            {"two single responses in one answer", ErrInternal,
+             "ocsp.GetSingleResponses().GetSize()>1", "", "GetOcspResponse", "O--",
+             [&](Bench& b) {
+                 b.FromResponder(Ocsp({Good(P().signer, before, kCrlNextUpdate),
+                                       Good(P().qualified, before, kCrlNextUpdate)},
+                                      before));
+             }},
+            // Good answers with thisUpdate 2 hours or 30 minutes before the verification time.
+            {"freshness limit of one hour, answer two hours old", ErrRevocationUnknown, "", "",
+             "GetOcspResponse", "O--",
+             [&](Bench& b) {
+                 b.FromResponder(goodAt(kVerifyTime - 7200)).SetMaxOcspFreshness(3600);
+             }},
+            {"freshness limit met: a passed nextUpdate no longer matters", 0, nullptr, "",
+             "GetOcspResponse", "O--",
+             [&](Bench& b) {
+                 b.FromResponder(goodAt(kVerifyTime - 1800, kVerifyTime - 600))
+                     .SetMaxOcspFreshness(3600);
+             }},
+            {"without freshness limit the passed nextUpdate fails", ErrRevocationUnknown, "", "",
+             "GetOcspResponse", "O--",
+             [&](Bench& b) { b.FromResponder(goodAt(kVerifyTime - 1800, kVerifyTime - 600)); }},
+        },
+        [](Bench& b) { b.policy.SetRevocationMode(Policy::revOcsp); });
 }
 
 TEST(X509ChainScenarios, ElementsAndEnumerationsFollowThePath) {
     Bench b;
-    b.policy.SetRevocationOption(Policy::revOptionChain);
-    const X509Crl subCrl = Crl(P().sub);
-    const X509Crl rootCrl = Crl(P().root);
-    b.extra.AddCrl(rootCrl);
-    b.extra.AddCrl(subCrl);
+    const X509Crl subCrl = Crl(P().sub), rootCrl = Crl(P().root);
+    b.FromStore(rootCrl);
+    b.FromStore(subCrl).SetRevocationOption(Policy::revOptionChain);
     X509Chain chain(&b.policy);
-    ASSERT_EQ(Catch([&] { chain.Build(&b.subject, b.time); }).code, 0) << "the path verifies";
+    ASSERT_EQ(b.Build(chain).code, 0) << "the path verifies";
     EXPECT_EQ(chain.GetVerifyTime(), kVerifyTime) << "the time of the build";
     const qorstd::QorVector<X509Certificate> certs = chain.EnumCertificates();
     ASSERT_EQ(certs.GetSize(), 3u) << "signer, sub CA, root";
@@ -646,68 +522,58 @@ TEST(X509ChainScenarios, ElementsAndEnumerationsFollowThePath) {
     EXPECT_EQ(chain.EnumOcspResponses().GetSize(), 0u) << "no OCSP in CRL mode";
 
     Bench o;
-    o.policy.SetRevocationMode(Policy::revOcsp);
     const OcspResponse answer =
         Ocsp({Good(P().signer, UtcTime(2024, 5, 31), kCrlNextUpdate)}, UtcTime(2024, 5, 31));
-    o.ocspClient.Answer(P().signer, answer);
+    o.FromResponder(answer).SetRevocationMode(Policy::revOcsp);
     X509Chain ocspChain(&o.policy);
-    ASSERT_EQ(Catch([&] { ocspChain.Build(&o.subject, o.time); }).code, 0) << "OCSP path verifies";
+    ASSERT_EQ(o.Build(ocspChain).code, 0) << "OCSP path verifies";
     const auto responses = ocspChain.EnumOcspResponses();
     ASSERT_EQ(responses.GetSize(), 1u) << "the end entity's answer";
     EXPECT_TRUE(responses.GetAt(0) == answer) << "a copy of the client's response";
     EXPECT_EQ(ocspChain.EnumCrls().GetSize(), 0u) << "no CRL in OCSP mode";
 }
 
-TEST(X509ChainScenarios, FailedBuildKeepsItsFirstFailure) {
-    Bench b;
-    b.trust = X509MemoryStore();
-    b.trust.AddCertificate(Cert(P().otherRoot));
-    X509Chain chain(&b.policy);
-    const Outcome first = Catch([&] { chain.Build(&b.subject, b.time); });
-    ASSERT_EQ(first.code, ErrChainIncomplete) << "no anchor";
-    EXPECT_FALSE(chain.GetExceptionStore().IsEmpty()) << "the failure is kept";
-    const Outcome again = Catch([&] { chain.ReThrow(); });
-    EXPECT_EQ(again.code, first.code) << "ReThrow throws the same code";
-    EXPECT_EQ(again.message, first.message) << "and the same message";
-    EXPECT_EQ(chain.GetVerifyTime(), kVerifyTime) << "the verification time stays set";
-}
-
 TEST(X509ChainScenarios, TimeZeroMeansNow) {
     Bench b;
-    b.extra.AddCrl(Crl(P().sub, {}, kCrlThisUpdate, UtcTime(2039, 12, 31)));
+    b.FromStore(Crl(P().sub, {}, kCrlThisUpdate, UtcTime(2039, 12, 31)));
+    b.time = 0;
     X509Chain chain(&b.policy);
     const std::int64_t before = static_cast<std::int64_t>(std::time(nullptr));
-    const Outcome got = Catch([&] { chain.Build(&b.subject, 0); });
+    const Thrown got = b.Build(chain);
     const std::int64_t after = static_cast<std::int64_t>(std::time(nullptr));
     EXPECT_EQ(got.code, 0) << got.message;
     EXPECT_TRUE(chain.GetVerifyTime() >= before && chain.GetVerifyTime() <= after)
         << "time 0 builds at the current time and reports it";
 }
 
-TEST(X509ChainScenarios, CertificateVerifyHandsTheWholeChainOver) {
+TEST(X509ChainScenarios, CertificateVerifyHandsTheChainOverAndFailuresAreKept) {
     Bench b;
-    b.extra.AddCrl(Crl(P().sub));
+    b.FromStore(Crl(P().sub));
     X509Chain* raw = nullptr;
-    const Outcome got = Catch([&] {
-        b.subject.Verify(X509Certificate::cptVerifyWholeChain, kVerifyTime, nullptr, &b.policy,
-                         &raw);
-    });
-    const std::unique_ptr<X509Chain> chain(raw);
+    const auto verify = [&] {
+        return Catch([&] {
+            b.subject.Verify(X509Certificate::cptVerifyWholeChain, kVerifyTime, nullptr, &b.policy,
+                             &raw);
+        });
+    };
+    const Thrown got = verify();
+    const std::unique_ptr<X509Chain> built(raw);
     EXPECT_EQ(got.code, 0) << got.message;
-    ASSERT_NE(chain, nullptr) << "the built chain goes to the caller";
-    EXPECT_EQ(chain->EnumCertificates().GetSize(), 3u) << "signer, sub CA, root";
-    EXPECT_EQ(Attached(*chain), "C--") << "with the end entity's CRL";
+    ASSERT_NE(built, nullptr) << "the built chain goes to the caller";
+    EXPECT_EQ(Attached(*built), "C--") << "signer, sub CA, root; with the end entity's CRL";
 
-    b.trust = X509MemoryStore();
-    b.trust.AddCertificate(Cert(P().otherRoot));
-    X509Chain sentinel;
-    raw = &sentinel;
-    const Outcome failed = Catch([&] {
-        b.subject.Verify(X509Certificate::cptVerifyWholeChain, kVerifyTime, nullptr, &b.policy,
-                         &raw);
-    });
-    EXPECT_EQ(failed.code, ErrChainIncomplete) << "the build's failure reaches the caller";
+    b.TrustOnlyOtherRoot();
+    X509Chain chain(&b.policy);
+    raw = &chain;
+    EXPECT_EQ(verify().code, ErrChainIncomplete) << "the build's failure reaches the caller";
     EXPECT_EQ(raw, nullptr) << "no chain after a failure";
+    const Thrown first = b.Build(chain);
+    ASSERT_EQ(first.code, ErrChainIncomplete) << "no anchor";
+    EXPECT_FALSE(chain.GetExceptionStore().IsEmpty()) << "the failure is kept";
+    const Thrown again = Catch([&] { chain.ReThrow(); });
+    EXPECT_EQ(again.code, first.code) << "ReThrow throws the same code";
+    EXPECT_EQ(again.message, first.message) << "and the same message";
+    EXPECT_EQ(chain.GetVerifyTime(), kVerifyTime) << "the verification time stays set";
 }
 
 TEST(X509ChainScenarios, IssuerAndQualifiedChecksBuildPaths) {
@@ -717,52 +583,12 @@ TEST(X509ChainScenarios, IssuerAndQualifiedChecksBuildPaths) {
     EXPECT_EQ(Cert(P().lapsedSub).IsIssuerCert(Cert(P().root), kVerifyTime), 0)
         << "no path for a certificate expired at the time";
 
-    X509MemoryStore trust;
-    trust.AddCertificate(Cert(P().root));
-    X509MemoryStore extra;
-    extra.AddCertificate(sub);
+    Bench b;  // Root CA trusted, Sub CA in the extra store
     const X509Certificate qualified = Cert(P().qualified);
-    EXPECT_EQ(qualified.IsQualified(kVerifyTime, &trust, &extra), 1)
+    EXPECT_EQ(qualified.IsQualified(kVerifyTime, &b.trust, &b.extra), 1)
         << "QcCompliance and a path to the anchor";
-    EXPECT_EQ(qualified.IsQualified(kVerifyTime, &trust, nullptr), 0)
+    EXPECT_EQ(qualified.IsQualified(kVerifyTime, &b.trust, nullptr), 0)
         << "without the intermediate there is no path";
-    EXPECT_EQ(Cert(P().signer).IsQualified(kVerifyTime, &trust, &extra), 0)
+    EXPECT_EQ(Cert(P().signer).IsQualified(kVerifyTime, &b.trust, &b.extra), 0)
         << "a path alone is not enough without QcCompliance";
-}
-
-namespace {
-
-// Opens the verdict to the test, as a derived chain may.
-class VerdictProbe : public X509Chain {
-public:
-    using X509Chain::VerifyCertCrl;
-    using X509Chain::X509Chain;
-};
-
-}  // namespace
-
-TEST(X509ChainScenarios, CrlIssuedAfterExpiryCannotSpeakForTheCertificate) {
-    RecordingLog& log = RecordingLog::Instance();
-    log.Reset();
-    const LoggingCallbacks table = log.Table();
-    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
-    Outcome got;
-    {
-        Policy policy;
-        VerdictProbe probe(&policy);
-        const X509Certificate expiring = Cert(P().expiring);
-        const X509Crl late = Crl(P().sub, {}, UtcTime(2025, 1, 15), UtcTime(2025, 2, 15));
-        got = Catch([&] { probe.VerifyCertCrl(&expiring, late, kVerifyTime, CautionPeriod()); });
-    }
-    Tessera_InitializeLogging(nullptr, false);
-    EXPECT_EQ(got.code, ErrRevocationUnknown) << "status unknown";
-    EXPECT_EQ(got.message, "") << "without message";
-    bool logged = false;
-    for (const LogLine& line : log.LinesOf(L"Tessera.X509Chain")) {
-        logged = logged || (line.level == Level::Error &&
-                            line.text ==
-                                L"VerifyCertCrl: Incomplete automatic verification. CRL "
-                                L"not time valid.");
-    }
-    EXPECT_TRUE(logged) << "the Error line names the reason";
 }

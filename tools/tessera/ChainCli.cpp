@@ -1,6 +1,7 @@
 // Certificates, CRLs and chain policies from command-line options.
 #include "ChainCli.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -71,20 +72,20 @@ bool ParseUtc(const std::string& text, std::int64_t* seconds) {
     return parts.tm_mday == day && parts.tm_mon == month - 1;
 }
 
-namespace {
-
-bool ReadInput(const std::string& command, const std::string& path,
-               std::vector<unsigned char>* bytes) {
-    if (!ReadFile(path, bytes) || bytes->empty()) {
+bool ReadInputFile(const std::string& command, const std::string& path,
+                   std::vector<unsigned char>* bytes, bool emptyOk) {
+    if (!ReadFile(path, bytes) || (bytes->empty() && !emptyOk)) {
         std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(), path.c_str());
         return false;
     }
     return true;
 }
 
+namespace {
+
 bool ReadCrlFile(const std::string& command, const std::string& path, X509MemoryStore* store) {
     std::vector<unsigned char> bytes;
-    if (!ReadInput(command, path, &bytes)) {
+    if (!ReadInputFile(command, path, &bytes)) {
         return false;
     }
     try {
@@ -120,7 +121,7 @@ const std::vector<std::string>& ValuesOf(const Arguments& parsed, const char* na
 bool ReadCertificateFile(const std::string& command, const std::string& path,
                          std::vector<X509Certificate>* out) {
     std::vector<unsigned char> bytes;
-    if (!ReadInput(command, path, &bytes)) {
+    if (!ReadInputFile(command, path, &bytes)) {
         return false;
     }
     const std::size_t before = out->size();
@@ -152,6 +153,11 @@ bool ReadCertificateFile(const std::string& command, const std::string& path,
 
 int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fetch,
                     ChainSetup* setup) {
+    setup->verifyTime = static_cast<std::int64_t>(std::time(nullptr));
+    const std::string timeText = parsed.Get("--time");
+    if (!timeText.empty() && !ParseUtc(timeText, &setup->verifyTime)) {
+        return UsageError(command + ": --time takes a UTC time such as 2024-06-01T12:00:00Z");
+    }
     const std::string mode = parsed.Get("--mode", "crl");
     X509ChainPolicy::cptRevocationMode revocationMode = X509ChainPolicy::revCrl;
     if (mode == "ocsp") {
@@ -193,6 +199,13 @@ int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fe
     }
     policy.SetChainBuildMode(static_cast<X509ChainPolicy::cptChainBuildMode>(buildMode));
     return kExitOk;
+}
+
+bool TakeFetchFlag(std::vector<std::string>* args) {
+    const auto end = std::remove(args->begin(), args->end(), "--fetch");
+    const bool fetch = end != args->end();
+    args->erase(end, args->end());
+    return fetch;
 }
 
 }  // namespace tessera_cli

@@ -27,14 +27,21 @@ std::vector<std::vector<unsigned char>> PemBlocks(const std::string& text,
 // a bare date meaning its midnight UTC.
 bool ParseUtc(const std::string& text, std::int64_t* seconds);
 
+// The whole content of a file; false (after a line on stderr naming
+// `command` and the file) when it cannot be read, or is empty unless
+// `emptyOk`.
+bool ReadInputFile(const std::string& command, const std::string& path,
+                   std::vector<unsigned char>* bytes, bool emptyOk = false);
+
 // The certificates of a PEM or DER file, in file order; false (after a line
 // on stderr naming `command` and the file) when none can be read.
 bool ReadCertificateFile(const std::string& command, const std::string& path,
                          std::vector<TesseraLib::X509Certificate>* out);
 
-// The stores, clients and policy one path check reads. Not copyable: the
-// policy points at the stores and clients beside it.
+// The time, stores, clients and policy one path check reads. Not copyable:
+// the policy points at the stores and clients beside it.
 struct ChainSetup {
+    std::int64_t verifyTime = 0;
     TesseraLib::X509MemoryStore trustStore;
     TesseraLib::X509MemoryStore extraStore;
     TesseraLib::X509CurlCrlClientOnline crlClient;
@@ -46,12 +53,17 @@ struct ChainSetup {
     ChainSetup& operator=(const ChainSetup&) = delete;
 };
 
-// Fills `setup` from --trust, --extra, --crl and --mode (crl by default), with
-// revocation checked for every certificate except self-signed ones and the
-// S/MIME signing purpose; `fetch` lets the clients download CRLs and ask OCSP
-// responders. Returns kExitOk, or the exit code after a usage error or an
-// unreadable file (already reported).
+// Fills `setup` from --time (else now, fixed here so that the time printed
+// is the time checked), --trust, --extra, --crl and --mode (crl by default),
+// with revocation checked for every certificate except self-signed ones and
+// the S/MIME signing purpose; `fetch` lets the clients download CRLs and ask
+// OCSP responders. Returns kExitOk, or the exit code after a usage error or
+// an unreadable file (already reported).
 int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fetch,
                     ChainSetup* setup);
+
+// Takes the flag --fetch out of `args`, leaving the rest for ParseArguments;
+// whether it was given.
+bool TakeFetchFlag(std::vector<std::string>* args);
 
 }  // namespace tessera_cli

@@ -15,9 +15,7 @@
 // holds several certificates, the first is checked and the others join the
 // extra store. --fetch lets the search download CRLs from the distribution
 // points and ask the OCSP responder named in each certificate's AIA.
-#include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <utility>
 #include <vector>
@@ -66,15 +64,8 @@ std::string RevocationLine(const TesseraLib::X509ChainElement& element) {
 }  // namespace
 
 int RunChain(const std::vector<std::string>& args) {
-    std::vector<std::string> options;
-    bool fetch = false;
-    for (const std::string& arg : args) {
-        if (arg == "--fetch") {
-            fetch = true;
-        } else {
-            options.push_back(arg);
-        }
-    }
+    std::vector<std::string> options = args;
+    const bool fetch = TakeFetchFlag(&options);
     const Arguments parsed = ParseArguments(
         kCommand, options,
         {"--trust", "--extra", "--crl", "--mode", "--option", "--time", "--purpose"});
@@ -107,13 +98,6 @@ int RunChain(const std::vector<std::string>& args) {
                      &purpose)) {
         return UsageError("chain: --purpose must be smime, timestamp or none");
     }
-    // "Now" is fixed here, so that the time printed is the time checked.
-    std::int64_t verifyTime = static_cast<std::int64_t>(std::time(nullptr));
-    const std::string timeText = parsed.Get("--time");
-    if (!timeText.empty() && !ParseUtc(timeText, &verifyTime)) {
-        return UsageError("chain: --time takes a UTC time such as 2024-06-01T12:00:00Z");
-    }
-
     ChainSetup setup;
     const int status = BuildChainSetup(kCommand, parsed, fetch, &setup);
     if (status != kExitOk) {
@@ -129,10 +113,10 @@ int RunChain(const std::vector<std::string>& args) {
     setup.policy.SetRevocationOption(option);
     setup.policy.SetPurpose(purpose);
 
-    std::printf("Verification time: %s\n", FormatUtc(verifyTime).c_str());
+    std::printf("Verification time: %s\n", FormatUtc(setup.verifyTime).c_str());
     TesseraLib::X509Chain chain(&setup.policy);
     try {
-        chain.Build(&subject[0], verifyTime);
+        chain.Build(&subject[0], setup.verifyTime);
     } catch (const qorstd::QorException& e) {
         return PrintError(kCommand, e.GetErrorCode(), e.GetErrorDescription().c_str(),
                           e.GetErrorMessage().c_str());

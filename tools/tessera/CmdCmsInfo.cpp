@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "ChainCli.h"
 #include "Cli.h"
+#include "CmsCli.h"
 #include "SignedCms.h"
 
 namespace tessera_cli {
@@ -116,21 +116,9 @@ int RunInfo(const std::vector<std::string>& args) {
     if (parsed.positional.size() != 1) {
         return UsageError("info: exactly one signature FILE is required");
     }
-    const std::string& path = parsed.positional[0];
     std::vector<unsigned char> bytes;
-    if (!ReadFile(path, &bytes) || bytes.empty()) {
-        std::fprintf(stderr, "tessera info: cannot read %s\n", path.c_str());
+    if (!ReadSignatureFile("info", parsed.positional[0], &bytes)) {
         return kExitFailure;
-    }
-    if (IsPem(bytes)) {
-        const std::string text(bytes.begin(), bytes.end());
-        for (const char* label : {"CMS", "PKCS7"}) {
-            const auto blocks = PemBlocks(text, label);
-            if (!blocks.empty()) {
-                bytes = blocks.front();
-                break;
-            }
-        }
     }
 
     // Decoding errors reach main(), which prints code and description.

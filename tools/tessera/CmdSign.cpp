@@ -20,9 +20,10 @@
 // certificate; chain: its path without the anchor, whole: with it, both
 // built from the --trust anchors). --no-attrs leaves out the signed
 // attributes (message digest, content type, signing time).
-#include <algorithm>
 #include <cstdio>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ChainCli.h"
@@ -60,14 +61,33 @@ Flags TakeFlags(std::vector<std::string>* args) {
     return flags;
 }
 
-// Parses the signer options and `extra` valued options; the problem text on
-// failure.
-Arguments Parse(const std::string& command, std::vector<std::string> args,
-                const std::set<std::string>& extra, Flags* flags) {
-    *flags = TakeFlags(&args);
+// What a signing command works with once its arguments are read. Not
+// copyable, as the signer set-up is not.
+struct Invocation {
+    Flags flags;
+    Arguments parsed;
+    SignerSetup setup;
+};
+
+// Reads the flags, the signer options and `extra` valued options, lets
+// `positionalOk` judge the rest (`problem` the usage error when it refuses)
+// and loads the signer. Returns kExitOk, or the exit code after a usage error
+// or an unreadable file (already reported).
+template <class PositionalOk>
+int Prepare(const std::string& command, std::vector<std::string> args,
+            const std::set<std::string>& extra, PositionalOk positionalOk, const char* problem,
+            Invocation* run) {
+    run->flags = TakeFlags(&args);
     std::set<std::string> valued = SignerOptions();
     valued.insert(extra.begin(), extra.end());
-    return ParseArguments(command, args, valued);
+    run->parsed = ParseArguments(command, args, valued);
+    if (!run->parsed.error.empty()) {
+        return UsageError(run->parsed.error);
+    }
+    if (!positionalOk(run->parsed)) {
+        return UsageError(command + ": " + problem);
+    }
+    return LoadSigner(command, run->parsed, run->flags.noAttributes, &run->setup);
 }
 
 std::vector<unsigned char> ToBytes(const qorstd::QorArray<unsigned char>& array) {
@@ -101,126 +121,93 @@ unsigned long PemLength(unsigned long der) {
 
 int RunSign(const std::vector<std::string>& args) {
     const std::string command = "sign";
-    Flags flags;
-    const Arguments parsed = Parse(command, args, {}, &flags);
-    if (!parsed.error.empty()) {
-        return UsageError(parsed.error);
-    }
-    if (parsed.positional.size() != 2) {
-        return UsageError(command + ": IN and OUT are required");
-    }
-    SignerSetup setup;
-    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
-    if (loaded != kExitOk) {
-        return loaded;
+    Invocation run;
+    const int status = Prepare(
+        command, args, {}, [](const Arguments& parsed) { return parsed.positional.size() == 2; },
+        "IN and OUT are required", &run);
+    if (status != kExitOk) {
+        return status;
     }
     std::vector<unsigned char> content;
-    if (!ReadFile(parsed.positional[0], &content)) {
-        std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(),
-                     parsed.positional[0].c_str());
+    if (!ReadInputFile(command, run.parsed.positional[0], &content, true)) {
         return kExitFailure;
     }
     SignedCms cms(ToArray(content));
-    cms.Sign(setup.signer, SignedCms::cptCmsBasic, flags.detached ? 1 : 0);
-    return Finish(command, cms, parsed.positional[1], flags.pem);
+    cms.Sign(run.setup.signer, SignedCms::cptCmsBasic, run.flags.detached ? 1 : 0);
+    return Finish(command, cms, run.parsed.positional[1], run.flags.pem);
 }
 
 int RunSignDigest(const std::vector<std::string>& args) {
     const std::string command = "sign-digest";
-    Flags flags;
-    const Arguments parsed = Parse(command, args, {"--digest"}, &flags);
-    if (!parsed.error.empty()) {
-        return UsageError(parsed.error);
-    }
     std::vector<unsigned char> digest;
-    if (parsed.positional.size() != 1 || !ParseHex(parsed.Get("--digest"), &digest)) {
-        return UsageError(command + ": --digest HEX and OUT are required");
-    }
-    SignerSetup setup;
-    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
-    if (loaded != kExitOk) {
-        return loaded;
+    Invocation run;
+    const int status = Prepare(
+        command, args, {"--digest"},
+        [&digest](const Arguments& parsed) {
+            return parsed.positional.size() == 1 && ParseHex(parsed.Get("--digest"), &digest);
+        },
+        "--digest HEX and OUT are required", &run);
+    if (status != kExitOk) {
+        return status;
     }
     SignedCms cms;
-    cms.SignDigest(setup.signer, SignedCms::cptCmsBasic, ToArray(digest));
-    return Finish(command, cms, parsed.positional[0], flags.pem);
+    cms.SignDigest(run.setup.signer, SignedCms::cptCmsBasic, ToArray(digest));
+    return Finish(command, cms, run.parsed.positional[0], run.flags.pem);
 }
 
 int RunCosign(const std::vector<std::string>& args) {
     const std::string command = "cosign";
-    Flags flags;
-    const Arguments parsed = Parse(command, args, {"--content"}, &flags);
-    if (!parsed.error.empty()) {
-        return UsageError(parsed.error);
-    }
-    if (parsed.positional.size() != 2) {
-        return UsageError(command + ": SIG and OUT are required");
-    }
-    SignerSetup setup;
-    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
-    if (loaded != kExitOk) {
-        return loaded;
+    Invocation run;
+    const int status = Prepare(
+        command, args, {"--content"},
+        [](const Arguments& parsed) { return parsed.positional.size() == 2; },
+        "SIG and OUT are required", &run);
+    if (status != kExitOk) {
+        return status;
     }
     std::vector<unsigned char> signature;
     std::vector<unsigned char> content;
-    const std::string contentPath = parsed.Get("--content");
-    for (const auto& input : {std::make_pair(parsed.positional[0], &signature),
+    const std::string contentPath = run.parsed.Get("--content");
+    for (const auto& input : {std::make_pair(run.parsed.positional[0], &signature),
                               std::make_pair(contentPath, &content)}) {
-        if (!input.first.empty() && !ReadFile(input.first, input.second)) {
-            std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(),
-                         input.first.c_str());
+        if (!input.first.empty() && !ReadInputFile(command, input.first, input.second, true)) {
             return kExitFailure;
-        }
-    }
-    if (IsPem(signature)) {
-        const std::string text(signature.begin(), signature.end());
-        for (const char* label : {"CMS", "PKCS7"}) {
-            const auto blocks = PemBlocks(text, label);
-            if (!blocks.empty()) {
-                signature = blocks.front();
-                break;
-            }
         }
     }
     // Given content replaces embedded content, which must then match it.
     SignedCms cms;
-    cms.Decode(ToArray(signature));
+    cms.Decode(ToArray(SignatureDer(signature)));
     if (!contentPath.empty()) {
         cms.SetContent(ToArray(content));
     }
-    cms.CoSign(setup.signer);
-    return Finish(command, cms, parsed.positional[1], flags.pem);
+    cms.CoSign(run.setup.signer);
+    return Finish(command, cms, run.parsed.positional[1], run.flags.pem);
 }
 
 int RunEstimate(const std::vector<std::string>& args) {
     const std::string command = "estimate";
-    Flags flags;
-    const Arguments parsed = Parse(command, args, {}, &flags);
-    if (!parsed.error.empty()) {
-        return UsageError(parsed.error);
-    }
-    if (parsed.positional.empty() || parsed.positional.size() > 2) {
-        return UsageError(command + ": IN is required");
-    }
-    SignerSetup setup;
-    const int loaded = LoadSigner(command, parsed, flags.noAttributes, &setup);
-    if (loaded != kExitOk) {
-        return loaded;
+    Invocation run;
+    const int status = Prepare(
+        command, args, {},
+        [](const Arguments& parsed) {
+            return !parsed.positional.empty() && parsed.positional.size() <= 2;
+        },
+        "IN is required", &run);
+    if (status != kExitOk) {
+        return status;
     }
     std::vector<unsigned char> content;
-    if (!ReadFile(parsed.positional[0], &content)) {
-        std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(),
-                     parsed.positional[0].c_str());
+    if (!ReadInputFile(command, run.parsed.positional[0], &content, true)) {
         return kExitFailure;
     }
     const SignedCms cms(ToArray(content));
     const unsigned long size =
-        cms.EstimateSize(setup.signer, SignedCms::cptCmsBasic, flags.detached ? 1 : 0);
+        cms.EstimateSize(run.setup.signer, SignedCms::cptCmsBasic, run.flags.detached ? 1 : 0);
     if (size == 0) {
         std::fprintf(stderr, "tessera %s: the size cannot be estimated\n", command.c_str());
         return kExitFailure;
     }
-    std::printf("%lu\n", flags.pem ? PemLength(size) : size);
+    std::printf("%lu\n", run.flags.pem ? PemLength(size) : size);
     return kExitOk;
 }
 

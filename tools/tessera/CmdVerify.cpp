@@ -15,14 +15,13 @@
 // revocation, as `tessera chain` checks it). Without --verify the path is
 // checked when --trust is given, otherwise the signer certificate alone.
 // --time fixes the verification time (default: now).
-#include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <vector>
 
 #include "ChainCli.h"
 #include "Cli.h"
+#include "CmsCli.h"
 #include "CryptException.h"
 #include "OcspException.h"
 #include "SignedCms.h"
@@ -37,36 +36,6 @@ using TesseraLib::SignedCms;
 using TesseraLib::VerifierCms;
 
 const char kCommand[] = "verify";
-
-bool ParseHex(const std::string& text, std::vector<unsigned char>* bytes) {
-    if (text.empty() || text.size() % 2 != 0) {
-        return false;
-    }
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        unsigned int value = 0;
-        if (std::sscanf(text.substr(i, 2).c_str(), "%2x", &value) != 1 ||
-            text.find_first_not_of("0123456789abcdefABCDEF", i) < i + 2) {
-            return false;
-        }
-        bytes->push_back(static_cast<unsigned char>(value));
-    }
-    return true;
-}
-
-// The DER of a signature file: PEM blocks labelled CMS or PKCS7, else the
-// bytes as they are.
-std::vector<unsigned char> SignatureDer(const std::vector<unsigned char>& bytes) {
-    if (IsPem(bytes)) {
-        const std::string text(bytes.begin(), bytes.end());
-        for (const char* label : {"CMS", "PKCS7"}) {
-            const auto blocks = PemBlocks(text, label);
-            if (!blocks.empty()) {
-                return blocks.front();
-            }
-        }
-    }
-    return bytes;
-}
 
 std::string ChecksPassed(unsigned long bits, VerifierCms::cptVerifyOption option) {
     using Info = SignedCms::SignerInfo;
@@ -101,15 +70,8 @@ void PrintFailure(int code, const qorstd::QorStringW& description,
 }  // namespace
 
 int RunVerify(const std::vector<std::string>& args) {
-    std::vector<std::string> options;
-    bool fetch = false;
-    for (const std::string& arg : args) {
-        if (arg == "--fetch") {
-            fetch = true;
-        } else {
-            options.push_back(arg);
-        }
-    }
+    std::vector<std::string> options = args;
+    const bool fetch = TakeFetchFlag(&options);
     const Arguments parsed = ParseArguments(
         kCommand, options,
         {"--content", "--digest", "--trust", "--extra", "--crl", "--mode", "--time", "--verify"});
@@ -141,30 +103,20 @@ int RunVerify(const std::vector<std::string>& args) {
     if (option == VerifierCms::cptVerifyWholeChain && !haveTrust) {
         return UsageError("verify: --verify chain needs at least one --trust FILE");
     }
-    // "Now" is fixed here, so that the time printed is the time checked.
-    std::int64_t verifyTime = static_cast<std::int64_t>(std::time(nullptr));
-    const std::string timeText = parsed.Get("--time");
-    if (!timeText.empty() && !ParseUtc(timeText, &verifyTime)) {
-        return UsageError("verify: --time takes a UTC time such as 2024-06-01T12:00:00Z");
-    }
-
     ChainSetup setup;
-    const int built = BuildChainSetup(kCommand, parsed, fetch, &setup);
-    if (built != kExitOk) {
-        return built;
+    const int status = BuildChainSetup(kCommand, parsed, fetch, &setup);
+    if (status != kExitOk) {
+        return status;
     }
-    std::vector<unsigned char> signature;
-    if (!ReadFile(parsed.positional[0], &signature) || signature.empty()) {
-        std::fprintf(stderr, "tessera verify: cannot read %s\n", parsed.positional[0].c_str());
+    std::vector<unsigned char> der;
+    if (!ReadSignatureFile(kCommand, parsed.positional[0], &der)) {
         return kExitFailure;
     }
     std::vector<unsigned char> content;
-    if (!contentFile.empty() && !ReadFile(contentFile, &content)) {
-        std::fprintf(stderr, "tessera verify: cannot read %s\n", contentFile.c_str());
+    if (!contentFile.empty() && !ReadInputFile(kCommand, contentFile, &content, true)) {
         return kExitFailure;
     }
 
-    const std::vector<unsigned char> der = SignatureDer(signature);
     SignedCms cms(
         qorstd::QorArray<unsigned char>(content.data(), static_cast<unsigned int>(content.size())));
     cms.Decode(qorstd::QorArray<unsigned char>(der.data(), static_cast<unsigned int>(der.size())));
@@ -173,10 +125,10 @@ int RunVerify(const std::vector<std::string>& args) {
 
     VerifierCms verifier;
     verifier.SetVerifyOption(option);
-    verifier.SetVerifyTime(verifyTime);
+    verifier.SetVerifyTime(setup.verifyTime);
     verifier.SetChainPolicy(&setup.policy);
 
-    std::printf("Verification time: %s\n", FormatUtc(verifyTime).c_str());
+    std::printf("Verification time: %s\n", FormatUtc(setup.verifyTime).c_str());
     const unsigned int count = cms.GetSignerInfoCount();
     unsigned int passed = 0;
     for (unsigned int i = 0; i < count; ++i) {

@@ -40,15 +40,6 @@ public:
     cptKeyType GetKeyType() const override { return cptKeyNone; }
 };
 
-bool ReadWhole(const std::string& command, const std::string& path,
-               std::vector<unsigned char>* bytes) {
-    if (!ReadFile(path, bytes) || bytes->empty()) {
-        std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(), path.c_str());
-        return false;
-    }
-    return true;
-}
-
 // Hands `key` (an OpenSSL key of whatever origin) to the certificate.
 void AttachKey(EVP_PKEY* key, X509Certificate* cert) {
     const std::unique_ptr<CryptKey> typed(CryptKey::CreateKey(key));
@@ -209,14 +200,14 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
     const char* pass = withPassword ? password.c_str() : nullptr;
     std::vector<unsigned char> bytes;
     if (fromKey) {
-        if (!ReadWhole(command, parsed.Get("--key"), &bytes)) {
+        if (!ReadInputFile(command, parsed.Get("--key"), &bytes)) {
             return kExitFailure;
         }
         LoadedKey key;
         key.ImportPEM(bytes.data(), static_cast<int>(bytes.size()), pass);
         AttachKey(key.GetKeyEVP(), &cert);
     } else if (fromP12) {
-        if (!ReadWhole(command, parsed.Get("--p12"), &bytes)) {
+        if (!ReadInputFile(command, parsed.Get("--p12"), &bytes)) {
             return kExitFailure;
         }
         X509Certificate bundled;
@@ -264,6 +255,29 @@ bool ParseHex(const std::string& text, std::vector<unsigned char>* bytes) {
     for (std::size_t i = 0; i < text.size(); i += 2) {
         bytes->push_back(static_cast<unsigned char>(std::stoul(text.substr(i, 2), nullptr, 16)));
     }
+    return true;
+}
+
+std::vector<unsigned char> SignatureDer(const std::vector<unsigned char>& bytes) {
+    if (IsPem(bytes)) {
+        const std::string text(bytes.begin(), bytes.end());
+        for (const char* label : {"CMS", "PKCS7"}) {
+            const auto blocks = PemBlocks(text, label);
+            if (!blocks.empty()) {
+                return blocks.front();
+            }
+        }
+    }
+    return bytes;
+}
+
+bool ReadSignatureFile(const std::string& command, const std::string& path,
+                       std::vector<unsigned char>* der) {
+    std::vector<unsigned char> bytes;
+    if (!ReadInputFile(command, path, &bytes)) {
+        return false;
+    }
+    *der = SignatureDer(bytes);
     return true;
 }
 

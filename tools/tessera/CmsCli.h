@@ -1,6 +1,7 @@
-// The signer of the signing commands (sign, sign-digest, cosign, estimate):
-// a certificate with its private key from a PEM key file, a PKCS#12 file or
-// a PKCS#11 token, and the signer's options.
+// What the CMS commands share: the signer of the signing commands (sign,
+// sign-digest, cosign, estimate), a certificate with its private key from a
+// PEM key file, a PKCS#12 file or a PKCS#11 token, and the signer's options;
+// hexadecimal digests; signature files read and written.
 #pragma once
 
 #include <set>
@@ -43,6 +44,15 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
 
 // Hexadecimal text as bytes; false for an odd length or a non-hex digit.
 bool ParseHex(const std::string& text, std::vector<unsigned char>* bytes);
+
+// The DER of a signature file's bytes: the first PEM block labelled CMS,
+// else PKCS7, else the bytes as they are.
+std::vector<unsigned char> SignatureDer(const std::vector<unsigned char>& bytes);
+
+// The DER of the signature file `path` (DER, or PEM labelled CMS or PKCS7);
+// false (after a line on stderr) when it cannot be read or is empty.
+bool ReadSignatureFile(const std::string& command, const std::string& path,
+                       std::vector<unsigned char>* der);
 
 // Writes a message as DER, or as PEM labelled "CMS" when `pem` is set; false
 // (after a line on stderr) when the file cannot be written.

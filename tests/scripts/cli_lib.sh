@@ -1,0 +1,36 @@
+# What the check_cli_*.sh scripts share; sourced, not run. Sourcing it moves
+# into a scratch directory that is removed on exit (a script that cleans up
+# more sets its own trap, $scratch included) and sets fail=0, which the
+# script ends with.
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+fail=0
+cd "$scratch" || exit 1
+
+# check DESCRIPTION STATUS: a failure is reported, and remembered in $fail,
+# when STATUS is not 0.
+check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
+
+# write_ca_cnf CERT KEY [LINE...]: ca.cnf for `openssl ca -gencrl` with the
+# CA certificate CERT and key KEY over index.txt and crlnumber here; CRLs get
+# an authority key identifier, and each LINE joins the CA section.
+write_ca_cnf() {
+    {
+        printf '[ca]\ndefault_ca = test\n[test]\ndatabase = index.txt\ncrlnumber = crlnumber\n'
+        printf 'certificate = %s\nprivate_key = %s\ndefault_md = sha256\n' "$1" "$2"
+        if [ $# -gt 2 ]; then printf '%s\n' "${@:3}"; fi
+        printf 'crl_extensions = crl_ext\n[crl_ext]\nauthorityKeyIdentifier = keyid:always\n'
+    } >ca.cnf
+}
+
+# fixture_crl PKI: crl.pem, the CRL of the ocsp fixture's test CA (PKI its
+# directory, written by tessera_testpki) over the fixture's own index,
+# issued 2024-06-10 and next due 2024-07-10.
+fixture_crl() {
+    cp "$1/index.txt" index.txt
+    echo 1000 >crlnumber
+    write_ca_cnf "$1/ca.pem" "$1/ca.key.pem"
+    openssl ca -config ca.cnf -gencrl -crl_lastupdate 20240610000000Z \
+        -crl_nextupdate 20240710000000Z -out crl.pem 2>/dev/null
+}
