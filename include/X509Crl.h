@@ -42,9 +42,9 @@ private:
     int m_revocationReason;
 };
 
-// A private copy of an OpenSSL CRL with the fields revocation checking asks
-// for, decoded once on import. Copies are independent. Signatures and times
-// are not checked here.
+// An OpenSSL CRL with the fields revocation checking asks for, decoded once
+// on import. Copies share the OpenSSL CRL, which nothing changes once it is
+// read. Signatures and times are not checked here.
 //
 // Import and the constructors decode in a fixed order (version, thisUpdate,
 // nextUpdate, signature algorithm, issuer, authority key identifier, CRL

@@ -29,6 +29,7 @@
 #include "X509Store.h"
 #include "cms/CmsFailure.h"
 #include "cms/CmsSigning.h"
+#include "x509/X509Bytes.h"
 
 namespace TesseraLib {
 
@@ -265,15 +266,12 @@ bool FindIssuer(const SignerCms& signer, const X509Certificate& cert, X509Certif
             return true;
         }
     }
-    const qorstd::QorVector<X509Certificate>& extra = signer.GetCertificates();
-    for (unsigned int i = 0; i < extra.GetSize(); ++i) {
-        X509* candidate = extra.GetAt(i).GetX509();
-        if (candidate != nullptr && X509_check_issued(candidate, cert.GetX509()) == X509_V_OK) {
-            issuer = extra.GetAt(i);
-            return true;
-        }
+    const X509Certificate* found = x509::FindIssuerIn(signer.GetCertificates(), cert.GetX509());
+    if (found == nullptr) {
+        return false;
     }
-    return false;
+    issuer = *found;
+    return true;
 }
 
 // Paths of the signer certificate: from the signer's trust store, through
@@ -362,8 +360,7 @@ unsigned int SignFlags(const SignerCms& signer, int detached) {
 }
 
 qorstd::QorStringW SerialText(const X509Certificate& certificate) {
-    return qorstd::text::NarrowToWide(certificate.GetSerialNumberStringDec().c_str(), 0,
-                                      qorstd::text::kCharsetAscii);
+    return x509::Widen(certificate.GetSerialNumberStringDec());
 }
 
 }  // namespace cmssign

@@ -26,6 +26,7 @@
 #include "VerifierCms.h"
 #include "X509Chain.h"
 #include "cms/CmsFailure.h"
+#include "x509/X509Bytes.h"
 
 namespace TesseraLib {
 
@@ -42,10 +43,6 @@ const wchar_t kNullDigest[] = L"SignedCms::SignerInfo - pContentDigest = NULL";
 
 using cms::LogCryptoErrors;
 using cms::LogLine;
-
-qorstd::QorStringW Widen(const qorstd::QorString& text) {
-    return qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetAscii);
-}
 
 // Lends the verifier's candidate certificates to the certificate check for
 // the length of one verification.
@@ -64,22 +61,6 @@ private:
     const qorstd::QorVector<X509Certificate>*& m_slot;
     const qorstd::QorVector<X509Certificate>* m_previous;
 };
-
-// The first certificate of `certificates` that issued `subject` by name, key
-// identifier and key usage (a self-signed certificate issued itself).
-const X509Certificate* FindIssuer(X509* subject,
-                                  const qorstd::QorVector<X509Certificate>* certificates) {
-    if (certificates == nullptr) {
-        return nullptr;
-    }
-    for (unsigned int i = 0; i < certificates->GetSize(); ++i) {
-        X509* candidate = (*certificates)[i].GetX509();
-        if (candidate != nullptr && X509_check_issued(candidate, subject) == X509_V_OK) {
-            return &(*certificates)[i];
-        }
-    }
-    return nullptr;
-}
 
 // Releases the content-processing chain down to (not including) the
 // caller's content stream, which has an owner of its own.
@@ -509,7 +490,8 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const un
 
 void SignedCms::SignerInfo::VerifyContentType(const qorstd::QorString& oid) const {
     if (m_log && m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"VerifyContentType(OID:%ls)", Widen(oid).c_str());
+        m_log->WriteFormat(LogLevel::Debug, L"VerifyContentType(OID:%ls)",
+                           x509::Widen(oid).c_str());
     }
     if (oid.empty()) {
         LogLine(m_log.get(), LogLevel::Error,
@@ -562,10 +544,11 @@ void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
     } else if (option == VerifierCms::cptVerifySignerCertificate) {
         // No path: the time validity, and the issuer's signature when the
         // message or the verifier holds the issuer.
-        const X509Certificate* found = FindIssuer(
-            cert.GetX509(), m_parent != nullptr ? &m_parent->GetCertificates() : nullptr);
-        if (found == nullptr) {
-            found = FindIssuer(cert.GetX509(), m_issuerCandidates);
+        const X509Certificate* found =
+            m_parent != nullptr ? x509::FindIssuerIn(m_parent->GetCertificates(), cert.GetX509())
+                                : nullptr;
+        if (found == nullptr && m_issuerCandidates != nullptr) {
+            found = x509::FindIssuerIn(*m_issuerCandidates, cert.GetX509());
         }
         if (found != nullptr) {
             issuer.reset(new X509Certificate(*found));

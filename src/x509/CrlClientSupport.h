@@ -12,8 +12,6 @@ class X509Certificate;
 
 namespace crlclients {
 
-// Seconds since 1970 as "%d.%m.%Y %H:%M:%S" (UTC), the form of times in log lines.
-qorstd::QorStringW FormatTime(std::int64_t time);
 // The certificate's subject on one line, for log lines.
 qorstd::QorStringW Describe(const X509Certificate& cert);
 // Logs "<operation>: Bad parameter - cert.GetX509() is null" and throws

@@ -783,9 +783,7 @@ int X509Certificate::IsSelfSigned() const {
     if (!m_x509) {
         return 0;
     }
-    const int result = X509_check_issued(m_x509.get(), m_x509.get()) == X509_V_OK ? 1 : 0;
-    ERR_clear_error();
-    return result;
+    return x509::IsIssuedBy(m_x509.get(), m_x509.get()) ? 1 : 0;
 }
 
 int X509Certificate::HasPrivateKey() const {

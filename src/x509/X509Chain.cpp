@@ -14,6 +14,7 @@
 #include "LogChannel.h"
 #include "QorTextConv.h"
 #include "X509Store.h"
+#include "x509/X509Bytes.h"
 #include "x509/X509ChainContext.h"
 
 template class qorstd::QorVector<TesseraLib::X509ChainElement>;
@@ -111,23 +112,8 @@ qorstd::QorStringW VerifyErrorText(int error) {
                                       qorstd::text::kCharsetProcess);
 }
 
-qorstd::QorStringW FormatTime(std::int64_t time) {
-    return qorstd::text::FormatTime(time, "%d.%m.%Y %H:%M:%S", true);
-}
-
-qorstd::QorStringW Widen(const qorstd::QorString& text) {
-    return qorstd::text::NarrowToWide(text.c_str(), 0, qorstd::text::kCharsetProcess);
-}
-
 const wchar_t* Bool(int value) {
     return value != 0 ? L"TRUE" : L"FALSE";
-}
-
-bool IsSelfSigned(const X509* certificate) {
-    X509* handle = const_cast<X509*>(certificate);
-    const bool result = X509_check_issued(handle, handle) == X509_V_OK;
-    ERR_clear_error();
-    return result;
 }
 
 bool NeedsRevocationCheck(X509ChainPolicy::cptRevocationOption option, int index,
@@ -136,7 +122,7 @@ bool NeedsRevocationCheck(X509ChainPolicy::cptRevocationOption option, int index
         case X509ChainPolicy::revOptionEndEntity:
             return index == 0;
         case X509ChainPolicy::revOptionChain:
-            return !IsSelfSigned(certificate);
+            return !x509::IsIssuedBy(certificate, certificate);
         case X509ChainPolicy::revOptionWholeChain:
             return true;
         default:
@@ -380,7 +366,7 @@ void X509Chain::LogBuildStart(const wchar_t* operation, const X509Certificate* c
     if (m_log->IsInfoEnabled() && cert != nullptr) {
         m_log->WriteFormat(LogLevel::Info, L"%ls(Cert:%ls CertSN:%ls CertIssuer:%ls)", operation,
                            cert->GetSubjectStringX500(0).c_str(),
-                           chain::Widen(cert->GetSerialNumberStringDec()).c_str(),
+                           x509::Widen(cert->GetSerialNumberStringDec()).c_str(),
                            cert->GetIssuerStringX500(0).c_str());
     }
     if (!m_log->IsDebugEnabled() || m_policy == nullptr) {
@@ -401,8 +387,8 @@ void X509Chain::LogBuildStart(const wchar_t* operation, const X509Certificate* c
         m_log->WriteFormat(LogLevel::Debug,
                            L"X509ChainPolicy: CautionPeriod for issuer %ls "
                            L"(Days:Hours:Minutes:Seconds)=%d:%d:%d:%d",
-                           chain::Widen(periods[i].GetIssuer()).c_str(), entry.m_days,
-                           entry.m_hours, entry.m_minutes, entry.m_seconds);
+                           x509::Widen(periods[i].GetIssuer()).c_str(), entry.m_days, entry.m_hours,
+                           entry.m_minutes, entry.m_seconds);
     }
 }
 
@@ -737,7 +723,7 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
         if (m_log->IsDebugEnabled()) {
             m_log->WriteFormat(LogLevel::Debug,
                                L"BuildSolve: X509_verify_cert(VerifyTime(UTC)=%ls Flags:%d)",
-                               chain::FormatTime(m_verifyTime).c_str(), static_cast<int>(flags));
+                               x509::FormatLogTime(m_verifyTime).c_str(), static_cast<int>(flags));
         }
         if (X509_verify_cert(storeCtx) != 1) {
             const int error = X509_STORE_CTX_get_error(storeCtx);

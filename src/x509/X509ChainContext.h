@@ -48,18 +48,12 @@ namespace chain {
 int MapVerifyError(int error);
 // OpenSSL's text for a verification error number, as wide text.
 qorstd::QorStringW VerifyErrorText(int error);
-// Seconds since 1970 as "%d.%m.%Y %H:%M:%S" (UTC), the form of times in log lines.
-qorstd::QorStringW FormatTime(std::int64_t time);
-// Text of the process code set (serial numbers, OCSP statuses) as wide text.
-qorstd::QorStringW Widen(const qorstd::QorString& text);
 // "TRUE" / "FALSE".
 const wchar_t* Bool(int value);
 // The revocation-option rule shared by the search and the verdict: whether
 // the certificate at `index` of the path needs a revocation check.
 bool NeedsRevocationCheck(X509ChainPolicy::cptRevocationOption option, int index,
                           const X509* certificate);
-// True when a certificate's issuer check against itself succeeds.
-bool IsSelfSigned(const X509* certificate);
 
 }  // namespace chain
 }  // namespace TesseraLib

@@ -17,6 +17,7 @@
 #include "X509CrlClient.h"
 #include "X509OcspClient.h"
 #include "X509Store.h"
+#include "x509/X509Bytes.h"
 #include "x509/X509ChainContext.h"
 #include "x509/X509OcspClientChecks.h"
 
@@ -96,14 +97,16 @@ void SearchExtraStore(const LogChannel& log, const wchar_t* failure, Search sear
     }
 }
 
-// Appends a duplicate of the CRL's handle to the build's CRL list, from
+// Appends a reference to the CRL to the build's CRL list, from
 // which OpenSSL's own CRL check draws.
 void CollectCrl(const LogChannel& log, X509Chain::BuildContext* context, const X509Crl& crl) {
     if (!context || !context->pCrls) {
         LogError(log, L"FindRevocationElements: m_pBuildCtx->pCrls is NULL");
         CryptException::Throw(ErrInternal, L"m_pBuildCtx->pCrls=NULL");
     }
-    X509CrlPtr copy(X509_CRL_dup(crl.GetX509Crl()));
+    // A reference of the list's own (the CRL is never changed).
+    X509_CRL* handle = crl.GetX509Crl();
+    X509CrlPtr copy(X509_CRL_up_ref(handle) == 1 ? handle : nullptr);
     if (!copy) {
         LogError(log, L"FindRevocationElements: X509_CRL_dup() failed.");
         CryptException::Throw(ErrInternal, L"pCrl=NULL");
@@ -117,9 +120,9 @@ void CollectCrl(const LogChannel& log, X509Chain::BuildContext* context, const X
         log.WriteFormat(LogLevel::Debug,
                         L"FindRevocationElements: Suitable CRL was found - Number:%ls "
                         L"ThisUpdate:%ls NextUpdate:%ls Issuer:%ls.",
-                        chain::Widen(crl.GetCRLNumberDec()).c_str(),
-                        chain::FormatTime(crl.GetThisUpdate()).c_str(),
-                        chain::FormatTime(VerdictNextUpdate(crl)).c_str(),
+                        x509::Widen(crl.GetCRLNumberDec()).c_str(),
+                        x509::FormatLogTime(crl.GetThisUpdate()).c_str(),
+                        x509::FormatLogTime(VerdictNextUpdate(crl)).c_str(),
                         crl.GetIssuerStringX500().c_str());
     }
 }
@@ -143,7 +146,7 @@ const OcspResponse* AskOcspClient(const LogChannel& log, X509OcspClient* client,
         // verification time will do.
         if (log.IsDebugEnabled()) {
             log.WriteFormat(LogLevel::Debug, L"FindRevocationElements: after time %ls",
-                            chain::FormatTime(verifyTime).c_str());
+                            x509::FormatLogTime(verifyTime).c_str());
         }
         return client->GetOcspResponseAfterTime(cert, issuer, verifyTime);
     } catch (const OcspException& e) {
@@ -219,7 +222,7 @@ void CheckFreshness(const LogChannel& log, const FreshnessTexts& texts, bool byT
     if (log.IsDebugEnabled()) {
         log.WriteFormat(LogLevel::Debug, L"%ls: CheckRevocationThisUpdate=%ls, CheckTime=%ls",
                         texts.operation, chain::Bool(byThisUpdate ? 1 : 0),
-                        chain::FormatTime(checkTime).c_str());
+                        x509::FormatLogTime(checkTime).c_str());
     }
     const std::int64_t limit = byThisUpdate ? thisUpdate : nextUpdate;
     if (checkTime <= limit) {
@@ -227,9 +230,9 @@ void CheckFreshness(const LogChannel& log, const FreshnessTexts& texts, bool byT
     }
     if (log.IsDebugEnabled()) {
         log.WriteFormat(LogLevel::Debug, L"%ls, CheckTime:%ls > %ls(%ls:%ls)", texts.notValid,
-                        chain::FormatTime(checkTime).c_str(), texts.source,
+                        x509::FormatLogTime(checkTime).c_str(), texts.source,
                         byThisUpdate ? L"ThisUpdate" : L"NextUpdate",
-                        chain::FormatTime(limit).c_str());
+                        x509::FormatLogTime(limit).c_str());
     }
     if (log.IsErrorEnabled()) {
         log.WriteFormat(LogLevel::Error, L"%ls: Incomplete verification (waiting for a new %ls).",
@@ -339,7 +342,7 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
         const X509Certificate* issuer = nullptr;
         if (i + 1 < length) {
             issuer = m_elements.GetAt(first + static_cast<unsigned int>(i) + 1).GetCertificate();
-        } else if (chain::IsSelfSigned(x509)) {
+        } else if (x509::IsIssuedBy(x509, x509)) {
             issuer = &current;
         } else {
             if (m_log->IsErrorEnabled()) {
@@ -395,7 +398,7 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
                     if (m_log->IsDebugEnabled()) {
                         m_log->WriteFormat(LogLevel::Debug,
                                            L"FindRevocationElements: after time %ls",
-                                           chain::FormatTime(checkTime).c_str());
+                                           x509::FormatLogTime(checkTime).c_str());
                     }
                     crl = crlClient->GetCrlAfterTime(current, checkTime, issuer);
                     if (crl == nullptr && mode == X509ChainPolicy::revOcspOrCrl) {
@@ -423,7 +426,7 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
                                        L"FindRevocationElements: Unable to obtain CRL. "
                                        L"Certificate: %ls. Issuer: %ls. Time: %ls",
                                        Subject(current).c_str(), Subject(*issuer).c_str(),
-                                       chain::FormatTime(checkTime).c_str());
+                                       x509::FormatLogTime(checkTime).c_str());
                 }
                 CryptException::Throw(ErrRevocationUnknown,
                                       L"GetCrl()=NULL or GetCrl()->GetX509Crl()=NULL");
@@ -461,8 +464,8 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
                 m_log->WriteFormat(LogLevel::Debug,
                                    L"FindRevocationElements: Suitable OCSP response was found - "
                                    L"ProducedAt:%ls Status:%ls ResponderName:%ls",
-                                   chain::FormatTime(ocsp->GetProducedAt()).c_str(),
-                                   chain::Widen(ocsp->GetStatusString()).c_str(),
+                                   x509::FormatLogTime(ocsp->GetProducedAt()).c_str(),
+                                   x509::Widen(ocsp->GetStatusString()).c_str(),
                                    ocsp->GetResponderName().c_str());
             }
         }
@@ -647,8 +650,8 @@ void X509Chain::VerifyCertCrl(const X509Certificate* cert, const X509Crl& crl,
         m_log->WriteFormat(LogLevel::Debug,
                            L"VerifyCertCrl(VerifyTime:%ls Certificate:%ls CRLNumber:%ls "
                            L"CRLIssuer:%ls)",
-                           chain::FormatTime(verifyTime).c_str(), Subject(*cert).c_str(),
-                           chain::Widen(crl.GetCRLNumberDec()).c_str(),
+                           x509::FormatLogTime(verifyTime).c_str(), Subject(*cert).c_str(),
+                           x509::Widen(crl.GetCRLNumberDec()).c_str(),
                            crl.GetIssuerStringX500().c_str());
     }
     if (thisUpdate < cert->GetNotBefore()) {
@@ -656,25 +659,25 @@ void X509Chain::VerifyCertCrl(const X509Certificate* cert, const X509Crl& crl,
             m_log->WriteFormat(LogLevel::Error,
                                L"VerifyCertCrl: CRL is not time valid, CRL(ThisUpdate:%ls) < "
                                L"Cert(NotBefore:%ls)",
-                               chain::FormatTime(thisUpdate).c_str(),
-                               chain::FormatTime(cert->GetNotBefore()).c_str());
+                               x509::FormatLogTime(thisUpdate).c_str(),
+                               x509::FormatLogTime(cert->GetNotBefore()).c_str());
         }
         CryptException::Throw(ErrCrlNotTimeValid, L"");
     }
     if (m_log->IsDebugEnabled()) {
         m_log->Write(LogLevel::Debug, L"Checking CRL time validity ...");
         m_log->WriteFormat(LogLevel::Debug, L"CRL(ThisUpdate:%ls, NextUpdate:%ls)",
-                           chain::FormatTime(thisUpdate).c_str(),
-                           chain::FormatTime(nextUpdate).c_str());
+                           x509::FormatLogTime(thisUpdate).c_str(),
+                           x509::FormatLogTime(nextUpdate).c_str());
     }
     if (!(cert->GetNotBefore() < thisUpdate && thisUpdate <= cert->GetNotAfter())) {
         if (m_log->IsDebugEnabled()) {
             m_log->WriteFormat(LogLevel::Debug,
                                L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
                                L"CRL(ThisUpdate:%ls)",
-                               chain::FormatTime(cert->GetNotBefore()).c_str(),
-                               chain::FormatTime(cert->GetNotAfter()).c_str(),
-                               chain::FormatTime(thisUpdate).c_str());
+                               x509::FormatLogTime(cert->GetNotBefore()).c_str(),
+                               x509::FormatLogTime(cert->GetNotAfter()).c_str(),
+                               x509::FormatLogTime(thisUpdate).c_str());
         }
         if (m_log->IsErrorEnabled()) {
             m_log->Write(LogLevel::Error,
@@ -687,7 +690,7 @@ void X509Chain::VerifyCertCrl(const X509Certificate* cert, const X509Crl& crl,
         if (m_log->IsDebugEnabled()) {
             m_log->Write(LogLevel::Debug, L"Certificate is identified in a CRL.");
             m_log->WriteFormat(LogLevel::Debug, L"RevocationTime=%ls",
-                               chain::FormatTime(item.GetRevocationTime()).c_str());
+                               x509::FormatLogTime(item.GetRevocationTime()).c_str());
         }
         if (verifyTime >= item.GetRevocationTime()) {
             if (m_log->IsErrorEnabled()) {
@@ -714,8 +717,8 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
         m_log->WriteFormat(LogLevel::Debug,
                            L"VerifyCertOcspResponse(VerifyTime:%ls Certificate:%ls "
                            L"OCSPProducedAt:%ls OCSPResponderName:%ls)",
-                           chain::FormatTime(verifyTime).c_str(), Subject(*cert).c_str(),
-                           chain::FormatTime(response.GetProducedAt()).c_str(),
+                           x509::FormatLogTime(verifyTime).c_str(), Subject(*cert).c_str(),
+                           x509::FormatLogTime(response.GetProducedAt()).c_str(),
                            response.GetResponderName().c_str());
     }
     const OcspVector<OcspSingleResponse>& singles = response.GetSingleResponses();
@@ -737,8 +740,8 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
             m_log->WriteFormat(LogLevel::Error,
                                L"VerifyCertOcspResponse: OCSP response is not time valid, "
                                L"OCSP(ProducedAt:%ls) < Cert(NotBefore:%ls)",
-                               chain::FormatTime(response.GetProducedAt()).c_str(),
-                               chain::FormatTime(cert->GetNotBefore()).c_str());
+                               x509::FormatLogTime(response.GetProducedAt()).c_str(),
+                               x509::FormatLogTime(cert->GetNotBefore()).c_str());
         }
         OcspException::Throw(OcspException::ocspErrResponseTooOld, nullptr);
     }
@@ -747,17 +750,17 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
     if (m_log->IsDebugEnabled()) {
         m_log->Write(LogLevel::Debug, L"Checking OCSP time validity ...");
         m_log->WriteFormat(LogLevel::Debug, L"OCSP(ThisUpdate:%ls, NextUpdate:%ls)",
-                           chain::FormatTime(thisUpdate).c_str(),
-                           chain::FormatTime(single.GetNextUpdate()).c_str());
+                           x509::FormatLogTime(thisUpdate).c_str(),
+                           x509::FormatLogTime(single.GetNextUpdate()).c_str());
     }
     if (!(cert->GetNotBefore() < thisUpdate && thisUpdate <= cert->GetNotAfter())) {
         if (m_log->IsDebugEnabled()) {
             m_log->WriteFormat(LogLevel::Debug,
                                L"OCSP response is not time valid, Cert(NotBefore:%ls, "
                                L"NotAfter:%ls) <- OCSP(ThisUpdate:%ls)",
-                               chain::FormatTime(cert->GetNotBefore()).c_str(),
-                               chain::FormatTime(cert->GetNotAfter()).c_str(),
-                               chain::FormatTime(thisUpdate).c_str());
+                               x509::FormatLogTime(cert->GetNotBefore()).c_str(),
+                               x509::FormatLogTime(cert->GetNotAfter()).c_str(),
+                               x509::FormatLogTime(thisUpdate).c_str());
         }
         if (m_log->IsErrorEnabled()) {
             m_log->Write(LogLevel::Error,
@@ -784,8 +787,8 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
                     m_log->WriteFormat(LogLevel::Debug,
                                        L"OCSP response is not time valid, OCSP(ThisUpdate:%ls) < "
                                        L"CheckTime:%ls",
-                                       chain::FormatTime(thisUpdate).c_str(),
-                                       chain::FormatTime(oldest).c_str());
+                                       x509::FormatLogTime(thisUpdate).c_str(),
+                                       x509::FormatLogTime(oldest).c_str());
                 }
                 if (m_log->IsErrorEnabled()) {
                     m_log->Write(LogLevel::Error,
@@ -800,7 +803,7 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
             if (m_log->IsDebugEnabled()) {
                 m_log->Write(LogLevel::Debug, L"CertificateStatus:Revoked");
                 m_log->WriteFormat(LogLevel::Debug, L"RevocationTime=%ls",
-                                   chain::FormatTime(single.GetRevocationTime()).c_str());
+                                   x509::FormatLogTime(single.GetRevocationTime()).c_str());
             }
             if (verifyTime >= single.GetRevocationTime()) {
                 if (m_log->IsErrorEnabled()) {

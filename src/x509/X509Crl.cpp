@@ -31,15 +31,17 @@ namespace {
     CryptException::Throw(code, message);
 }
 
-X509_CRL* DuplicateCrl(const X509_CRL* crl) {
+// Another reference to `crl`: nothing changes a CRL once it is read, and
+// duplicating one decodes the whole list again.
+X509_CRL* ShareCrl(const X509_CRL* crl) {
     if (crl == nullptr) {
         return nullptr;
     }
-    X509_CRL* copy = X509_CRL_dup(crl);
-    if (copy == nullptr) {
-        Fail(ErrAsn1Decoding, L"X509_CRL_dup() failed");
+    X509_CRL* shared = const_cast<X509_CRL*>(crl);
+    if (X509_CRL_up_ref(shared) != 1) {
+        Fail(ErrOutOfMemory, L"");
     }
-    return copy;
+    return shared;
 }
 
 BIGNUM* DuplicateNumber(const BIGNUM* number) {
@@ -112,12 +114,18 @@ X509Crl::X509Crl(const X509_crl_st* crl) : X509Crl() {
     if (crl == nullptr) {
         CryptException::Throw(ErrInvalidParameter, L"pCrl=NULL");
     }
-    m_crl.reset(DuplicateCrl(crl));
+    // A duplicate: a CRL made in memory has not computed the digest that
+    // comparisons use until it is decoded.
+    X509_CRL* copy = X509_CRL_dup(crl);
+    if (copy == nullptr) {
+        Fail(ErrAsn1Decoding, L"X509_CRL_dup() failed");
+    }
+    m_crl.reset(copy);
     Parse();
 }
 
 X509Crl::X509Crl(const X509Crl& other)
-    : m_crl(DuplicateCrl(other.m_crl.get())),
+    : m_crl(ShareCrl(other.m_crl.get())),
       m_version(other.m_version),
       m_thisUpdate(other.m_thisUpdate),
       m_nextUpdate(other.m_nextUpdate),
@@ -132,8 +140,8 @@ X509Crl& X509Crl::operator=(const X509Crl& other) {
     if (this == &other) {
         return *this;
     }
-    // Duplicate first: a failure leaves this object as it was.
-    X509CrlPtr crl(DuplicateCrl(other.m_crl.get()));
+    // Copy first: a failure leaves this object as it was.
+    X509CrlPtr crl(ShareCrl(other.m_crl.get()));
     BignumPtr number(DuplicateNumber(other.m_crlNumber.get()));
     X509Name issuerName(other.m_issuerName);
     Reset();

@@ -13,6 +13,7 @@
 #include "X509Certificate.h"
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
+#include "x509/X509Bytes.h"
 
 namespace TesseraLib {
 
@@ -182,15 +183,15 @@ X509Crl* X509CrlClientOnline::GetCrlAfterTime(const X509Certificate& cert, const
                                               const X509Certificate* /*issuer*/) {
     if (m_log->IsDebugEnabled()) {
         m_log->WriteFormat(LogLevel::Debug, L"GetCrlAfterTime(Time:%ls)",
-                           crlclients::FormatTime(time).c_str());
+                           x509::FormatLogTime(time).c_str());
     }
     X509Crl* crl = GetCrl(cert);
     if (crl != nullptr && crl->GetThisUpdate() < time) {
         if (m_log->IsDebugEnabled()) {
             m_log->WriteFormat(LogLevel::Debug,
                                L"GetCrlAfterTime: Cannot get CRL, CRL(ThisUpdate:%ls) < Time(%ls)",
-                               crlclients::FormatTime(crl->GetThisUpdate()).c_str(),
-                               crlclients::FormatTime(time).c_str());
+                               x509::FormatLogTime(crl->GetThisUpdate()).c_str(),
+                               x509::FormatLogTime(time).c_str());
         }
         return nullptr;
     }

@@ -4,16 +4,13 @@
 #include "X509Certificate.h"
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
+#include "x509/X509Bytes.h"
 
 template class TesseraLib::X509ClientStack<TesseraLib::X509CrlClient*>;
 
 namespace TesseraLib {
 
 namespace crlclients {
-
-qorstd::QorStringW FormatTime(std::int64_t time) {
-    return qorstd::text::FormatTime(time, "%d.%m.%Y %H:%M:%S", true);
-}
 
 qorstd::QorStringW Describe(const X509Certificate& cert) {
     return cert.GetSubjectStringX500(0);
@@ -196,9 +193,9 @@ X509Crl* X509CrlClientValidator::Check(const X509Certificate& cert, X509Crl* crl
         m_log->WriteFormat(LogLevel::Debug,
                            L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
                            L"CRL(ThisUpdate:%ls)",
-                           crlclients::FormatTime(cert.GetNotBefore()).c_str(),
-                           crlclients::FormatTime(cert.GetNotAfter()).c_str(),
-                           crlclients::FormatTime(thisUpdate).c_str());
+                           x509::FormatLogTime(cert.GetNotBefore()).c_str(),
+                           x509::FormatLogTime(cert.GetNotAfter()).c_str(),
+                           x509::FormatLogTime(thisUpdate).c_str());
     }
     return nullptr;
 }

@@ -5,6 +5,7 @@
 #include "X509Certificate.h"
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
+#include "x509/X509Bytes.h"
 
 namespace qorstd {
 template class QorVector<TesseraLib::X509GetOneCrlParameters>;
@@ -57,7 +58,7 @@ X509Crl* X509GetOneCrlClient::GetCrlAfterTime(const X509Certificate& cert, const
         if (m_log->IsDebugEnabled()) {
             m_log->WriteFormat(
                 LogLevel::Debug, L"GetCrlAfterTime(Cert:%ls, Time:%ls, IssuerCert:%ls)",
-                crlclients::Describe(cert).c_str(), crlclients::FormatTime(time).c_str(),
+                crlclients::Describe(cert).c_str(), x509::FormatLogTime(time).c_str(),
                 issuer != nullptr ? crlclients::Describe(*issuer).c_str() : L"NULL");
         }
         if (issuer == nullptr) {

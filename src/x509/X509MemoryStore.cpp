@@ -14,6 +14,7 @@
 #include "QorDer.h"
 #include "QorTextConv.h"
 #include "X509Store.h"
+#include "x509/X509Bytes.h"
 
 namespace TesseraLib {
 
@@ -208,15 +209,13 @@ int X509MemoryStore::FindIssuer(const X509Certificate& cert, X509Certificate& is
     if (cert.GetX509() == nullptr) {
         return 0;
     }
-    for (unsigned i = 0; i < m_certificates.GetSize(); ++i) {
-        X509* candidate = m_certificates.GetAt(i).GetX509();
-        if (candidate != nullptr && X509_check_issued(candidate, cert.GetX509()) == X509_V_OK) {
-            issuer = m_certificates.GetAt(i);
-            return 1;
-        }
+    // The base would copy the list first.
+    const X509Certificate* found = x509::FindIssuerIn(m_certificates, cert.GetX509());
+    if (found == nullptr) {
+        return 0;
     }
-    ERR_clear_error();
-    return 0;
+    issuer = *found;
+    return 1;
 }
 
 qorstd::QorVector<X509Certificate> X509MemoryStore::GetCertificates() const {

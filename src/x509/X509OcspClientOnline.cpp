@@ -4,6 +4,7 @@
 #include "X509OcspClient.h"
 #include "X509OcspClientChecks.h"
 #include "X509Store.h"
+#include "x509/X509Bytes.h"
 
 using QorOcsp2Lib::OcspCertificate;
 using QorOcsp2Lib::OcspResponse;
@@ -122,7 +123,7 @@ OcspResponse* X509OcspClientOnline::GetOcspResponseAfterTime(const X509Certifica
                                                              const std::int64_t& time) {
     if (m_log->IsDebugEnabled()) {
         m_log->WriteFormat(LogLevel::Debug, L"GetOcspResponseAfterTime(Time:%ls)",
-                           qorstd::text::FormatTime(time, "%d.%m.%Y %H:%M:%S", true).c_str());
+                           x509::FormatLogTime(time).c_str());
     }
     OcspResponse* response = GetOcspResponse(cert, issuer);
     if (response->GetProducedAt() >= time) {

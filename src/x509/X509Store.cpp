@@ -7,6 +7,7 @@
 
 #include "CryptException.h"
 #include "OpenSslPtr.h"
+#include "x509/X509Bytes.h"
 
 namespace TesseraLib {
 
@@ -49,15 +50,12 @@ int X509Store::FindIssuer(const X509Certificate& cert, X509Certificate& issuer) 
         return 0;
     }
     const qorstd::QorVector<X509Certificate> certificates = GetCertificates();
-    for (unsigned i = 0; i < certificates.GetSize(); ++i) {
-        X509* candidate = certificates.GetAt(i).GetX509();
-        if (candidate != nullptr && X509_check_issued(candidate, cert.GetX509()) == X509_V_OK) {
-            issuer = certificates.GetAt(i);
-            return 1;
-        }
+    const X509Certificate* found = x509::FindIssuerIn(certificates, cert.GetX509());
+    if (found == nullptr) {
+        return 0;
     }
-    ERR_clear_error();
-    return 0;
+    issuer = *found;
+    return 1;
 }
 
 qorstd::QorVector<X509Crl> X509Store::GetCrls() const {
