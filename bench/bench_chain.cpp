@@ -43,32 +43,32 @@ struct Pki {
     std::vector<CertPtr> unrelated;
 
     Pki() {
-        CertSpec rootProfile;
+        CertPlan rootProfile;
         rootProfile.commonName = "Bench Root CA";
         rootProfile.extensions = CaExtensions();
         root = IssueCertificate(rootProfile, nullptr);
 
-        CertSpec intermediateProfile;
+        CertPlan intermediateProfile;
         intermediateProfile.commonName = "Bench Intermediate CA";
         intermediateProfile.serial = 2;
         intermediateProfile.extensions = CaExtensions();
         intermediate = IssueCertificate(intermediateProfile, &root);
 
-        CertSpec leafProfile;
+        CertPlan leafProfile;
         leafProfile.commonName = "Bench Signer";
         leafProfile.serial = 0x1001;
         leafProfile.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
         leaf = IssueCertificate(leafProfile, &intermediate);
 
         // Each CRL lists someone else, so that the lookup has an entry to pass.
-        CrlSpec crlProfile;
+        CrlPlan crlProfile;
         crlProfile.revoked = {RevokedEntry{77, UtcTime(2024, 6, 1, 12), CRL_REASON_KEY_COMPROMISE}};
         rootCrl = IssueCrl(crlProfile, root);
         intermediateCrl = IssueCrl(crlProfile, intermediate);
 
         const KeyPtr sharedKey = CachedKey(KeyKind::EcP256, 1);
         for (int i = 0; i < kMaxUnrelated; ++i) {
-            CertSpec profile;
+            CertPlan profile;
             profile.commonName = "Unrelated " + std::to_string(i);
             profile.serial = 10000 + i;
             profile.key = sharedKey.get();

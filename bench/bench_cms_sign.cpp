@@ -27,7 +27,7 @@ struct Signer {
     std::vector<unsigned char> content = std::vector<unsigned char>(1024, 0x5a);
 
     Signer() {
-        CertSpec profile;
+        CertPlan profile;
         profile.commonName = "Bench CMS Signer";
         profile.keyKind = KeyKind::Rsa2048;
         profile.notAfter = UtcTime(2049, 12, 31);

@@ -22,7 +22,7 @@ namespace {
 using namespace tessera_test;
 
 std::vector<unsigned char> SignedMessage() {
-    CertSpec plan;
+    CertPlan plan;
     plan.commonName = "Bench Signer";
     plan.keyKind = KeyKind::Rsa2048;
     plan.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};

@@ -78,29 +78,29 @@ struct Path {
         const EvpPkeyPtr rootKey = ReadKey(kRootKeyPem);
         const EvpPkeyPtr intermediateKey = ReadKey(kIntermediateKeyPem);
 
-        CertSpec rootProfile;
+        CertPlan rootProfile;
         rootProfile.commonName = kRootName;
         rootProfile.serial = 1;
         rootProfile.extensions = CaExtensions();
         rootProfile.key = rootKey.get();
         const Issued root = IssueCertificate(rootProfile, nullptr);
 
-        CertSpec intermediateProfile;
+        CertPlan intermediateProfile;
         intermediateProfile.commonName = kIntermediateName;
         intermediateProfile.serial = 2;
         intermediateProfile.extensions = CaExtensions();
         intermediateProfile.key = intermediateKey.get();
         const Issued issuing = IssueCertificate(intermediateProfile, &root);
 
-        CertSpec leafProfile;
+        CertPlan leafProfile;
         leafProfile.commonName = "Fuzz Signer";
         leafProfile.serial = kLeafSerial;
         leafProfile.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
         const Issued signer = IssueCertificate(leafProfile, &issuing);
 
         // Valid from 2024-07-01 to 2024-08-01, nobody revoked.
-        const CrlPtr fromRoot = IssueCrl(CrlSpec(), root);
-        const CrlPtr fromIntermediate = IssueCrl(CrlSpec(), issuing);
+        const CrlPtr fromRoot = IssueCrl(CrlPlan(), root);
+        const CrlPtr fromIntermediate = IssueCrl(CrlPlan(), issuing);
 
         trustStore.AddCertificate(X509Certificate(root.cert.get()));
         intermediate = X509Certificate(issuing.cert.get());

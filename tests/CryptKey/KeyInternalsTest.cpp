@@ -31,7 +31,7 @@ int NeverCalled(int, const unsigned char*, unsigned char*, RSA*, int) {
 }
 
 TEST(ModulusOnlyRsaKey, TakesModulusAndExponentOfACertificateKey) {
-    tessera_test::CertSpec profile;
+    tessera_test::CertPlan profile;
     profile.commonName = "card holder";
     profile.keyKind = tessera_test::KeyKind::Rsa2048;
     const tessera_test::Issued issued = tessera_test::IssueCertificate(profile, nullptr);

@@ -33,7 +33,7 @@ const Pki& P() {
     static const Pki pki = [] {
         const auto issue = [](const std::string& name, long serial, bool ca, int slot,
                               const Issued* issuer, std::int64_t notAfter = UtcTime(2049, 12, 31)) {
-            CertSpec profile = BasicProfile(name, serial, ca);
+            CertPlan profile = BasicProfile(name, serial, ca);
             profile.notAfter = notAfter;
             const KeyPtr key = CachedKey(KeyKind::Rsa2048, slot);
             profile.key = key.get();

@@ -320,8 +320,8 @@ TEST(SignedCmsSignerTest, AttributeQueriesAndWriteBack) {
 // ------------------------------------------------- certificates and revocation
 
 TEST(SignedCmsRevocationTest, CrlsOcspResponsesAndAttributeCertificates) {
-    const CrlPtr crl = IssueCrl(CrlSpec(), P().ca);
-    OcspResponseSpec response;
+    const CrlPtr crl = IssueCrl(CrlPlan(), P().ca);
+    OcspResponsePlan response;
     response.signer = &P().ca;
     response.issuer = P().ca.cert.get();
     response.producedAt = UtcTime(2024, 6, 1, 13);
@@ -335,7 +335,7 @@ TEST(SignedCmsRevocationTest, CrlsOcspResponsesAndAttributeCertificates) {
               Tlv(0xA1, {0x06, 0x02, 0x2A, 0x03, 0x30, 0x00})});
     const SignedCms cms = Decoded(InsertBeforeSignerInfos(Der(Sign("r")), Tlv(0xA1, choices)));
     ASSERT_EQ(cms.GetCrls().GetSize(), 1u);
-    EXPECT_EQ(cms.GetCrls()[0].GetThisUpdate(), CrlSpec().thisUpdate);
+    EXPECT_EQ(cms.GetCrls()[0].GetThisUpdate(), CrlPlan().thisUpdate);
     ASSERT_EQ(cms.GetOcspResponses().GetSize(), 1u) << "only id-ri-ocsp-response is read";
     EXPECT_EQ(cms.GetOcspResponses()[0].GetProducedAt(), response.producedAt);
 

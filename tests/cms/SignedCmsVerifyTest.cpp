@@ -41,7 +41,7 @@ struct Pki {
            expired = Leaf("Expired", 14, KeyKind::Rsa2048, 2, UtcTime(2023, 1, 1)),
            aliceTwin = Leaf("Alice", 11, KeyKind::Rsa2048, 3);
     CrlPtr crl = [this] {
-        CrlSpec list;
+        CrlPlan list;
         list.thisUpdate = UtcTime(2024, 6, 10);
         list.nextUpdate = UtcTime(2024, 7, 10);
         list.revoked = {RevokedEntry{13, UtcTime(2024, 6, 1, 12)}};
@@ -49,7 +49,7 @@ struct Pki {
     }();
 
     static Issued Root(int slot, bool keyId) {
-        CertSpec plan = BasicProfile("Test Root CA", 1, true);
+        CertPlan plan = BasicProfile("Test Root CA", 1, true);
         const KeyPtr key = CachedKey(KeyKind::Rsa2048, slot);
         plan.key = key.get();
         plan.subjectKeyId = keyId;
@@ -57,7 +57,7 @@ struct Pki {
     }
     Issued Leaf(const char* name, long serial, KeyKind kind, int slot,
                 std::int64_t notAfter = UtcTime(2040, 1, 1)) const {
-        CertSpec plan = BasicProfile(name, serial, false);
+        CertPlan plan = BasicProfile(name, serial, false);
         plan.notAfter = notAfter;
         const KeyPtr key = CachedKey(kind, slot);
         plan.key = key.get();

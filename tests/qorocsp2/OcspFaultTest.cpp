@@ -17,7 +17,7 @@ namespace {
 struct Pki {
     Issued ca, responder, alice;
     Pki() {
-        CertSpec profile;
+        CertPlan profile;
         profile.commonName = "Fault CA";
         profile.extensions = CaExtensions();
         ca = IssueCertificate(profile, nullptr);
@@ -71,8 +71,8 @@ protected:
             client.SendRequest(OcspCertificate(pki.alice.cert.get()), response, 1);
         });
     }
-    OcspResponseSpec Answer(X509* subject) {
-        OcspResponseSpec profile;
+    OcspResponsePlan Answer(X509* subject) {
+        OcspResponsePlan profile;
         profile.signer = &pki.responder;
         profile.issuer = pki.ca.cert.get();
         profile.producedAt = UtcTime(2024, 6, 2);
@@ -116,7 +116,7 @@ TEST_F(OcspFaultTest, TransportFailuresHaveTheirOwnCodes) {
 TEST_F(OcspFaultTest, NonceMustBeEchoedUnchangedWhenPresent) {
     CannedTransport transport;
     client.SetHttpClient(&transport);
-    OcspResponseSpec profile = Answer(pki.alice.cert.get());
+    OcspResponsePlan profile = Answer(pki.alice.cert.get());
     transport.answer = MakeOcspResponse(profile);
     EXPECT_EQ(Ask(), 0) << "a responder may leave the nonce out";
     const std::vector<unsigned char> sent = NonceOf(transport.request);
@@ -133,7 +133,7 @@ TEST_F(OcspFaultTest, ResponseMustAnswerForTheCertificate) {
     transport.answer = MakeOcspResponse(Answer(pki.responder.cert.get()));
     EXPECT_EQ(Ask(), 143) << "a signed answer about another certificate";
 
-    OcspResponseSpec refused;
+    OcspResponsePlan refused;
     refused.responseStatus = OCSP_RESPONSE_STATUS_UNAUTHORIZED;
     transport.answer = MakeOcspResponse(refused);
     EXPECT_EQ(Ask(), 139) << "the responder refused";

@@ -12,13 +12,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
 #include <initializer_list>
 #include <string>
 
 #include "QorOcsp2.h"
 #include "TestOcsp.h"
 #include "TestPki.h"
+#include "TestTessera.h"
 
 using namespace QorOcsp2Lib;
 using namespace tessera_test;
@@ -51,7 +51,7 @@ private:
     static Issued Issue(const char* name, long serial,
                         std::vector<std::pair<std::string, std::string>> extensions,
                         const Issued* issuer) {
-        CertSpec profile;
+        CertPlan profile;
         profile.commonName = name;
         profile.serial = serial;
         profile.extensions = std::move(extensions);
@@ -59,9 +59,9 @@ private:
     }
 };
 
-OcspResponseSpec GoodFor(const Issued& subject, const Issued& signer) {
+OcspResponsePlan GoodFor(const Issued& subject, const Issued& signer) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec profile;
+    OcspResponsePlan profile;
     profile.signer = &signer;
     profile.issuer = pki.ca.cert.get();
     profile.producedAt = kProducedAt;
@@ -77,15 +77,6 @@ OcspResponse Decoded(const std::vector<unsigned char>& der) {
     OcspResponse response;
     response.Decode(der.data(), der.size());
     return response;
-}
-
-int CodeOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const OcspException& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
 }
 
 // The code Verify throws (0: none) with the given certificates trusted; none
@@ -107,7 +98,7 @@ OcspResponse SignedBy(const Issued& signer) {
 
 TEST(OcspResponseTest, DecodesTimesStatusesAndReasons) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    OcspResponsePlan profile = GoodFor(pki.alice, pki.responder);
     OcspAnswer revoked;
     revoked.certificate = pki.bob.cert.get();
     revoked.status = V_OCSP_CERTSTATUS_REVOKED;
@@ -145,7 +136,7 @@ TEST(OcspResponseTest, DecodesTimesStatusesAndReasons) {
 
 TEST(OcspResponseTest, UnknownStatusRevokedWithoutReasonAndKeyHashResponder) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    OcspResponsePlan profile = GoodFor(pki.alice, pki.responder);
     profile.responderByKeyHash = true;
     profile.certIdDigest = EVP_sha256();
     profile.answers[0].status = V_OCSP_CERTSTATUS_UNKNOWN;
@@ -215,7 +206,7 @@ TEST(OcspResponseTest, BadBytesAreRefusedAndLeaveTheObjectEmpty) {
 }
 
 TEST(OcspResponseTest, UnsuccessfulResponsesDecodeWithoutAnswers) {
-    OcspResponseSpec profile;
+    OcspResponsePlan profile;
     profile.responseStatus = OCSP_RESPONSE_STATUS_TRYLATER;
     const OcspResponse response = Decoded(MakeOcspResponse(profile));
     EXPECT_EQ(response.GetResponseStatus(), OcspResponse::ocspTryLater) << "the status read";
@@ -243,7 +234,7 @@ TEST(OcspResponseTest, VerifyAcceptsOnlySignersCertifiedByTheTrustedCertificates
 
 TEST(OcspResponseTest, VerifyNeedsTheSignerCertificateAnIntactSignatureAndItsValidity) {
     const Pki& pki = Pki::Get();
-    OcspResponseSpec profile = GoodFor(pki.alice, pki.responder);
+    OcspResponsePlan profile = GoodFor(pki.alice, pki.responder);
     profile.includeSignerCertificate = false;
     const OcspResponse bare = Decoded(MakeOcspResponse(profile));
     EXPECT_EQ(VerifyCode(bare, {&pki.ca}), 141) << "signer certificate nowhere to be found";

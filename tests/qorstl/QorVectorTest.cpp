@@ -5,17 +5,19 @@
 #include <vector>
 
 #include "QorStl.h"
+#include "TestTessera.h"
 
 using qorstd::QorIterator;
 using qorstd::QorVector;
 using qorstd::StdLibException;
+using tessera_test::CodeOf;
 
 namespace {
 
-// Counts live instances; copying throws once copiesUntilThrow reaches 0.
+// Counts live instances; copying throws once copiesUntilThrow reaches 0 (<0: never).
 struct Tracked {
     static int live;
-    static int copiesUntilThrow;  // <0: never throw
+    static int copiesUntilThrow;
     int value;
 
     explicit Tracked(int v = 0) : value(v) { ++live; }
@@ -23,9 +25,7 @@ struct Tracked {
         if (copiesUntilThrow == 0) {
             throw std::runtime_error("copy refused");
         }
-        if (copiesUntilThrow > 0) {
-            --copiesUntilThrow;
-        }
+        copiesUntilThrow -= copiesUntilThrow > 0 ? 1 : 0;
         ++live;
     }
     Tracked& operator=(const Tracked& other) = default;
@@ -60,19 +60,9 @@ void AddRange(QorVector<T>& v, int count) {
     }
 }
 
-template <class F>
-int CodeThrownBy(F&& action) {
-    try {
-        action();
-    } catch (const StdLibException& e) {
-        return e.GetErrorCode();
-    }
-    return -1;
-}
-
 }  // namespace
 
-TEST_F(QorVectorTest, RepeatedAddGrowsOneSlotBelowEightThenByAQuarter) {
+TEST_F(QorVectorTest, CapacityRules) {
     QorVector<int> v;
     std::vector<unsigned int> capacities;
     for (int i = 0; i < 20; ++i) {
@@ -81,28 +71,45 @@ TEST_F(QorVectorTest, RepeatedAddGrowsOneSlotBelowEightThenByAQuarter) {
     }
     const std::vector<unsigned int> expected = {1,  2,  3,  4,  5,  6,  7,  8,  10, 10,
                                                 12, 12, 15, 15, 15, 18, 18, 18, 22, 22};
-    EXPECT_EQ(capacities, expected) << "capacity after each of 20 Add calls";
+    EXPECT_EQ(capacities, expected) << "Add grows one slot below eight, then by a quarter";
     EXPECT_EQ(Values(v).back(), 19) << "the elements survive every reallocation";
-}
 
-TEST_F(QorVectorTest, ReserveAndConstructorsSetExactCapacities) {
-    QorVector<int> v;
-    v.Reserve(6);
-    EXPECT_EQ(v.GetCapacity(), 6u) << "reserve on an empty vector gives exactly the request";
-    v.Reserve(3);
-    EXPECT_EQ(v.GetCapacity(), 6u) << "a smaller reserve changes nothing";
-    EXPECT_EQ(QorVector<int>(5).GetCapacity(), 5u) << "the capacity constructor";
     const int items[] = {4, 5, 6};
-    QorVector<int> fromArray(items, 3);
-    EXPECT_EQ(fromArray.GetCapacity(), 3u) << "array constructor: capacity equals the count";
-    EXPECT_EQ(Values(fromArray), (std::vector<int>{4, 5, 6})) << "array constructor copies";
+    auto reserved = [](unsigned int first, unsigned int second) {
+        QorVector<int> r;
+        r.Reserve(first);
+        r.Reserve(second);
+        return r.GetCapacity();
+    };
+    auto assigned = [](unsigned int own, unsigned int source) {
+        QorVector<int> target(own), from(source);
+        target.Add(1);
+        AddRange(from, 4);
+        target = from;
+        return target.GetCapacity();
+    };
+    QorVector<int> five(5);
+    five.Add(1);
+    const std::pair<unsigned int, unsigned int> table[] = {
+        {reserved(6, 0), 6},                          // reserve on empty: exactly the request
+        {reserved(6, 3), 6},                          // a smaller reserve changes nothing
+        {QorVector<int>(5).GetCapacity(), 5},         // capacity constructor
+        {QorVector<int>(items, 3).GetCapacity(), 3},  // array constructor: the count
+        {QorVector<int>(five).GetCapacity(), 5},      // copy: the source's capacity, not size
+        {assigned(12, 1), 12},                        // assignment keeps a larger own capacity
+        {assigned(2, 9), 9},                          // too small: the source's capacity
+    };
+    for (std::size_t row = 0; row < sizeof(table) / sizeof(table[0]); ++row) {
+        EXPECT_EQ(table[row].first, table[row].second) << "capacity rule in row " << row;
+    }
+    EXPECT_EQ(Values(QorVector<int>(items, 3)), (std::vector<int>{4, 5, 6}))
+        << "array constructor copies";
 }
 
-TEST_F(QorVectorTest, CopyAndAssignmentCapacitiesAndElementLifetimes) {
+TEST_F(QorVectorTest, CopyAndAssignmentElementLifetimes) {
     QorVector<Tracked> source(5);
     AddRange(source, 2);
     QorVector<Tracked> copy(source);
-    EXPECT_EQ(copy.GetCapacity(), 5u) << "a copy takes the source's capacity, not its size";
     EXPECT_EQ(Tracked::live, 4) << "the copy owns copies of the elements";
 
     QorVector<Tracked> target;
@@ -112,20 +119,8 @@ TEST_F(QorVectorTest, CopyAndAssignmentCapacitiesAndElementLifetimes) {
     target = one;
     EXPECT_EQ(Tracked::live, 6) << "assignment destroyed three old elements and copied one";
     EXPECT_EQ(Values(target), (std::vector<int>{9})) << "assigned content";
-
-    QorVector<int> large(12);
-    large.Add(1);
-    QorVector<int> small;
-    small.Add(7);
-    large = small;
-    EXPECT_EQ(large.GetCapacity(), 12u) << "a larger own capacity stays";
-    QorVector<int> wide(9);
-    AddRange(wide, 4);
-    QorVector<int> tiny(2);
-    tiny = wide;
-    EXPECT_EQ(tiny.GetCapacity(), 9u) << "too small: reallocated to the source's capacity";
-    tiny = tiny;
-    EXPECT_EQ(Values(tiny), (std::vector<int>{0, 1, 2, 3})) << "self-assignment changes nothing";
+    target = target;
+    EXPECT_EQ(Values(target), (std::vector<int>{9})) << "self-assignment changes nothing";
 }
 
 TEST_F(QorVectorTest, InsertAtShiftsAndAppendsAtTheEnd) {
@@ -136,7 +131,7 @@ TEST_F(QorVectorTest, InsertAtShiftsAndAppendsAtTheEnd) {
     v.InsertAt(0, 0);
     v.InsertAt(4, v.GetSize());
     EXPECT_EQ(Values(v), (std::vector<int>{0, 1, 2, 3, 4})) << "middle, front and end inserts";
-    EXPECT_EQ(CodeThrownBy([&] { v.InsertAt(9, v.GetSize() + 1); }), 100)
+    EXPECT_EQ(CodeOf([&] { v.InsertAt(9, v.GetSize() + 1); }), 100)
         << "inserting past the end is out of range";
     EXPECT_EQ(Values(v), (std::vector<int>{0, 1, 2, 3, 4})) << "a refused insert changes nothing";
 }
@@ -165,7 +160,7 @@ TEST_F(QorVectorTest, RemoveAtAndRemoveAllDestroyElementsAndKeepStorage) {
     v.RemoveAt(1);
     EXPECT_EQ(Values(v), (std::vector<int>{0, 2, 3, 4})) << "RemoveAt shifts down";
     EXPECT_EQ(Tracked::live, 4) << "the removed element is destroyed";
-    EXPECT_EQ(CodeThrownBy([&] { v.RemoveAt(4); }), 100) << "removing past the end";
+    EXPECT_EQ(CodeOf([&] { v.RemoveAt(4); }), 100) << "removing past the end";
     EXPECT_EQ(v.GetSize(), 4u) << "a refused remove changes nothing";
     const unsigned int capacity = v.GetCapacity();
     v.RemoveAll();
@@ -174,22 +169,31 @@ TEST_F(QorVectorTest, RemoveAtAndRemoveAllDestroyElementsAndKeepStorage) {
     EXPECT_EQ(it->HasNext(), 0) << "the iterator remains usable and sees the empty vector";
 }
 
-TEST_F(QorVectorTest, AccessOutsideTheElementsThrows100) {
+TEST_F(QorVectorTest, AccessOutsideTheElementsThrowsAStdLibException100) {
     QorVector<int> v;
     const QorVector<int>& constant = v;
-    EXPECT_EQ(CodeThrownBy([&] { (void)v.Front(); }), 100) << "Front of an empty vector";
-    EXPECT_EQ(CodeThrownBy([&] { (void)constant.Back(); }), 100) << "Back of an empty vector";
-    EXPECT_EQ(CodeThrownBy([&] { (void)v.GetUpperBound(); }), 100) << "upper bound of nothing";
-    EXPECT_NE(v.IsEmpty(), 0) << "IsEmpty does not throw";
+    try {
+        (void)v.Front();
+        ADD_FAILURE() << "Front on an empty vector must throw";
+    } catch (const qorstd::QorException& e) {
+        EXPECT_EQ(e.GetErrorCode(), 100) << "Front of an empty vector is out of range";
+        EXPECT_TRUE(e.GetErrorMessage().empty()) << "container exceptions carry no message";
+        EXPECT_EQ(std::string(e.GetClassNameW().c_str()), "qorstd::StdLibException")
+            << "class name";
+        std::unique_ptr<qorstd::QorException> clone(e.Clone());
+        EXPECT_NE(dynamic_cast<StdLibException*>(clone.get()), nullptr) << "Clone keeps the type";
+    }
+    EXPECT_EQ(CodeOf([&] { (void)constant.Back(); }), 100) << "Back of an empty vector";
+    EXPECT_EQ(CodeOf([&] { (void)v.GetUpperBound(); }), 100) << "upper bound of nothing";
     EXPECT_EQ(v.Begin(), v.End()) << "an empty range";
 
     v.Add(3);
     v.Add(4);
     v.SetAt(8, 0);
     EXPECT_EQ(Values(v), (std::vector<int>{8, 4})) << "SetAt replaces";
-    EXPECT_EQ(CodeThrownBy([&] { v.SetAt(1, 2); }), 100) << "SetAt past the end";
-    EXPECT_EQ(CodeThrownBy([&] { (void)v.GetAt(2); }), 100) << "GetAt past the end";
-    EXPECT_EQ(CodeThrownBy([&] { (void)v[5]; }), 100) << "operator[] past the end";
+    EXPECT_EQ(CodeOf([&] { v.SetAt(1, 2); }), 100) << "SetAt past the end";
+    EXPECT_EQ(CodeOf([&] { (void)v.GetAt(2); }), 100) << "GetAt past the end";
+    EXPECT_EQ(CodeOf([&] { (void)v[5]; }), 100) << "operator[] past the end";
     EXPECT_EQ(std::make_pair(v.Front(), v.Back()), std::make_pair(8, 4)) << "Front and Back";
     EXPECT_EQ(v.GetUpperBound(), 1u) << "the last index";
     EXPECT_EQ(v.End() - v.GetData(), 2) << "the elements form one plain array";
@@ -209,7 +213,7 @@ TEST_F(QorVectorTest, IteratorWalksThrowsWhenExhaustedResetsAndIsOwnedByTheVecto
         seen.push_back(it->Next());
     }
     EXPECT_EQ(seen, (std::vector<int>{10, 20})) << "the walk sees every element in order";
-    EXPECT_EQ(CodeThrownBy([&] { it->Next(); }), 100) << "Next on an exhausted iterator";
+    EXPECT_EQ(CodeOf([&] { it->Next(); }), 100) << "Next on an exhausted iterator";
     it->Reset();
     ASSERT_NE(it->HasNext(), 0) << "Reset makes the iterator usable again";
     EXPECT_EQ(it->Next(), 10) << "and starts from the front";
@@ -248,23 +252,7 @@ TEST_F(QorVectorTest, FailedGrowthLeavesTheVectorIntact) {
     };
     QorVector<Page> pages;
     pages.Add(Page{});
-    EXPECT_EQ(CodeThrownBy([&] { pages.Reserve(0xFFFFFFFFu); }), 101)
-        << "16 TiB cannot be allocated";
+    EXPECT_EQ(CodeOf([&] { pages.Reserve(0xFFFFFFFFu); }), 101) << "16 TiB cannot be allocated";
     EXPECT_EQ(std::make_pair(pages.GetSize(), pages.GetCapacity()), std::make_pair(1u, 1u))
         << "a failed allocation changes neither size nor capacity";
-}
-
-TEST_F(QorVectorTest, StdLibExceptionIsAQorExceptionWithoutMessage) {
-    QorVector<int> v;
-    try {
-        (void)v.Front();
-        FAIL() << "Front on an empty vector must throw";
-    } catch (const qorstd::QorException& e) {
-        EXPECT_EQ(e.GetErrorCode(), 100) << "out of range";
-        EXPECT_TRUE(e.GetErrorMessage().empty()) << "container exceptions carry no message";
-        EXPECT_EQ(std::string(e.GetClassNameW().c_str()), "qorstd::StdLibException")
-            << "class name";
-        std::unique_ptr<qorstd::QorException> clone(e.Clone());
-        EXPECT_NE(dynamic_cast<StdLibException*>(clone.get()), nullptr) << "Clone keeps the type";
-    }
 }

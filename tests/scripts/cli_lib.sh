@@ -12,6 +12,21 @@ cd "$scratch" || exit 1
 # when STATUS is not 0.
 check() { if [ "$2" -ne 0 ]; then echo "FAILED: $1"; fail=1; fi; }
 
+# run CMD...: $out is what CMD printed on stdout, $err on stderr, $rc its status.
+run() { out=$("$@" 2>"$scratch/.stderr"); rc=$?; err=$(<"$scratch/.stderr"); }
+# ok DESCRIPTION CMD...: CMD exits 0.
+ok() { run "${@:2}"; check "$1: exit 0 (got $rc)" "$rc"; }
+# has DESCRIPTION GREP-ARGS...: the last $out matches.
+has() { grep -q "${@:2}" <<<"$out"; check "$1" $?; }
+# fails DESCRIPTION PATTERN CMD...: CMD exits 1 with PATTERN (grep) on stderr.
+fails() {
+    run "${@:3}"
+    [ "$rc" -eq 1 ]; check "$1: exit 1 (got $rc)" $?
+    grep -q -- "$2" <<<"$err"; check "$1: stderr says '$2'" $?
+}
+# usage DESCRIPTION CMD...: CMD exits 2, a usage error.
+usage() { run "${@:2}"; [ "$rc" -eq 2 ]; check "$1 is a usage error (got $rc)" $?; }
+
 # write_ca_cnf CERT KEY [LINE...]: ca.cnf for `openssl ca -gencrl` with the
 # CA certificate CERT and key KEY over index.txt and crlnumber here; CRLs get
 # an authority key identifier, and each LINE joins the CA section.
@@ -33,4 +48,15 @@ fixture_crl() {
     write_ca_cnf "$1/ca.pem" "$1/ca.key.pem"
     openssl ca -config ca.cnf -gencrl -crl_lastupdate 20240610000000Z \
         -crl_nextupdate 20240710000000Z -out crl.pem 2>/dev/null
+}
+
+# ec_ca SUBJECT: ca.pem and ca.key, a self-signed P-256 CA for two days.
+ec_ca() {
+    openssl req -x509 -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key \
+        -subj "$1" -days 2 -out ca.pem 2>/dev/null
+}
+# ec_csr NAME SUBJECT: NAME.key and NAME.csr, a P-256 key and its request.
+ec_csr() {
+    openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$1.key" \
+        -subj "$2" -out "$1.csr" 2>/dev/null
 }

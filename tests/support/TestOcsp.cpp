@@ -39,7 +39,7 @@ TimePtr GeneralizedTime(std::int64_t seconds) {
 
 // OCSP_basic_sign stamps producedAt with the current time; put the chosen
 // one in and sign the response data again.
-void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponseSpec& profile) {
+void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponsePlan& profile) {
     auto* producedAt = const_cast<ASN1_GENERALIZEDTIME*>(OCSP_resp_get0_produced_at(basic));
     if (ASN1_GENERALIZEDTIME_set(producedAt, static_cast<time_t>(profile.producedAt)) == nullptr) {
         Fail("producedAt");
@@ -56,7 +56,7 @@ void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponseSpec& profile) {
 
 }  // namespace
 
-std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& profile) {
+std::vector<unsigned char> MakeOcspResponse(const OcspResponsePlan& profile) {
     std::unique_ptr<OCSP_RESPONSE, ResponseFree> response;
     if (profile.responseStatus != OCSP_RESPONSE_STATUS_SUCCESSFUL) {
         response.reset(OCSP_response_create(profile.responseStatus, nullptr));

@@ -19,7 +19,7 @@ struct OcspAnswer {
     std::int64_t nextUpdate = 0;  // 0 leaves nextUpdate out
 };
 
-struct OcspResponseSpec {
+struct OcspResponsePlan {
     const Issued* signer = nullptr;  // responder certificate and key
     X509* issuer = nullptr;          // issuer of the answered certificates (borrowed)
     std::vector<OcspAnswer> answers;
@@ -33,6 +33,6 @@ struct OcspResponseSpec {
 };
 
 // The DER of an OCSPResponse.
-std::vector<unsigned char> MakeOcspResponse(const OcspResponseSpec& profile);
+std::vector<unsigned char> MakeOcspResponse(const OcspResponsePlan& profile);
 
 }  // namespace tessera_test

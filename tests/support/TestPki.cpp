@@ -10,8 +10,8 @@
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -39,22 +39,38 @@ std::string BioText(BIO* bio) {
     return std::string(data, static_cast<std::size_t>(length));
 }
 
-void AddExtension(X509* cert, X509* issuer, const std::string& name, const std::string& value) {
+using Bytes = std::vector<unsigned char>;
+
+// The DER of `object` written by `i2d`.
+template <class T, class I2d>
+Bytes ToDer(T* object, I2d i2d, const std::string& what) {
+    unsigned char* der = nullptr;
+    const int length = object != nullptr ? i2d(object, &der) : 0;
+    if (length <= 0) {
+        Fail("DER " + what);
+    }
+    Bytes out(der, der + length);
+    OPENSSL_free(der);
+    return out;
+}
+
+// An extension in OpenSSL's configuration syntax, added to `cert` or, when
+// that is null, to `crl`.
+void AddExtension(X509* cert, X509_CRL* crl, X509* issuer, const std::string& name,
+                  const std::string& value) {
     X509V3_CTX ctx;
     X509V3_set_ctx_nodb(&ctx);
-    X509V3_set_ctx(&ctx, issuer, cert, nullptr, nullptr, 0);
-    X509_EXTENSION* ext = X509V3_EXT_conf(nullptr, &ctx, name.c_str(), value.c_str());
-    if (ext == nullptr) {
+    X509V3_set_ctx(&ctx, issuer, cert, nullptr, crl, 0);
+    std::unique_ptr<X509_EXTENSION, void (*)(X509_EXTENSION*)> ext(
+        X509V3_EXT_conf(nullptr, &ctx, name.c_str(), value.c_str()), X509_EXTENSION_free);
+    if (!ext) {
         Fail("extension " + name + "=" + value);
     }
-    const int added = X509_add_ext(cert, ext, -1);
-    X509_EXTENSION_free(ext);
-    if (added != 1) {
+    if ((cert != nullptr ? X509_add_ext(cert, ext.get(), -1)
+                         : X509_CRL_add_ext(crl, ext.get(), -1)) != 1) {
         Fail("adding extension " + name);
     }
 }
-
-using Bytes = std::vector<unsigned char>;
 
 // One DER element of universal class: tag, length and `content`.
 Bytes DerElement(int tag, bool constructed, const Bytes& content) {
@@ -66,9 +82,7 @@ Bytes DerElement(int tag, bool constructed, const Bytes& content) {
     Bytes out(static_cast<std::size_t>(total));
     unsigned char* cursor = out.data();
     ASN1_put_object(&cursor, constructed ? 1 : 0, length, tag, V_ASN1_UNIVERSAL);
-    if (length > 0) {
-        std::memcpy(cursor, content.data(), content.size());
-    }
+    std::copy(content.begin(), content.end(), cursor);
     return out;
 }
 
@@ -83,29 +97,7 @@ Bytes Concat(const std::vector<Bytes>& parts) {
 Bytes OidDer(const std::string& oid) {
     std::unique_ptr<ASN1_OBJECT, void (*)(ASN1_OBJECT*)> object(OBJ_txt2obj(oid.c_str(), 1),
                                                                 ASN1_OBJECT_free);
-    const int length = object ? i2d_ASN1_OBJECT(object.get(), nullptr) : 0;
-    if (length <= 0) {
-        Fail("OID " + oid);
-    }
-    Bytes out(static_cast<std::size_t>(length));
-    unsigned char* cursor = out.data();
-    i2d_ASN1_OBJECT(object.get(), &cursor);
-    return out;
-}
-
-void AddQcStatementsExtension(X509* cert, const Bytes& value) {
-    std::unique_ptr<ASN1_OCTET_STRING, void (*)(ASN1_OCTET_STRING*)> octets(ASN1_OCTET_STRING_new(),
-                                                                            ASN1_OCTET_STRING_free);
-    if (!octets ||
-        ASN1_OCTET_STRING_set(octets.get(), value.data(), static_cast<int>(value.size())) != 1) {
-        Fail("qualified statements value");
-    }
-    std::unique_ptr<X509_EXTENSION, void (*)(X509_EXTENSION*)> ext(
-        X509_EXTENSION_create_by_NID(nullptr, NID_qcStatements, 0, octets.get()),
-        X509_EXTENSION_free);
-    if (!ext || X509_add_ext(cert, ext.get(), -1) != 1) {
-        Fail("adding qualified statements");
-    }
+    return ToDer(object.get(), i2d_ASN1_OBJECT, "OID " + oid);
 }
 
 void AddRawExtension(X509* cert, const std::string& oid, const Bytes& value) {
@@ -217,14 +209,7 @@ std::vector<unsigned char> CrlDistributionPointsDer(
         }
         sk_DIST_POINT_push(value.get(), point);
     }
-    unsigned char* der = nullptr;
-    const int length = i2d_CRL_DIST_POINTS(value.get(), &der);
-    if (length <= 0) {
-        throw std::runtime_error("i2d_CRL_DIST_POINTS failed");
-    }
-    std::vector<unsigned char> out(der, der + length);
-    OPENSSL_free(der);
-    return out;
+    return ToDer(value.get(), i2d_CRL_DIST_POINTS, "CRL distribution points");
 }
 
 std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids) {
@@ -259,8 +244,8 @@ std::vector<std::pair<std::string, std::string>> CaExtensions() {
             {"keyUsage", "critical,keyCertSign,cRLSign,digitalSignature"}};
 }
 
-CertSpec BasicProfile(const std::string& commonName, long serial, bool ca) {
-    CertSpec profile;
+CertPlan BasicProfile(const std::string& commonName, long serial, bool ca) {
+    CertPlan profile;
     profile.commonName = commonName;
     profile.serial = serial;
     profile.extensions = ca ? CaExtensions()
@@ -269,7 +254,7 @@ CertSpec BasicProfile(const std::string& commonName, long serial, bool ca) {
     return profile;
 }
 
-Issued IssueCertificate(const CertSpec& profile, const Issued* issuer) {
+Issued IssueCertificate(const CertPlan& profile, const Issued* issuer) {
     Issued out;
     if (profile.key != nullptr) {
         if (EVP_PKEY_up_ref(profile.key) != 1) {
@@ -298,11 +283,12 @@ Issued IssueCertificate(const CertSpec& profile, const Issued* issuer) {
         X509_set_subject_name(cert, BuildName(profile.subject).get()) != 1) {
         Fail("subject");
     }
-    X509_NAME* name = X509_get_subject_name(cert);
     if (profile.subject.empty()) {
-        X509_NAME_add_entry_by_txt(
-            name, "O", MBSTRING_UTF8,
-            reinterpret_cast<const unsigned char*>(profile.organization.c_str()), -1, -1, 0);
+        // Unchecked: an empty or over-long common name is simply left out.
+        X509_NAME* name = X509_get_subject_name(cert);
+        X509_NAME_add_entry_by_txt(name, "O", MBSTRING_UTF8,
+                                   reinterpret_cast<const unsigned char*>("Tessera Test"), -1, -1,
+                                   0);
         X509_NAME_add_entry_by_txt(
             name, "CN", MBSTRING_UTF8,
             reinterpret_cast<const unsigned char*>(profile.commonName.c_str()), -1, -1, 0);
@@ -317,16 +303,16 @@ Issued IssueCertificate(const CertSpec& profile, const Issued* issuer) {
         Fail("certificate fields");
     }
     if (profile.subjectKeyId) {
-        AddExtension(cert, issuerCert, "subjectKeyIdentifier", "hash");
+        AddExtension(cert, nullptr, issuerCert, "subjectKeyIdentifier", "hash");
     }
     if (issuer != nullptr) {
-        AddExtension(cert, issuerCert, "authorityKeyIdentifier", "keyid");
+        AddExtension(cert, nullptr, issuerCert, "authorityKeyIdentifier", "keyid");
     }
     for (const auto& extension : profile.extensions) {
-        AddExtension(cert, issuerCert, extension.first, extension.second);
+        AddExtension(cert, nullptr, issuerCert, extension.first, extension.second);
     }
     if (!profile.qcStatements.empty()) {
-        AddQcStatementsExtension(cert, profile.qcStatements);
+        AddRawExtension(cert, "1.3.6.1.5.5.7.1.3", profile.qcStatements);
     }
     for (const auto& raw : profile.rawExtensions) {
         AddRawExtension(cert, raw.first, raw.second);
@@ -355,14 +341,7 @@ std::string KeyToPem(EVP_PKEY* key) {
 }
 
 std::vector<unsigned char> CertToDer(X509* cert) {
-    unsigned char* der = nullptr;
-    const int length = i2d_X509(cert, &der);
-    if (length <= 0) {
-        Fail("DER certificate");
-    }
-    std::vector<unsigned char> out(der, der + length);
-    OPENSSL_free(der);
-    return out;
+    return ToDer(cert, i2d_X509, "certificate");
 }
 
 void WriteTextFile(const std::string& path, const std::string& text) {
@@ -425,22 +404,6 @@ std::string ScratchDir::Output() const {
 
 namespace {
 
-void AddCrlExtension(X509_CRL* crl, X509* issuer, const std::string& name,
-                     const std::string& value) {
-    X509V3_CTX ctx;
-    X509V3_set_ctx_nodb(&ctx);
-    X509V3_set_ctx(&ctx, issuer, nullptr, nullptr, crl, 0);
-    X509_EXTENSION* ext = X509V3_EXT_conf(nullptr, &ctx, name.c_str(), value.c_str());
-    if (ext == nullptr) {
-        Fail("CRL extension " + name + "=" + value);
-    }
-    const int added = X509_CRL_add_ext(crl, ext, -1);
-    X509_EXTENSION_free(ext);
-    if (added != 1) {
-        Fail("adding CRL extension " + name);
-    }
-}
-
 void AddRevokedEntry(X509_CRL* crl, const RevokedEntry& entry) {
     std::unique_ptr<X509_REVOKED, void (*)(X509_REVOKED*)> revoked(X509_REVOKED_new(),
                                                                    X509_REVOKED_free);
@@ -489,7 +452,7 @@ void AddRevokedEntry(X509_CRL* crl, const RevokedEntry& entry) {
 
 }  // namespace
 
-CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer) {
+CrlPtr IssueCrl(const CrlPlan& profile, const Issued& issuer) {
     CrlPtr crl(X509_CRL_new());
     std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> thisUpdate(
         ASN1_TIME_set(nullptr, static_cast<time_t>(profile.thisUpdate)), ASN1_TIME_free);
@@ -510,7 +473,8 @@ CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer) {
     }
     if (profile.version >= 2) {
         if (profile.authorityKeyId) {
-            AddCrlExtension(crl.get(), issuer.cert.get(), "authorityKeyIdentifier", "keyid:always");
+            AddExtension(nullptr, crl.get(), issuer.cert.get(), "authorityKeyIdentifier",
+                         "keyid:always");
         }
         if (profile.crlNumber >= 0) {
             std::unique_ptr<ASN1_INTEGER, void (*)(ASN1_INTEGER*)> number(ASN1_INTEGER_new(),
@@ -521,8 +485,8 @@ CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer) {
             }
         }
         if (profile.indirect) {
-            AddCrlExtension(crl.get(), issuer.cert.get(), "issuingDistributionPoint",
-                            "critical,indirectCRL:TRUE");
+            AddExtension(nullptr, crl.get(), issuer.cert.get(), "issuingDistributionPoint",
+                         "critical,indirectCRL:TRUE");
         }
     }
     if (X509_CRL_sort(crl.get()) != 1 ||
@@ -551,14 +515,7 @@ CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer) {
 }
 
 std::vector<unsigned char> CrlToDer(X509_CRL* crl) {
-    unsigned char* der = nullptr;
-    const int length = i2d_X509_CRL(crl, &der);
-    if (length <= 0) {
-        Fail("DER CRL");
-    }
-    std::vector<unsigned char> out(der, der + length);
-    OPENSSL_free(der);
-    return out;
+    return ToDer(crl, i2d_X509_CRL, "CRL");
 }
 
 std::string CrlToPem(X509_CRL* crl) {
@@ -582,14 +539,7 @@ std::vector<unsigned char> BuildPkcs12(EVP_PKEY* key, X509* cert, const std::vec
         PKCS12_create(password.c_str(), "tessera test", key, cert, chain.get(), 0, 0, 0,
                       withMac ? 0 : -1, 0),
         PKCS12_free);
-    unsigned char* der = nullptr;
-    const int length = pkcs12 ? i2d_PKCS12(pkcs12.get(), &der) : 0;
-    if (length <= 0) {
-        Fail("PKCS#12");
-    }
-    std::vector<unsigned char> out(der, der + length);
-    OPENSSL_free(der);
-    return out;
+    return ToDer(pkcs12.get(), i2d_PKCS12, "PKCS#12");
 }
 
 }  // namespace tessera_test

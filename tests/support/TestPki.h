@@ -73,9 +73,8 @@ std::vector<unsigned char> CrlDistributionPointsDer(
 // DER of SEQUENCE OF OBJECT IDENTIFIER.
 std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids);
 
-struct CertSpec {
-    std::string commonName;
-    std::string organization = "Tessera Test";
+struct CertPlan {
+    std::string commonName;  // the subject is O=Tessera Test, CN=commonName
     long serial = 1;
     std::int64_t notBefore = UtcTime(2020, 1, 1);
     std::int64_t notAfter = UtcTime(2040, 1, 1);
@@ -86,7 +85,7 @@ struct CertSpec {
     // {"extendedKeyUsage", "critical,timeStamping"},
     // {"authorityInfoAccess", "OCSP;URI:http://127.0.0.1:8080"}.
     std::vector<std::pair<std::string, std::string>> extensions;
-    // When not empty: the subject instead of O=organization, CN=commonName.
+    // When not empty: the subject instead of O=Tessera Test, CN=commonName.
     std::vector<NameAttribute> subject;
     // When not empty: the value of a qualified-statements extension
     // (1.3.6.1.5.5.7.1.3), e.g. QcStatementsDer(...), added after `extensions`.
@@ -118,7 +117,7 @@ std::vector<std::pair<std::string, std::string>> CaExtensions();
 
 // A CA's profile (CaExtensions) or a signer's (critical key usage
 // digitalSignature, nonRepudiation).
-CertSpec BasicProfile(const std::string& commonName, long serial, bool ca);
+CertPlan BasicProfile(const std::string& commonName, long serial, bool ca);
 
 struct Issued {
     CertPtr cert;
@@ -127,7 +126,7 @@ struct Issued {
 
 // Signs a new certificate with `issuer`'s key, or self-signed when `issuer`
 // is null. Subject and authority key identifiers are always added.
-Issued IssueCertificate(const CertSpec& profile, const Issued* issuer);
+Issued IssueCertificate(const CertPlan& profile, const Issued* issuer);
 
 // PEM and DER forms.
 std::string CertToPem(X509* cert);
@@ -180,7 +179,7 @@ struct RevokedEntry {
     X509* certificateIssuer = nullptr;  // borrowed; its subject is taken
 };
 
-struct CrlSpec {
+struct CrlPlan {
     int version = 2;  // 1: no extensions at all; 2: the extensions below
     std::int64_t thisUpdate = UtcTime(2024, 7, 1);
     std::int64_t nextUpdate = UtcTime(2024, 8, 1);  // 0: the CRL has none
@@ -195,7 +194,7 @@ struct CrlSpec {
 };
 
 // A CRL issued (signed) by `issuer`.
-CrlPtr IssueCrl(const CrlSpec& profile, const Issued& issuer);
+CrlPtr IssueCrl(const CrlPlan& profile, const Issued& issuer);
 std::vector<unsigned char> CrlToDer(X509_CRL* crl);
 std::string CrlToPem(X509_CRL* crl);
 

@@ -25,11 +25,8 @@ void Save(const std::string& dir, const std::string& name, const Issued& issued)
     WriteTextFile(dir + "/" + name + ".key.pem", KeyToPem(issued.key.get()));
 }
 
-CertSpec EndEntity(const std::string& name, long serial, const std::string& ocspUrl) {
-    CertSpec profile;
-    profile.commonName = name;
-    profile.serial = serial;
-    profile.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"}};
+CertPlan EndEntity(const std::string& name, long serial, const std::string& ocspUrl) {
+    CertPlan profile = BasicProfile(name, serial, false);
     if (!ocspUrl.empty()) {
         profile.extensions.push_back({"authorityInfoAccess", "OCSP;URI:" + ocspUrl});
     }
@@ -53,26 +50,17 @@ int main(int argc, char** argv) {
     const std::string dir = argv[1];
     const std::string ocspUrl = argc > 2 ? argv[2] : "";
     try {
-        CertSpec caSpec;
-        caSpec.commonName = "Tessera Test CA";
-        caSpec.serial = 1;
-        caSpec.extensions = CaExtensions();
-        const Issued ca = IssueCertificate(caSpec, nullptr);
+        const Issued ca = IssueCertificate(BasicProfile("Tessera Test CA", 1, true), nullptr);
         Save(dir, "ca", ca);
 
-        CertSpec tsaSpec;
-        tsaSpec.commonName = "Tessera Test TSA";
-        tsaSpec.serial = 2;
-        tsaSpec.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"},
-                              {"extendedKeyUsage", "critical,timeStamping"}};
-        Save(dir, "tsa", IssueCertificate(tsaSpec, &ca));
+        CertPlan tsa = BasicProfile("Tessera Test TSA", 2, false);
+        tsa.extensions.push_back({"extendedKeyUsage", "critical,timeStamping"});
+        Save(dir, "tsa", IssueCertificate(tsa, &ca));
 
-        CertSpec ocspSpec;
-        ocspSpec.commonName = "Tessera Test OCSP Responder";
-        ocspSpec.serial = 3;
-        ocspSpec.extensions = {{"keyUsage", "critical,digitalSignature"},
-                               {"extendedKeyUsage", "OCSPSigning"}};
-        Save(dir, "ocsp", IssueCertificate(ocspSpec, &ca));
+        CertPlan responder = BasicProfile("Tessera Test OCSP Responder", 3, false);
+        responder.extensions = {{"keyUsage", "critical,digitalSignature"},
+                                {"extendedKeyUsage", "OCSPSigning"}};
+        Save(dir, "ocsp", IssueCertificate(responder, &ca));
 
         const Issued good = IssueCertificate(EndEntity("Good Signer", 0x1001, ocspUrl), &ca);
         const Issued revoked = IssueCertificate(EndEntity("Revoked Signer", 0x1002, ocspUrl), &ca);
@@ -81,14 +69,11 @@ int main(int argc, char** argv) {
         Save(dir, "revoked", revoked);
         Save(dir, "unknown", unknown);
 
-        CertSpec otherCaSpec;
-        otherCaSpec.commonName = "Untrusted Test CA";
-        otherCaSpec.extensions = CaExtensions();
-        const Issued otherCa = IssueCertificate(otherCaSpec, nullptr);
+        const Issued otherCa =
+            IssueCertificate(BasicProfile("Untrusted Test CA", 1, true), nullptr);
         Save(dir, "untrusted-ca", otherCa);
-        CertSpec otherOcspSpec = ocspSpec;
-        otherOcspSpec.commonName = "Untrusted OCSP Responder";
-        Save(dir, "untrusted-ocsp", IssueCertificate(otherOcspSpec, &otherCa));
+        responder.commonName = "Untrusted OCSP Responder";
+        Save(dir, "untrusted-ocsp", IssueCertificate(responder, &otherCa));
 
         // The responder's database: good and revoked are listed, unknown is not.
         const std::string expiry = "400101000000Z";

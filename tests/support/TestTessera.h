@@ -50,7 +50,7 @@ inline TesseraLib::X509Certificate Cert(const Issued& issued) {
 }
 
 // The response TestOcsp makes, decoded.
-inline QorOcsp2Lib::OcspResponse DecodedOcsp(const OcspResponseSpec& profile) {
+inline QorOcsp2Lib::OcspResponse DecodedOcsp(const OcspResponsePlan& profile) {
     const Bytes der = MakeOcspResponse(profile);
     QorOcsp2Lib::OcspResponse response;
     response.Decode(der.data(), static_cast<unsigned long>(der.size()));

@@ -149,18 +149,12 @@ Bytes Alter(const Bytes& request, const TsaReply& reply) {
 }  // namespace
 
 TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest) {
-    CertSpec caSpec;
-    caSpec.commonName = "Test TSA Root";
-    caSpec.extensions = CaExtensions();
-    m_ca = IssueCertificate(caSpec, nullptr);
-    CertSpec tsaSpec;
-    tsaSpec.commonName = "Test TSA";
-    tsaSpec.serial = 7;
-    tsaSpec.keyKind = tsaKey;
-    tsaSpec.digest = certificateDigest;
-    tsaSpec.extensions = {{"keyUsage", "critical,digitalSignature,nonRepudiation"},
-                          {"extendedKeyUsage", "critical,timeStamping"}};
-    m_tsa = IssueCertificate(tsaSpec, &m_ca);
+    m_ca = IssueCertificate(BasicProfile("Test TSA Root", 1, true), nullptr);
+    CertPlan tsa = BasicProfile("Test TSA", 7, false);
+    tsa.keyKind = tsaKey;
+    tsa.digest = certificateDigest;
+    tsa.extensions.push_back({"extendedKeyUsage", "critical,timeStamping"});
+    m_tsa = IssueCertificate(tsa, &m_ca);
 }
 
 Bytes TestTsa::Request(const EVP_MD* md, const Bytes& imprint, const Bytes& nonce, bool certReq,

@@ -9,13 +9,11 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-#include <functional>
+#include <memory>
 #include <string>
 
-#include "CryptException.h"
 #include "CryptKey.h"
-#include "TestPki.h"
-#include "X509Certificate.h"
+#include "TestTessera.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -33,21 +31,12 @@ int SignOnDevice(int length, const unsigned char* from, unsigned char* to, RSA* 
                                padding);
 }
 
-int CodeOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
-}
-
 struct Holders {
     KeyPtr rsaKey = CachedKey(KeyKind::Rsa2048, 2);
     Issued rsa;
     Issued ec;
     Holders() {
-        CertSpec plan;
+        CertPlan plan;
         plan.commonName = "Key Holder";
         plan.key = rsaKey.get();
         rsa = IssueCertificate(plan, nullptr);
@@ -65,7 +54,7 @@ const Holders& Certs() {
 }  // namespace
 
 TEST(CertificateKeyTest, PublicAndAttachedPrivateKeys) {
-    X509Certificate rsa(Certs().rsa.cert.get());
+    X509Certificate rsa = Cert(Certs().rsa);
     CryptKeyRSA publicKey;
     publicKey.ImportX509(rsa, CryptKey::cptKeyRsaPublic);
     EXPECT_EQ(publicKey.GetKeyType(), CryptKey::cptKeyRsaPublic) << "modulus only";
@@ -77,9 +66,9 @@ TEST(CertificateKeyTest, PublicAndAttachedPrivateKeys) {
     CryptKeyRSA privateKey;
     privateKey.ImportX509(rsa, CryptKey::cptKeyRsaPrivate);
     EXPECT_EQ(privateKey.GetKeyEVP(), Certs().rsaKey.get()) << "the attached key, shared";
-    EXPECT_EQ(privateKey.GetKeyType(), CryptKey::cptKeyRsaPublicPrivate);
+    EXPECT_EQ(privateKey.GetKeyType(), CryptKey::cptKeyRsaPublicPrivate) << "with both halves";
 
-    X509Certificate ec(Certs().ec.cert.get());
+    X509Certificate ec = Cert(Certs().ec);
     CryptKeyEC ecKey;
     ecKey.ImportX509(ec, CryptKey::cptKeyEcPublic);
     EXPECT_EQ(ecKey.GetKeyType(), CryptKey::cptKeyEcPublic) << "EC public point";
@@ -89,30 +78,23 @@ TEST(CertificateKeyTest, PublicAndAttachedPrivateKeys) {
 }
 
 TEST(CertificateKeyTest, WrongTypesAndEmptyCertificate) {
-    const X509Certificate rsa(Certs().rsa.cert.get());
+    const X509Certificate rsa = Cert(Certs().rsa);
     CryptKeyEC ecKey;
     EXPECT_EQ(CodeOf([&] { ecKey.ImportX509(rsa, CryptKey::cptKeyRsaPublic); }), ErrPrivateKeyRead)
         << "an EC key object refuses an RSA key";
     EXPECT_EQ(ecKey.GetKeyEVP(), nullptr) << "and holds nothing";
     CryptKeyRSA rsaKey;
-    try {
-        rsaKey.ImportX509(rsa, CryptKey::cptKeyRsaPublicPrivate);
-        ADD_FAILURE() << "type 3 is not a request type";
-    } catch (const CryptException& e) {
-        EXPECT_EQ(e.GetErrorCode(), ErrInvalidParameter) << "type 3";
-        EXPECT_STREQ(e.GetErrorMessage().c_str(), L"CryptKey - eKeyType");
-    }
-    try {
-        rsaKey.ImportX509(X509Certificate(), CryptKey::cptKeyRsaPublic);
-        ADD_FAILURE() << "an empty certificate has no key";
-    } catch (const CryptException& e) {
-        EXPECT_STREQ(e.GetErrorMessage().c_str(), L"CryptKey - cert.GetX509()=NULL")
-            << "empty certificate";
-    }
+    const Thrown both = Catch([&] { rsaKey.ImportX509(rsa, CryptKey::cptKeyRsaPublicPrivate); });
+    EXPECT_TRUE(both.code == ErrInvalidParameter && both.message == "CryptKey - eKeyType")
+        << "type 3 is not a request type";
+    EXPECT_EQ(
+        Catch([&] { rsaKey.ImportX509(X509Certificate(), CryptKey::cptKeyRsaPublic); }).message,
+        "CryptKey - cert.GetX509()=NULL")
+        << "an empty certificate has no key";
 }
 
 TEST(CertificateKeyTest, ModulusOnlyKeySignsThroughTheCallback) {
-    const X509Certificate rsa(Certs().rsa.cert.get());
+    const X509Certificate rsa = Cert(Certs().rsa);
     CryptKeyRSA key;
     key.ImportX509(rsa, CryptKey::cptKeyRsaPrivate);
     EXPECT_EQ(key.GetKeyType(), CryptKey::cptKeyRsaPublic)
@@ -125,21 +107,21 @@ TEST(CertificateKeyTest, ModulusOnlyKeySignsThroughTheCallback) {
     const std::string data = "document to sign";
     unsigned char signature[512];
     std::size_t signatureLength = sizeof signature;
-    EVP_MD_CTX* sign = EVP_MD_CTX_new();
-    ASSERT_EQ(EVP_DigestSignInit(sign, nullptr, EVP_sha256(), nullptr, key.GetKeyEVP()), 1);
-    ASSERT_EQ(EVP_DigestSign(sign, signature, &signatureLength,
+    using MdCtx = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
+    const MdCtx sign(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    ASSERT_EQ(EVP_DigestSignInit(sign.get(), nullptr, EVP_sha256(), nullptr, key.GetKeyEVP()), 1)
+        << "signing context";
+    ASSERT_EQ(EVP_DigestSign(sign.get(), signature, &signatureLength,
                              reinterpret_cast<const unsigned char*>(data.data()), data.size()),
               1)
         << "signing with the modulus-only key";
-    EVP_MD_CTX_free(sign);
     EXPECT_GE(g_callbackCalls, 1) << "the callback did the private-key operation";
 
-    EVP_MD_CTX* verify = EVP_MD_CTX_new();
-    EVP_DigestVerifyInit(verify, nullptr, EVP_sha256(), nullptr,
+    const MdCtx verify(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    EVP_DigestVerifyInit(verify.get(), nullptr, EVP_sha256(), nullptr,
                          X509_get0_pubkey(Certs().rsa.cert.get()));
-    EXPECT_EQ(EVP_DigestVerify(verify, signature, signatureLength,
+    EXPECT_EQ(EVP_DigestVerify(verify.get(), signature, signatureLength,
                                reinterpret_cast<const unsigned char*>(data.data()), data.size()),
               1)
         << "the signature verifies with the certificate";
-    EVP_MD_CTX_free(verify);
 }

@@ -16,13 +16,8 @@
 #include <vector>
 
 #include "CryptException.h"
-#include "OcspResponse.h"
-#include "TestOcsp.h"
-#include "TestPki.h"
-#include "X509Certificate.h"
+#include "TestTessera.h"
 #include "X509ChainPolicy.h"
-#include "X509Crl.h"
-#include "X509Store.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -41,12 +36,7 @@ struct Outcome {
     const OcspResponse* ocsp = nullptr;
 };
 
-std::string Narrow(const qorstd::QorStringW& text) {
-    const std::wstring wide(text.c_str());
-    return std::string(wide.begin(), wide.end());
-}
-
-Outcome Catch(const std::function<void()>& action) {
+Outcome Observe(const std::function<void()>& action) {
     try {
         action();
     } catch (const X509CertificateValidationException& e) {
@@ -62,16 +52,6 @@ Outcome Catch(const std::function<void()>& action) {
 char g_clientTags[2];
 X509CrlClient* const kCrlClient = reinterpret_cast<X509CrlClient*>(&g_clientTags[0]);
 X509OcspClient* const kOcspClient = reinterpret_cast<X509OcspClient*>(&g_clientTags[1]);
-
-CertSpec Profile(const char* commonName, long serial, bool ca = false) {
-    CertSpec profile;
-    profile.commonName = commonName;
-    profile.serial = serial;
-    if (ca) {
-        profile.extensions = CaExtensions();
-    }
-    return profile;
-}
 
 void DummyCrlVerdict(const X509Certificate*, const X509Crl&, std::int64_t, const CautionPeriod&) {}
 void DummyOcspVerdict(const X509Certificate*, const OcspResponse&, std::int64_t,
@@ -169,7 +149,8 @@ TEST(CautionPeriods, ArithmeticAndZero) {
 }
 
 TEST(CautionPeriods, PerCertificateLookup) {
-    const X509Certificate cert(IssueCertificate(Profile("Caution Leaf", 1), nullptr).cert.get());
+    const X509Certificate cert(
+        IssueCertificate(BasicProfile("Caution Leaf", 1, false), nullptr).cert.get());
     const std::string key = cert.GetSHA1HashHex().c_str();
     std::string upper = key;
     std::transform(key.begin(), key.end(), upper.begin(), ::toupper);
@@ -199,10 +180,10 @@ TEST(CautionPeriods, PerCertificateLookup) {
 class RevocationVerdicts : public ::testing::Test {
 protected:
     struct Pki {
-        Issued root = IssueCertificate(Profile("Verdict Root", 1, true), nullptr);
-        Issued responder = IssueCertificate(Profile("Verdict OCSP", 9), &root);
-        Issued revokedLeaf = IssueCertificate(Profile("Revoked Leaf", 2), &root);
-        Issued goodLeaf = IssueCertificate(Profile("Good Leaf", 3), &root);
+        Issued root = IssueCertificate(BasicProfile("Verdict Root", 1, true), nullptr);
+        Issued responder = IssueCertificate(BasicProfile("Verdict OCSP", 9, false), &root);
+        Issued revokedLeaf = IssueCertificate(BasicProfile("Revoked Leaf", 2, false), &root);
+        Issued goodLeaf = IssueCertificate(BasicProfile("Good Leaf", 3, false), &root);
     };
     static const Pki& Certs() {
         static const Pki pki;
@@ -210,7 +191,7 @@ protected:
     }
 
     static X509Crl RootCrl() {
-        CrlSpec profile;
+        CrlPlan profile;
         profile.thisUpdate = UtcTime(2024, 1, 1);
         profile.nextUpdate = UtcTime(2024, 1, 2);
         profile.revoked = {{2, kRevoked, CRL_REASON_KEY_COMPROMISE}};
@@ -220,7 +201,7 @@ protected:
 
     // One answer per (leaf, status, reason); a revoked answer dates kRevoked.
     static OcspResponse Response(const std::vector<std::tuple<const Issued*, int, int>>& answers) {
-        OcspResponseSpec profile;
+        OcspResponsePlan profile;
         profile.signer = &Certs().responder;
         profile.issuer = Certs().root.cert.get();
         profile.producedAt = UtcTime(2024, 1, 1);
@@ -229,17 +210,14 @@ protected:
             profile.answers.push_back({leaf->cert.get(), status, reason, revoked,
                                        UtcTime(2024, 1, 1), UtcTime(2024, 1, 2)});
         }
-        const std::vector<unsigned char> der = MakeOcspResponse(profile);
-        OcspResponse response;
-        response.Decode(der.data(), static_cast<unsigned long>(der.size()));
-        return response;
+        return DecodedOcsp(profile);
     }
 
     Outcome Crl(const X509Certificate* cert, const X509Crl& crl, std::int64_t time) const {
-        return Catch([&] { CertificateValidationCrlCallback(cert, crl, time, kYear); });
+        return Observe([&] { CertificateValidationCrlCallback(cert, crl, time, kYear); });
     }
     Outcome Ocsp(const X509Certificate* cert, const OcspResponse& r, std::int64_t time) const {
-        return Catch([&] { CertificateValidationOcspCallback(cert, r, time, kYear); });
+        return Observe([&] { CertificateValidationOcspCallback(cert, r, time, kYear); });
     }
 
     static inline const std::int64_t kRevoked = UtcTime(2024, 6, 1, 12);
@@ -337,14 +315,14 @@ TEST_F(TrustListPolicy, PurposeChoosesTheStores) {
 
 TEST_F(TrustListPolicy, RefusesTheUndividedStoreSetters) {
     for (X509Store* store : {static_cast<X509Store*>(&trustTS), static_cast<X509Store*>(nullptr)}) {
-        const Outcome trust = Catch([&] { base.SetTrustStore(store); });
+        const Outcome trust = Observe([&] { base.SetTrustStore(store); });
         EXPECT_TRUE(trust.code == ErrInvalidParameter &&
                     trust.message ==
                         "X509ChainPolicyTL::SetTrustStore() wrong usage. Use "
                         "X509ChainPolicyTL::SetTrustStoreSig() or "
                         "X509ChainPolicyTL::SetTrustStoreTS() instead.")
             << "SetTrustStore refused whatever the store, naming the setters to use";
-        const Outcome extra = Catch([&] { base.SetExtraStore(store); });
+        const Outcome extra = Observe([&] { base.SetExtraStore(store); });
         EXPECT_TRUE(extra.code == ErrInvalidParameter &&
                     extra.message ==
                         "X509ChainPolicyTL::SetExtraStore() wrong usage. Use "

@@ -39,7 +39,7 @@ struct Pki {
     Issued leaf = Leaf("Leaf", 7), otherLeaf = Leaf("Other Leaf", 8);
 
     Issued Leaf(const char* name, long serial) const {
-        CertSpec profile = BasicProfile(name, serial, false);
+        CertPlan profile = BasicProfile(name, serial, false);
         profile.notBefore = UtcTime(2024, 1, 1);
         profile.notAfter = UtcTime(2099, 1, 1);
         return IssueCertificate(profile, &ca);
@@ -54,7 +54,7 @@ const Pki& Certs() {
 // nextUpdate 0: the CRL has none.
 X509Crl Crl(std::int64_t thisUpdate, std::int64_t nextUpdate, const Issued& issuer = Certs().ca,
             const std::vector<RevokedEntry>& revoked = {}, long number = 1) {
-    CrlSpec profile;
+    CrlPlan profile;
     profile.thisUpdate = thisUpdate;
     profile.nextUpdate = nextUpdate;
     profile.revoked = revoked;
@@ -72,7 +72,7 @@ OcspAnswer About(const Issued& cert, int status, std::int64_t thisUpdate,
 // leaf, produced at its thisUpdate.
 OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedAt,
                   const EVP_MD* idDigest = EVP_sha1()) {
-    OcspResponseSpec profile;
+    OcspResponsePlan profile;
     profile.signer = &Certs().ca;
     profile.issuer = Certs().ca.cert.get();
     profile.answers = answers;

@@ -54,7 +54,7 @@ struct MiniPki {
         if (withSub) {
             sub = IssueCertificate(BasicProfile(TestName() + " Sub CA", 2, true), &root);
         }
-        CertSpec profile = BasicProfile("Signer", 0x61, false);
+        CertPlan profile = BasicProfile("Signer", 0x61, false);
         if (!distributionPoint.empty()) {
             profile.rawExtensions = {
                 {"2.5.29.31", CrlDistributionPointsDer({{distributionPoint}})}};
@@ -67,7 +67,7 @@ struct MiniPki {
 };
 
 CrlPtr MakeCrl(const Issued& ca, std::int64_t thisUpdate, bool listsRevoked) {
-    CrlSpec profile;
+    CrlPlan profile;
     profile.thisUpdate = thisUpdate;
     profile.nextUpdate = UtcTime(2024, 7, 1);
     if (listsRevoked) {

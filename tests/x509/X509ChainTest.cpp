@@ -55,7 +55,7 @@ const Pki& P() {
         p.root = IssueCertificate(BasicProfile("Root CA", 1, true), nullptr);
         p.sub = IssueCertificate(BasicProfile("Sub CA", 2, true), &p.root);
         p.signer = IssueCertificate(BasicProfile("Signer", 0x51, false), &p.sub);
-        CertSpec c = BasicProfile("Expiring Signer", 0x52, false);
+        CertPlan c = BasicProfile("Expiring Signer", 0x52, false);
         c.notBefore = UtcTime(2024, 1, 1);
         c.notAfter = UtcTime(2024, 12, 31);
         p.expiring = IssueCertificate(c, &p.sub);
@@ -80,7 +80,7 @@ const Pki& P() {
 
 X509Crl Crl(const Issued& ca, const std::vector<RevokedEntry>& revoked = {},
             std::int64_t thisUpdate = kCrlThisUpdate, std::int64_t nextUpdate = kCrlNextUpdate) {
-    CrlSpec profile;
+    CrlPlan profile;
     profile.thisUpdate = thisUpdate;
     profile.nextUpdate = nextUpdate;
     profile.revoked = revoked;
@@ -94,7 +94,7 @@ OcspAnswer Good(const Issued& cert, std::int64_t thisUpdate, std::int64_t nextUp
 // A response signed by `signer` about certificates issued by `issuer`.
 OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedAt,
                   const Issued& issuer = P().sub, const Issued* signer = nullptr) {
-    OcspResponseSpec profile;
+    OcspResponsePlan profile;
     profile.signer = signer != nullptr ? signer : &issuer;
     profile.issuer = issuer.cert.get();
     profile.answers = answers;
@@ -394,7 +394,7 @@ TEST(X509ChainScenarios, RevocationByCrl) {
         {"a CRL with a bad signature", ErrRevocationUnknown, crlSignature, "", "", "C--",
          [](Bench& b) {
              const Issued forger{CertPtr(X509_dup(P().sub.cert.get())), NewKey(KeyKind::EcP256)};
-             CrlSpec profile;
+             CrlPlan profile;
              profile.thisUpdate = kCrlThisUpdate;
              profile.nextUpdate = kCrlNextUpdate;
              b.FromStore(X509Crl(IssueCrl(profile, forger).get()));

@@ -9,28 +9,21 @@
 // so that tests can run in parallel.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "CryptException.h"
-#include "RecordingLog.h"
-#include "Tessera.h"
-#include "TestPki.h"
 #include "TestServers.h"
+#include "TestTessera.h"
 #include "X509Certificate.h"
 #include "X509CrlClient.h"
 
 namespace {
 
 using namespace TesseraLib;
-using tessera_test::CrlSpec;
-using tessera_test::Issued;
-using tessera_test::Level;
-using tessera_test::RecordingLog;
-using tessera_test::UtcTime;
+using namespace tessera_test;
 
 const std::int64_t kNotBefore = UtcTime(2024, 1, 1);
 const std::int64_t kNotAfter = UtcTime(2025, 1, 1);
@@ -41,32 +34,29 @@ const Issued& Ca(const std::string& name = "CRL Test CA") {
     static std::map<std::string, Issued> cas;
     auto found = cas.find(name);
     if (found == cas.end()) {
-        tessera_test::CertSpec profile;
-        profile.commonName = name;
-        profile.extensions = tessera_test::CaExtensions();
-        found = cas.emplace(name, tessera_test::IssueCertificate(profile, nullptr)).first;
+        found = cas.emplace(name, IssueCertificate(BasicProfile(name, 1, true), nullptr)).first;
     }
     return found->second;
 }
 
 X509Certificate Leaf(const std::vector<std::vector<std::string>>& points, bool withPoints = true) {
-    tessera_test::CertSpec profile;
+    CertPlan profile;
     profile.commonName = "CRL Test Leaf";
     profile.serial = 7;
     profile.notBefore = kNotBefore;
     profile.notAfter = kNotAfter;
     if (withPoints) {
-        profile.rawExtensions = {{"2.5.29.31", tessera_test::CrlDistributionPointsDer(points)}};
+        profile.rawExtensions = {{"2.5.29.31", CrlDistributionPointsDer(points)}};
     }
-    const Issued leaf = tessera_test::IssueCertificate(profile, &Ca());
+    const Issued leaf = IssueCertificate(profile, &Ca());
     return X509Certificate(leaf.cert.get());
 }
 
 std::vector<unsigned char> CrlDer(std::int64_t thisUpdate, const std::string& ca = "CRL Test CA") {
-    CrlSpec profile;
+    CrlPlan profile;
     profile.thisUpdate = thisUpdate;
     profile.nextUpdate = thisUpdate + 86400;
-    return tessera_test::CrlToDer(tessera_test::IssueCrl(profile, Ca(ca)).get());
+    return CrlToDer(IssueCrl(profile, Ca(ca)).get());
 }
 
 std::string TestName() {
@@ -76,13 +66,12 @@ std::string TestName() {
 // Writes a CRL into the http fixture's root and returns its file name.
 std::string PublishCrl(const std::string& suffix, const std::vector<unsigned char>& der) {
     const std::string name = TestName() + "-" + suffix + ".crl";
-    tessera_test::WriteTextFile(tessera_test::ServerDir("http") + "/root/" + name,
-                                std::string(der.begin(), der.end()));
+    WriteTextFile(ServerDir("http") + "/root/" + name, std::string(der.begin(), der.end()));
     return name;
 }
 
 std::string HttpUrl(const std::string& path) {
-    return tessera_test::ServerFile("http", "url") + path;
+    return ServerFile("http", "url") + path;
 }
 
 std::wstring Wide(const std::string& text) {
@@ -90,7 +79,7 @@ std::wstring Wide(const std::string& text) {
 }
 
 bool Logged(const std::wstring& channel, Level level, const std::wstring& fragment) {
-    for (const tessera_test::LogLine& line : RecordingLog::Instance().LinesOf(channel)) {
+    for (const LogLine& line : RecordingLog::Instance().LinesOf(channel)) {
         if (line.level == level && line.text.find(fragment) != std::wstring::npos) {
             return true;
         }
@@ -98,25 +87,13 @@ bool Logged(const std::wstring& channel, Level level, const std::wstring& fragme
     return false;
 }
 
-int CodeOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return e.GetErrorCode();
-    }
-    return 0;
-}
-
 class CrlClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_FALSE(tessera_test::ServerFile("http", "url").empty())
-            << "the http fixture must be running";
-        RecordingLog::Instance().Reset();
-        const LoggingCallbacks table = RecordingLog::Instance().Table();
-        ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
+        ASSERT_FALSE(ServerFile("http", "url").empty()) << "the http fixture must be running";
+        ASSERT_TRUE(capture.Active()) << "logging set up";
     }
-    void TearDown() override { Tessera_InitializeLogging(nullptr, false); }
+    LogCapture capture;
 };
 
 // A client answering with a fixed CRL (or none) and counting its calls.
@@ -144,7 +121,7 @@ private:
 
 // ---------------------------------------------------------------- libcurl transport
 
-TEST_F(CrlClientTest, CurlTransportMapsEveryServerAnswerToItsCode) {
+TEST_F(CrlClientTest, CurlTransportMapsServerAnswersAndRefusesProxiesAndMissingUrls) {
     X509CurlCrlClientOnline client;
     EXPECT_TRUE(client.GetConnectTimeout() == 5 && client.GetTimeout() == 0)
         << "time-outs default to 5 s to connect and none in total";
@@ -181,11 +158,7 @@ TEST_F(CrlClientTest, CurlTransportMapsEveryServerAnswerToItsCode) {
                        L"GetCrl: Cannot get CRL, CryptException caught: ErrorNumber = 109"))
         << "the decoding failure is a Warning, not an exception";
     EXPECT_EQ(client.GetCrl(Wide(HttpUrl("/empty")).c_str()), nullptr) << "an empty body: null";
-}
 
-TEST_F(CrlClientTest, CurlTransportRefusesProxiesAndMissingUrls) {
-    X509CurlCrlClientOnline client;
-    qorstd::QorArray<unsigned char> out;
     EXPECT_EQ(CodeOf([&] { client.GetCrlEncoded(L"", out); }), ErrInvalidParameter)
         << "an empty URL is a parameter error";
     client.SetUseProxy(1);
@@ -356,7 +329,7 @@ TEST_F(CrlClientTest, TimeLimitlessIgnoresTimeAndValidatorKeepsCertificateValidi
 // ---------------------------------------------------------------- platform retrieval
 
 TEST_F(CrlClientTest, PlatformClientFetchesAnySchemeAndTakesTheFirstCrl) {
-    const std::string root = tessera_test::ServerDir("http") + "/root/";
+    const std::string root = ServerDir("http") + "/root/";
     const std::string file = PublishCrl("file", CrlDer(UtcTime(2024, 6, 1)));
     const std::string web = PublishCrl("web", CrlDer(UtcTime(2024, 7, 1)));
     const X509Certificate leaf = Leaf({{"file://" + root + "missing.crl", HttpUrl("/garbage")},

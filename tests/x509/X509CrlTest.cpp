@@ -7,13 +7,11 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "CryptException.h"
-#include "TestPki.h"
-#include "X509Certificate.h"
+#include "TestTessera.h"
 #include "X509Crl.h"
 
 using namespace TesseraLib;
@@ -21,29 +19,8 @@ using namespace tessera_test;
 
 namespace {
 
-// The CryptException `action` throws; code 0 when it throws none.
-CryptException Thrown(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return e;
-    }
-    return CryptException(0, nullptr);
-}
-
-CertSpec Profile(const std::string& commonName, long serial) {
-    CertSpec profile;
-    profile.commonName = commonName;
-    profile.serial = serial;
-    return profile;
-}
-
 X509Crl Import(const std::vector<unsigned char>& der) {
     return X509Crl(der.data(), static_cast<long>(der.size()));
-}
-
-std::vector<unsigned char> Bytes(const qorstd::QorArray<unsigned char>& array) {
-    return std::vector<unsigned char>(array.GetData(), array.GetData() + array.GetSize());
 }
 
 //   Root CA ──────────┬── leaf #2  keyCompromise, 01.06.2024 12:00 ─┐
@@ -57,11 +34,12 @@ protected:
     // A leaf of `issuer`, of the root when null.
     X509Certificate Leaf(long serial, const Issued* issuer = nullptr) const {
         const Issued& by = issuer != nullptr ? *issuer : *root;
-        return X509Certificate(IssueCertificate(Profile("Leaf", serial), &by).cert.get());
+        return X509Certificate(
+            IssueCertificate(BasicProfile("Leaf", serial, false), &by).cert.get());
     }
 
-    static CrlSpec ListingProfile() {
-        CrlSpec profile;
+    static CrlPlan ListingProfile() {
+        CrlPlan profile;
         profile.crlNumber = 0x1234AB;
         profile.revoked = {{2, UtcTime(2024, 6, 1, 12), CRL_REASON_KEY_COMPROMISE},
                            {3, UtcTime(2024, 6, 2), CRL_REASON_REMOVE_FROM_CRL},
@@ -71,8 +49,8 @@ protected:
     }
 
     struct Roots {
-        Issued root = IssueCertificate(Profile("Test Root", 1), nullptr);
-        Issued other = IssueCertificate(Profile("Other Root", 1), nullptr);
+        Issued root = IssueCertificate(BasicProfile("Test Root", 1, true), nullptr);
+        Issued other = IssueCertificate(BasicProfile("Other Root", 1, true), nullptr);
     };
     static const Roots& Pki() {
         static const Roots roots;
@@ -95,7 +73,7 @@ TEST_F(X509CrlTest, ReadsTheFieldsOfAVersion2Crl) {
     const ASN1_OCTET_STRING* rootKeyId = X509_get0_subject_key_id(root->cert.get());
     const std::vector<unsigned char> expectedKeyId(rootKeyId->data,
                                                    rootKeyId->data + rootKeyId->length);
-    EXPECT_EQ(Bytes(crl.GetAuthorityKeyId()), expectedKeyId) << "AKI is the issuer's key id";
+    EXPECT_EQ(ToBytes(crl.GetAuthorityKeyId()), expectedKeyId) << "AKI is the issuer's key id";
     EXPECT_EQ(crl.GetAuthorityKeyIdStringHex().length(), 2 * expectedKeyId.size())
         << "two hex digits per key id byte";
 
@@ -108,20 +86,20 @@ TEST_F(X509CrlTest, ReadsTheFieldsOfAVersion2Crl) {
     EXPECT_EQ(crl.GetSignatureAlgorithmNID(), NID_ecdsa_with_SHA256) << "signature NID";
     EXPECT_STREQ(crl.GetHashAlgorithmName().c_str(), "ecdsa-with-SHA256")
         << "a lower-case 'with' does not cut the name";
-    CertSpec rsaProfile = Profile("RSA Root", 1);
+    CertPlan rsaProfile = BasicProfile("RSA Root", 1, true);
     rsaProfile.key = CachedKey(KeyKind::Rsa2048).get();
     const Issued rsaRoot = IssueCertificate(rsaProfile, nullptr);
-    const X509Crl rsaSigned = Import(CrlToDer(IssueCrl(CrlSpec(), rsaRoot).get()));
+    const X509Crl rsaSigned = Import(CrlToDer(IssueCrl(CrlPlan(), rsaRoot).get()));
     EXPECT_STREQ(rsaSigned.GetSignatureAlgorithmName().c_str(), "sha256WithRSAEncryption")
         << "OpenSSL's long name";
     EXPECT_STREQ(rsaSigned.GetHashAlgorithmName().c_str(), "sha256") << "cut before 'With'";
-    EXPECT_EQ(Bytes(crl.Export()), der) << "Export gives the imported DER back";
+    EXPECT_EQ(ToBytes(crl.Export()), der) << "Export gives the imported DER back";
 
     EXPECT_EQ(crl.GetSHA1HashHex().length(), 40u) << "SHA-1 of the DER as 40 hex digits";
 }
 
 TEST_F(X509CrlTest, Version1CrlWithoutNextUpdatePromisesNoNewerList) {
-    CrlSpec profile;
+    CrlPlan profile;
     profile.version = 1;
     profile.nextUpdate = 0;
     const X509Crl crl = Import(CrlToDer(IssueCrl(profile, *root).get()));
@@ -164,8 +142,7 @@ TEST_F(X509CrlTest, FindsTheEntryOfACertificate) {
         << "item left untouched";
     EXPECT_EQ(crl.IsPresent(Leaf(2, other)), 0) << "a listed serial under another issuer is absent";
 
-    EXPECT_EQ(Thrown([&] { crl.IsPresent(X509Certificate()); }).GetErrorMessage(),
-              qorstd::QorStringW(L"cert.GetX509()=NULL"))
+    EXPECT_EQ(Catch([&] { crl.IsPresent(X509Certificate()); }).message, "cert.GetX509()=NULL")
         << "an empty certificate is an argument error";
     EXPECT_EQ(X509Crl().IsPresent(Leaf(2)), 0) << "an empty CRL lists nothing";
 }
@@ -173,7 +150,7 @@ TEST_F(X509CrlTest, FindsTheEntryOfACertificate) {
 //   Root CA ── indirect CRL ── entry #7, certificateIssuer = Other CA
 //   Other CA ── leaf #7 (listed)      Root CA ── leaf #7 (not listed)
 TEST_F(X509CrlTest, EntryOfAnIndirectCrlNamesItsOwnIssuer) {
-    CrlSpec profile;
+    CrlPlan profile;
     profile.indirect = true;
     profile.revoked = {{7, UtcTime(2024, 6, 1), CRL_REASON_SUPERSEDED, other->cert.get()}};
     const X509Crl crl = Import(CrlToDer(IssueCrl(profile, *root).get()));
@@ -187,7 +164,7 @@ TEST_F(X509CrlTest, EqualsComparesEncodingsAndCopiesAreIndependent) {
     const std::vector<unsigned char> der = CrlToDer(IssueCrl(ListingProfile(), *root).get());
     X509Crl first = Import(der);
     const X509Crl second = Import(der);
-    const X509Crl different = Import(CrlToDer(IssueCrl(CrlSpec(), *root).get()));
+    const X509Crl different = Import(CrlToDer(IssueCrl(CrlPlan(), *root).get()));
     EXPECT_EQ(first.Equals(second), 1) << "same DER";
     EXPECT_EQ(first.Equals(different), 0) << "other CRL";
     EXPECT_EQ(X509Crl().Equals(first), 0) << "empty with a CRL";
@@ -209,19 +186,15 @@ TEST_F(X509CrlTest, EqualsComparesEncodingsAndCopiesAreIndependent) {
 }
 
 TEST_F(X509CrlTest, RejectsBadArgumentsBytesAndAlgorithms) {
-    const std::vector<unsigned char> der = CrlToDer(IssueCrl(CrlSpec(), *root).get());
+    const std::vector<unsigned char> der = CrlToDer(IssueCrl(CrlPlan(), *root).get());
     X509Crl crl;
-    const CryptException nullData = Thrown([&] { crl.Import(nullptr, 10); });
-    EXPECT_TRUE(nullData.GetErrorCode() == ErrInvalidParameter &&
-                nullData.GetErrorMessage() == L"pCrl=NULL")
+    const Thrown nullData = Catch([&] { crl.Import(nullptr, 10); });
+    EXPECT_TRUE(nullData.code == ErrInvalidParameter && nullData.message == "pCrl=NULL")
         << "null data: 102 naming the argument";
-    const CryptException noSize = Thrown([&] { crl.Import(der.data(), 0); });
-    EXPECT_TRUE(noSize.GetErrorCode() == ErrInvalidParameter &&
-                noSize.GetErrorMessage() == L"nSize<=0")
+    const Thrown noSize = Catch([&] { crl.Import(der.data(), 0); });
+    EXPECT_TRUE(noSize.code == ErrInvalidParameter && noSize.message == "nSize<=0")
         << "size 0: 102 naming the argument";
-    EXPECT_STREQ(
-        Thrown([] { X509Crl(static_cast<const X509_CRL*>(nullptr)); }).GetErrorMessage().c_str(),
-        L"pCrl=NULL")
+    EXPECT_EQ(Catch([] { X509Crl(static_cast<const X509_CRL*>(nullptr)); }).message, "pCrl=NULL")
         << "null OpenSSL handle";
 
     std::vector<unsigned char> trailing(der);
@@ -229,13 +202,13 @@ TEST_F(X509CrlTest, RejectsBadArgumentsBytesAndAlgorithms) {
     std::vector<unsigned char> truncated(der.begin(), der.end() - 1);
     std::vector<unsigned char> garbage = {0x30, 0x03, 0x02, 0x01, 0x01};
     for (const std::vector<unsigned char>* bad : {&trailing, &truncated, &garbage}) {
-        EXPECT_EQ(Thrown([&] { Import(*bad); }).GetErrorCode(), ErrAsn1Decoding)
+        EXPECT_EQ(CodeOf([&] { Import(*bad); }), ErrAsn1Decoding)
             << "not exactly one CRL: 109 (" << bad->size() << " bytes)";
     }
-    CrlSpec unknownAlgorithm;
+    CrlPlan unknownAlgorithm;
     unknownAlgorithm.outerSignatureOid = "1.3.6.1.4.1.99999.7";
     const std::vector<unsigned char> unknown = CrlToDer(IssueCrl(unknownAlgorithm, *root).get());
-    EXPECT_EQ(Thrown([&] { Import(unknown); }).GetErrorCode(), ErrAlgorithmNotSupported)
+    EXPECT_EQ(CodeOf([&] { Import(unknown); }), ErrAlgorithmNotSupported)
         << "an unknown signature algorithm (NID 0) is rejected with 113";
     EXPECT_TRUE(X509Crl().Export().GetSize() == 0 && X509Crl().GetSHA1HashHex().empty())
         << "an empty object exports nothing and has no digest";

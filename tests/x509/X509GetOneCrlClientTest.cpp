@@ -13,22 +13,18 @@
 
 #include "CryptUtils.h"
 #include "QorGetOneCrl.h"
-#include "RecordingLog.h"
-#include "Tessera.h"
-#include "TestPki.h"
 #include "TestServers.h"
+#include "TestTessera.h"
 #include "X509Certificate.h"
 #include "X509CrlClient.h"
 
 namespace {
 
 using namespace TesseraLib;
-using tessera_test::Level;
-using tessera_test::RecordingLog;
-using tessera_test::UtcTime;
+using namespace tessera_test;
 
 struct Pki {
-    tessera_test::Issued ca;
+    Issued ca;
     X509Certificate caCert;
     X509Certificate leaf;
 };
@@ -37,14 +33,10 @@ const Pki& PkiOf(const std::string& caName) {
     static std::map<std::string, Pki> pkis;
     auto found = pkis.find(caName);
     if (found == pkis.end()) {
-        tessera_test::CertSpec profile;
-        profile.commonName = caName;
-        profile.extensions = tessera_test::CaExtensions();
-        tessera_test::Issued ca = tessera_test::IssueCertificate(profile, nullptr);
-        profile = tessera_test::CertSpec();
-        profile.commonName = caName + " Leaf";
-        const X509Certificate leaf(tessera_test::IssueCertificate(profile, &ca).cert.get());
-        const X509Certificate caCert(ca.cert.get());
+        Issued ca = IssueCertificate(BasicProfile(caName, 1, true), nullptr);
+        const X509Certificate leaf =
+            Cert(IssueCertificate(BasicProfile(caName + " Leaf", 2, false), &ca));
+        const X509Certificate caCert = Cert(ca);
         found = pkis.emplace(caName, Pki{std::move(ca), caCert, leaf}).first;
     }
     return found->second;
@@ -62,15 +54,13 @@ std::string IssuerKey(const X509Certificate& ca) {
 }
 
 void Publish(const Pki& pki, std::int64_t thisUpdate) {
-    tessera_test::CrlSpec profile;
+    CrlPlan profile;
     profile.thisUpdate = thisUpdate;
     profile.nextUpdate = thisUpdate + 86400;
-    const std::vector<unsigned char> der =
-        tessera_test::CrlToDer(tessera_test::IssueCrl(profile, pki.ca).get());
-    tessera_test::WriteTextFile(tessera_test::ServerDir("crlservice") + "/root/" +
-                                    IssuerKey(pki.caCert) + "." + std::to_string(thisUpdate) +
-                                    ".der",
-                                std::string(der.begin(), der.end()));
+    const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, pki.ca).get());
+    WriteTextFile(ServerDir("crlservice") + "/root/" + IssuerKey(pki.caCert) + "." +
+                      std::to_string(thisUpdate) + ".der",
+                  std::string(der.begin(), der.end()));
 }
 
 bool Logged(Level level, const std::wstring& fragment) {
@@ -85,16 +75,13 @@ bool Logged(Level level, const std::wstring& fragment) {
 class GetOneCrlClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const std::string url = tessera_test::ServerFile("crlservice", "url");
+        const std::string url = ServerFile("crlservice", "url");
         ASSERT_FALSE(url.empty()) << "the crlservice fixture must be running";
-        RecordingLog::Instance().Reset();
-        const LoggingCallbacks table = RecordingLog::Instance().Table();
-        ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
+        ASSERT_TRUE(capture.Active()) << "logging set up";
         service.SetUrl(std::wstring(url.begin(), url.end()).c_str());
         Publish(PkiOf("Service CA"), UtcTime(2024, 3, 1));
         Publish(PkiOf("Service CA"), UtcTime(2024, 5, 1));
     }
-    void TearDown() override { Tessera_InitializeLogging(nullptr, false); }
 
     // A client whose only entry names `ca` by its SHA-1 written in upper case.
     X509GetOneCrlClient ClientFor(const X509Certificate& ca) {
@@ -110,6 +97,7 @@ protected:
         return client;
     }
 
+    LogCapture capture;
     QorGetOneCrlLib::CrlClient service;
 };
 
@@ -151,7 +139,7 @@ TEST_F(GetOneCrlClientTest, MissingIssuerParametersOrServiceFailuresGiveNull) {
     EXPECT_TRUE(Logged(Level::Error, L"QORGETONECRL_NAMESPACE::CrlException caught (Error code=3"))
         << "the service library's exception is logged at Error and absorbed";
 
-    const std::string url = tessera_test::ServerFile("crlservice", "url") + "?time=bad";
+    const std::string url = ServerFile("crlservice", "url") + "?time=bad";
     service.SetUrl(std::wstring(url.begin(), url.end()).c_str());
     EXPECT_EQ(client.GetCrlAfterTime(pki.leaf, 0, &pki.caCert), nullptr) << "HTTP 400 answer";
     EXPECT_TRUE(Logged(Level::Error, L"CrlException caught (Error code=6"))

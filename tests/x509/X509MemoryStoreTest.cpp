@@ -6,15 +6,11 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "CryptException.h"
-#include "OcspResponse.h"
-#include "TestOcsp.h"
-#include "TestPki.h"
+#include "TestTessera.h"
 #include "X509Store.h"
 
 using namespace TesseraLib;
@@ -22,31 +18,8 @@ using namespace tessera_test;
 
 namespace {
 
-CryptException Thrown(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return e;
-    }
-    return CryptException(0, nullptr);
-}
-
-CertSpec Profile(const std::string& commonName, long serial, bool ca) {
-    CertSpec profile;
-    profile.commonName = commonName;
-    profile.serial = serial;
-    if (ca) {
-        profile.extensions = CaExtensions();
-    }
-    return profile;
-}
-
-X509Certificate Cert(const Issued& issued) {
-    return X509Certificate(issued.cert.get());
-}
-
 X509Crl MakeCrl(const Issued& issuer) {
-    const std::vector<unsigned char> der = CrlToDer(IssueCrl(CrlSpec(), issuer).get());
+    const std::vector<unsigned char> der = CrlToDer(IssueCrl(CrlPlan(), issuer).get());
     return X509Crl(der.data(), static_cast<long>(der.size()));
 }
 
@@ -60,11 +33,11 @@ long Import(X509MemoryStore& store, const std::vector<unsigned char>& p12, const
 class X509MemoryStoreTest : public ::testing::Test {
 protected:
     struct Pki {
-        Issued rootA = IssueCertificate(Profile("Root A", 1, true), nullptr);
-        Issued rootA2 = IssueCertificate(Profile("Root A", 2, true), nullptr);
-        Issued intermediate = IssueCertificate(Profile("Intermediate", 3, true), &rootA);
-        Issued leaf = IssueCertificate(Profile("Leaf", 4, false), &intermediate);
-        Issued sibling = IssueCertificate(Profile("Sibling", 5, false), &rootA2);
+        Issued rootA = IssueCertificate(BasicProfile("Root A", 1, true), nullptr);
+        Issued rootA2 = IssueCertificate(BasicProfile("Root A", 2, true), nullptr);
+        Issued intermediate = IssueCertificate(BasicProfile("Intermediate", 3, true), &rootA);
+        Issued leaf = IssueCertificate(BasicProfile("Leaf", 4, false), &intermediate);
+        Issued sibling = IssueCertificate(BasicProfile("Sibling", 5, false), &rootA2);
     };
     static const Pki& Certs() {
         static const Pki pki;
@@ -120,14 +93,12 @@ TEST_F(X509MemoryStoreTest, KeepsDuplicatesAndRemovesTheFirstEqual) {
     store.RemoveCrlRange(crls);
     EXPECT_EQ(store.GetCrls().GetSize(), 1u) << "each element of a range removes one CRL";
 
-    OcspResponseSpec ocsp;
+    OcspResponsePlan ocsp;
     ocsp.signer = rootA;
     ocsp.issuer = rootA->cert.get();
     ocsp.producedAt = UtcTime(2024, 7, 1);
     ocsp.answers = {{intermediate->cert.get()}};
-    const std::vector<unsigned char> der = MakeOcspResponse(ocsp);
-    QorOcsp2Lib::OcspResponse response;
-    response.Decode(der.data(), der.size());
+    const QorOcsp2Lib::OcspResponse response = DecodedOcsp(ocsp);
     store.AddOcspResponse(response);
     store.AddOcspResponse(response);
     store.RemoveOcspResponse(response);
@@ -154,12 +125,10 @@ TEST_F(X509MemoryStoreTest, ImportPemReplacesCertificatesUpToTheFirstOtherBlock)
     store.ImportPEM("no PEM at all");
     EXPECT_EQ(store.GetCertificates().GetSize(), 0u) << "text without blocks: no certificates";
 
-    const CryptException null = Thrown([&] { store.ImportPEM(nullptr); });
-    EXPECT_TRUE(null.GetErrorCode() == ErrInvalidParameter &&
-                null.GetErrorMessage() == L"pData=NULL")
+    const Thrown null = Catch([&] { store.ImportPEM(nullptr); });
+    EXPECT_TRUE(null.code == ErrInvalidParameter && null.message == "pData=NULL")
         << "null text: 102 naming the argument";
-    EXPECT_STREQ(Thrown([&] { store.ImportPEM(""); }).GetErrorMessage().c_str(), L"nDataLength<=0")
-        << "empty text";
+    EXPECT_EQ(Catch([&] { store.ImportPEM(""); }).message, "nDataLength<=0") << "empty text";
 }
 
 TEST_F(X509MemoryStoreTest, ImportPkcs12PutsTheKeyHolderFirst) {
@@ -184,25 +153,22 @@ TEST_F(X509MemoryStoreTest, ImportPkcs12FailuresHaveTheirCodes) {
     X509MemoryStore store;
     store.AddCertificate(Cert(*sibling));
     const std::vector<unsigned char> p12 = LeafPkcs12("s3cret");
-    EXPECT_EQ(Thrown([&] { Import(store, p12, "wrong"); }).GetErrorCode(), ErrIncorrectPassword)
+    EXPECT_EQ(CodeOf([&] { Import(store, p12, "wrong"); }), ErrIncorrectPassword)
         << "MAC does not verify: 132";
     EXPECT_EQ(store.GetCertificates().GetSize(), 0u) << "the failed import emptied the store";
-    EXPECT_EQ(Thrown([&] { Import(store, LeafPkcs12("s3cret", false), ""); }).GetErrorCode(),
-              ErrPkcs12Parsing)
+    EXPECT_EQ(CodeOf([&] { Import(store, LeafPkcs12("s3cret", false), ""); }), ErrPkcs12Parsing)
         << "no MAC to check, contents do not decrypt: 133";
     const std::vector<unsigned char> corrupted(p12.begin(), p12.begin() + p12.size() / 2);
-    EXPECT_EQ(Thrown([&] { Import(store, corrupted, "s3cret"); }).GetErrorCode(), ErrPkcs12Decoding)
+    EXPECT_EQ(CodeOf([&] { Import(store, corrupted, "s3cret"); }), ErrPkcs12Decoding)
         << "truncated file: 112";
-    EXPECT_EQ(Thrown([&] {
+    EXPECT_EQ(CodeOf([&] {
                   store.ImportPKCS12(p12.data(), static_cast<long>(p12.size()), L"p\u00e4ss");
-              }).GetErrorCode(),
+              }),
               ErrPasswordInvalidChars)
         << "non-ASCII wide password: 131";
-    EXPECT_STREQ(Thrown([&] { store.ImportPKCS12(nullptr, 5, "x"); }).GetErrorMessage().c_str(),
-                 L"pData=NULL")
+    EXPECT_EQ(Catch([&] { store.ImportPKCS12(nullptr, 5, "x"); }).message, "pData=NULL")
         << "null data";
-    EXPECT_STREQ(Thrown([&] { store.ImportPKCS12(p12.data(), 0, "x"); }).GetErrorMessage().c_str(),
-                 L"nSize<=0")
+    EXPECT_EQ(Catch([&] { store.ImportPKCS12(p12.data(), 0, "x"); }).message, "nSize<=0")
         << "size 0";
 }
 
@@ -247,25 +213,21 @@ TEST_F(X509MemoryStoreTest, GetX509StoreIsRebuiltOnEachCall) {
     EXPECT_NE(copy.GetX509Store(), store.GetX509Store()) << "a copy builds its own handle";
 
     store.AddCertificate(X509Certificate());
-    const CryptException empty = Thrown([&] { store.GetX509Store(); });
-    EXPECT_EQ(empty.GetErrorCode(), ErrInternal) << "a certificate object without certificate";
-    EXPECT_STREQ(empty.GetErrorMessage().c_str(), L"cert.GetX509()=NULL") << "its message";
+    const Thrown empty = Catch([&] { store.GetX509Store(); });
+    EXPECT_TRUE(empty.code == ErrInternal && empty.message == "cert.GetX509()=NULL")
+        << "a certificate object without certificate: 101 naming it";
 }
 
 TEST_F(X509MemoryStoreTest, ReadsAPkcs12WrittenByOpensslPkcs12) {
-    char dirTemplate[] = "/tmp/tessera-p12-XXXXXX";
-    ASSERT_NE(mkdtemp(dirTemplate), nullptr) << "temporary directory";
-    const std::string dir = dirTemplate;
-    WriteTextFile(dir + "/leaf.pem", CertToPem(leaf->cert.get()));
-    WriteTextFile(dir + "/leaf.key", KeyToPem(leaf->key.get()));
-    WriteTextFile(dir + "/chain.pem",
-                  CertToPem(intermediate->cert.get()) + CertToPem(rootA->cert.get()));
-    const std::string command = "openssl pkcs12 -export -in " + dir + "/leaf.pem -inkey " + dir +
-                                "/leaf.key -certfile " + dir +
-                                "/chain.pem -passout pass:p12 -out " + dir + "/leaf.p12";
-    ASSERT_EQ(std::system(command.c_str()), 0) << "openssl wrote the PKCS#12 file";
-    const std::vector<unsigned char> p12 = ReadBinaryFile(dir + "/leaf.p12");
-    std::system(("rm -rf " + dir).c_str());
+    const ScratchDir dir;
+    dir.Write("leaf.pem", CertToPem(leaf->cert.get()));
+    dir.Write("leaf.key", KeyToPem(leaf->key.get()));
+    dir.Write("chain.pem", CertToPem(intermediate->cert.get()) + CertToPem(rootA->cert.get()));
+    ASSERT_TRUE(
+        dir.Openssl("pkcs12 -export -in leaf.pem -inkey leaf.key -certfile chain.pem "
+                    "-passout pass:p12 -out leaf.p12"))
+        << "openssl wrote the PKCS#12 file: " << dir.Output();
+    const std::vector<unsigned char> p12 = ReadBinaryFile(dir.Path("leaf.p12"));
 
     X509MemoryStore store;
     ASSERT_EQ(Import(store, p12, "p12"), 3) << "leaf and both chain certificates";

@@ -7,18 +7,15 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "CryptException.h"
-#include "TestPki.h"
+#include "TestTessera.h"
 #include "X509Name.h"
 
 using namespace TesseraLib;
-using tessera_test::BuildName;
-using tessera_test::NameAttribute;
+using namespace tessera_test;
 
 namespace {
 
@@ -28,20 +25,6 @@ X509Name Make(const std::vector<NameAttribute>& attributes) {
 
 std::wstring Printed(const std::vector<NameAttribute>& attributes) {
     return Make(attributes).GetStringX500().c_str();
-}
-
-std::vector<unsigned char> Bytes(const qorstd::QorArray<unsigned char>& array) {
-    return std::vector<unsigned char>(array.GetData(), array.GetData() + array.GetSize());
-}
-
-// The CryptException `action` throws; code 0 when it throws none.
-CryptException Thrown(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CryptException& e) {
-        return e;
-    }
-    return CryptException(0, nullptr);
 }
 
 }  // namespace
@@ -120,7 +103,7 @@ TEST(X509NameTest, EmptyNamesGiveEmptyResults) {
         << "no structure, DER, hash or text";
 
     const X509Name noEntries = Make({});
-    EXPECT_EQ(Bytes(noEntries.Export()), (std::vector<unsigned char>{0x30, 0x00}))
+    EXPECT_EQ(ToBytes(noEntries.Export()), (std::vector<unsigned char>{0x30, 0x00}))
         << "a name without RDNs is an empty SEQUENCE";
     EXPECT_STREQ(noEntries.GetStringX500().c_str(), L"") << "and prints as nothing";
     EXPECT_EQ(noEntries.Equals(Make({})), 1) << "two names without RDNs are equal";
@@ -133,9 +116,9 @@ TEST(X509NameTest, EmptyNamesGiveEmptyResults) {
 }
 
 TEST(X509NameTest, ExportRoundTripsAndHashesTheDer) {
-    const tessera_test::NamePtr source = BuildName({{"C", "SK"}, {"O", "Firma"}, {"CN", "Ján"}});
+    const NamePtr source = BuildName({{"C", "SK"}, {"O", "Firma"}, {"CN", "Ján"}});
     const X509Name name(source.get());
-    const std::vector<unsigned char> der = Bytes(name.Export());
+    const std::vector<unsigned char> der = ToBytes(name.Export());
     unsigned char* reference = nullptr;
     const int length = i2d_X509_NAME(source.get(), &reference);
     EXPECT_EQ(der, std::vector<unsigned char>(reference, reference + std::max(0, length)))
@@ -146,7 +129,7 @@ TEST(X509NameTest, ExportRoundTripsAndHashesTheDer) {
     unsigned int sha1Length = 0;
     ASSERT_EQ(EVP_Digest(der.data(), der.size(), sha1, &sha1Length, EVP_sha1(), nullptr), 1)
         << "reference SHA-1";
-    EXPECT_EQ(Bytes(name.GetSHA1Hash()), std::vector<unsigned char>(sha1, sha1 + sha1Length))
+    EXPECT_EQ(ToBytes(name.GetSHA1Hash()), std::vector<unsigned char>(sha1, sha1 + sha1Length))
         << "SHA-1 over the DER";
     std::string hex;
     for (unsigned int i = 0; i < sha1Length; ++i) {
@@ -171,30 +154,25 @@ TEST(X509NameTest, CopiesShareTheirStructure) {
 }
 
 TEST(X509NameTest, RefusesNullAndUnencodableNames) {
-    const CryptException null = Thrown([] { X509Name name(nullptr); });
-    EXPECT_EQ(null.GetErrorCode(), ErrInvalidParameter) << "null structure";
-    EXPECT_STREQ(null.GetErrorMessage().c_str(), L"pName=NULL") << "message names the argument";
+    const Thrown null = Catch([] { X509Name name(nullptr); });
+    EXPECT_TRUE(null.code == ErrInvalidParameter && null.message == "pName=NULL")
+        << "null structure: 102 naming the argument";
 
-    const tessera_test::NamePtr broken = BuildName({{"CN", "caf\xE9", false, V_ASN1_UTF8STRING}});
-    EXPECT_EQ(Thrown([&] { X509Name name(broken.get()); }).GetErrorCode(), ErrAsn1Decoding)
+    const NamePtr broken = BuildName({{"CN", "caf\xE9", false, V_ASN1_UTF8STRING}});
+    EXPECT_EQ(CodeOf([&] { X509Name name(broken.get()); }), ErrAsn1Decoding)
         << "a UTF8String that is not UTF-8 cannot be copied";
 }
 
 // Names written by the openssl tool, read back through a certificate it made.
 TEST(X509NameTest, ReadsNamesMadeByTheOpensslTool) {
-    char directory[] = "/tmp/tessera-x509name-XXXXXX";
-    ASSERT_NE(mkdtemp(directory), nullptr) << "temporary directory";
-    const std::string dir = directory;
-    const std::string command =
-        "openssl req -x509 -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -utf8 "
-        "-multivalue-rdn -days 1 -keyout '" +
-        dir + "/key.pem' -out '" + dir +
-        "/cert.pem' -subj '/C=SK/O=Firma, a.s./OU=Prvá/OU=Druhá/CN=Ján Novák+"
-        "serialNumber=QOR - 00012345/emailAddress=jan@example.sk' >'" +
-        dir + "/log' 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0) << "openssl req: " << command;
-    const tessera_test::CertPtr cert = tessera_test::ReadPemCertificate(dir + "/cert.pem");
-    std::system(("rm -rf '" + dir + "'").c_str());
+    const ScratchDir dir;
+    const std::string req =
+        "req -x509 -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -utf8 "
+        "-multivalue-rdn -days 1 -keyout key.pem -out cert.pem "
+        "-subj '/C=SK/O=Firma, a.s./OU=Prvá/OU=Druhá/CN=Ján Novák+"
+        "serialNumber=QOR - 00012345/emailAddress=jan@example.sk'";
+    ASSERT_TRUE(dir.Openssl(req)) << "openssl " << req << ": " << dir.Output();
+    const CertPtr cert = ReadPemCertificate(dir.Path("cert.pem"));
     ASSERT_TRUE(cert) << "certificate written by openssl";
 
     const X509Name name(X509_get_subject_name(cert.get()));

@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "RecordingLog.h"
-#include "Tessera.h"
-#include "TestPki.h"
+#include "TestTessera.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -51,14 +49,11 @@ std::string Upper(const qorstd::QorString& text) {
 class OcspRouting : public ::testing::Test {
 protected:
     void SetUp() override {
-        CertSpec certProfile;
-        certProfile.commonName = "Routing CA";
-        certProfile.extensions = CaExtensions();
-        const Issued caIssued = IssueCertificate(certProfile, nullptr);
-        renewed = X509Certificate(IssueCertificate(certProfile, nullptr).cert.get());
-        certProfile.commonName = "Routed Signer";
-        ee = X509Certificate(IssueCertificate(certProfile, &caIssued).cert.get());
-        ca = X509Certificate(caIssued.cert.get());
+        const CertPlan caProfile = BasicProfile("Routing CA", 1, true);
+        const Issued caIssued = IssueCertificate(caProfile, nullptr);
+        renewed = Cert(IssueCertificate(caProfile, nullptr));
+        ee = Cert(IssueCertificate(BasicProfile("Routed Signer", 2, false), &caIssued));
+        ca = Cert(caIssued);
     }
     X509Certificate ca, renewed, ee;
     OcspResponse responseA, responseB;
@@ -93,17 +88,15 @@ TEST_F(OcspRouting, MapRoutesByIssuerKeyWithoutRegardToCase) {
 }
 
 TEST_F(OcspRouting, MapWithoutMatchOrDefaultWarnsAndAnswersNull) {
-    RecordingLog& log = RecordingLog::Instance();
-    log.Reset();
-    const LoggingCallbacks table = log.Table();
-    ASSERT_EQ(Tessera_InitializeLogging(&table, false), 1) << "logging set up";
     {
+        LogCapture capture;
+        ASSERT_TRUE(capture.Active()) << "logging set up";
         X509OcspClientMap map;
         map.AddOcspClientForIssuer(ca.GetSubjectName().GetSHA1HashHex(), &a);
         EXPECT_EQ(map.GetOcspResponse(ca, ee), nullptr) << "no client for this issuer";
     }
-    Tessera_InitializeLogging(nullptr, false);
-    const std::vector<LogLine> lines = log.LinesOf(L"Tessera.X509OcspClientMap");
+    const std::vector<LogLine> lines =
+        RecordingLog::Instance().LinesOf(L"Tessera.X509OcspClientMap");
     ASSERT_EQ(lines.size(), 1u) << "one line";
     EXPECT_TRUE(lines[0].level == Level::Warning && lines[0].text == L"OCSP client not found")
         << "a Warning that no client was found";
@@ -141,12 +134,8 @@ TEST_F(OcspRouting, StackTakesTheFirstResponseAndLetsExceptionsThrough) {
     EXPECT_EQ(empty.time, 99) << "the time is passed on";
     EXPECT_EQ(b.calls, 0) << "clients after the answer are not asked";
     empty.fails = true;
-    try {
-        stack.GetOcspResponse(ee, ca);
-        ADD_FAILURE() << "a stacked client's exception propagates";
-    } catch (const OcspException& e) {
-        EXPECT_EQ(e.GetErrorCode(), OcspException::ocspErrConnect) << "the client's own error";
-    }
+    EXPECT_EQ(CodeOf([&] { stack.GetOcspResponse(ee, ca); }), OcspException::ocspErrConnect)
+        << "a stacked client's own error propagates";
     EXPECT_EQ(a.calls, 2) << "no client is asked after an exception";
 }
 
@@ -156,21 +145,13 @@ TEST_F(OcspRouting, MapAndStackRefuseCertificatesWithoutHandle) {
     X509OcspClientStack stack;
     stack.AddClient(&a);
     for (X509OcspClient* client : std::vector<X509OcspClient*>{&map, &stack}) {
-        try {
-            client->GetOcspResponse(X509Certificate(), ca);
-            ADD_FAILURE() << "an empty certificate is refused";
-        } catch (const CryptException& e) {
-            EXPECT_TRUE(e.GetErrorCode() == ErrInvalidParameter &&
-                        e.GetErrorMessage() == L"cert.GetX509()=NULL")
-                << "102 naming the certificate";
-        }
-        try {
-            client->GetOcspResponseAfterTime(ee, X509Certificate(), 0);
-            ADD_FAILURE() << "an empty issuer is refused";
-        } catch (const CryptException& e) {
-            EXPECT_STREQ(e.GetErrorMessage().c_str(), L"issuer.GetX509()=NULL")
-                << "names the issuer";
-        }
+        const Thrown noCert = Catch([&] { client->GetOcspResponse(X509Certificate(), ca); });
+        EXPECT_TRUE(noCert.code == ErrInvalidParameter && noCert.message == "cert.GetX509()=NULL")
+            << "an empty certificate is refused: 102 naming it";
+        EXPECT_EQ(
+            Catch([&] { client->GetOcspResponseAfterTime(ee, X509Certificate(), 0); }).message,
+            "issuer.GetX509()=NULL")
+            << "an empty issuer is refused, naming it";
     }
     EXPECT_EQ(a.calls, 0) << "nothing is forwarded for a refused request";
 }
