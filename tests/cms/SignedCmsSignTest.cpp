@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "TestCms.h"
 #include "TestTessera.h"
 #include "TestTsa.h"
 
@@ -60,7 +61,7 @@ X509Certificate SigningCertificate(const Issued& issued) {
 
 SignedCms Decoded(const Bytes& der) {
     SignedCms cms;
-    cms.Decode(der.data(), static_cast<long>(der.size()));
+    cms.Decode(Array(der));
     return cms;
 }
 
@@ -130,6 +131,9 @@ TEST_F(SignTest, OpensslVerifiesEveryFormAndTheEstimateIsExact) {
             ASSERT_EQ(decoded.GetSignerInfoCount(), 1u) << "one signer";
             EXPECT_EQ(decoded.GetSignerInfo(0)->GetSigningTime() != 0, attributes != 0)
                 << "a signing time only with signed attributes";
+            EXPECT_EQ(CMS_signed_get_attr_count(FirstSigner(decoded.GetCms())) == -1,
+                      attributes == 0)
+                << "without attributes no signed-attribute set at all";
         }
     }
 }
@@ -138,22 +142,18 @@ TEST_F(SignTest, IncludeOptionsChooseTheCertificates) {
     const struct {
         const Issued* signer;
         SignerCms::cptIncludeOption option;
-        bool extraList;  // Direct Signer in the signer's certificate list
-        std::vector<std::string> expected;
+        bool extraList;        // Direct Signer in the signer's certificate list
+        const char* expected;  // common names, sorted
     } cases[] = {
-        {&P().chained, SignerCms::cptIncludeNone, false, {}},
-        {&P().chained, SignerCms::cptIncludeNone, true, {"Direct Signer"}},
-        {&P().chained,
-         SignerCms::cptIncludeChainWithoutRoot,
-         false,
-         {"Chained Signer", "Sign Test CA"}},
-        {&P().chained,
-         SignerCms::cptIncludeWholeChain,
-         false,
-         {"Chained Signer", "Sign Test CA", "Sign Test Root"}},
+        {&P().chained, SignerCms::cptIncludeNone, false, ""},
+        {&P().chained, SignerCms::cptIncludeNone, true, "Direct Signer;"},
+        {&P().chained, SignerCms::cptIncludeChainWithoutRoot, false,
+         "Chained Signer;Sign Test CA;"},
+        {&P().chained, SignerCms::cptIncludeWholeChain, false,
+         "Chained Signer;Sign Test CA;Sign Test Root;"},
         // Issued by the anchor: only the signer, or the anchor too.
-        {&P().direct, SignerCms::cptIncludeChainWithoutRoot, false, {"Direct Signer"}},
-        {&P().direct, SignerCms::cptIncludeWholeChain, false, {"Direct Signer", "Sign Test Root"}},
+        {&P().direct, SignerCms::cptIncludeChainWithoutRoot, false, "Direct Signer;"},
+        {&P().direct, SignerCms::cptIncludeWholeChain, false, "Direct Signer;Sign Test Root;"},
     };
     m_dir.Write("signer.pem", CertToPem(P().chained.cert.get()));
     for (const auto& c : cases) {
@@ -161,11 +161,8 @@ TEST_F(SignTest, IncludeOptionsChooseTheCertificates) {
                      (c.signer == &P().direct ? ", Direct Signer" : ""));
         m_signer.SetCertificate(SigningCertificate(*c.signer));
         m_signer.SetIncludeOption(c.option);
-        qorstd::QorVector<X509Certificate> extra;
-        if (c.extraList) {
-            extra.Add(Cert(P().direct));
-        }
-        m_signer.SetCertificates(extra);
+        const X509Certificate direct = Cert(P().direct);
+        m_signer.SetCertificates(qorstd::QorVector<X509Certificate>(&direct, c.extraList ? 1 : 0));
         const Bytes der = SignAndMeasure(m_text, 0);
         const SignedCms decoded = Decoded(der);
         std::vector<std::string> subjects;
@@ -175,31 +172,16 @@ TEST_F(SignTest, IncludeOptionsChooseTheCertificates) {
             subjects.emplace_back(subject.begin() + subject.find(L"CN=") + 3, subject.end());
         }
         std::sort(subjects.begin(), subjects.end());
-        EXPECT_EQ(subjects, c.expected) << "the certificates carried";
+        std::string names;
+        for (const std::string& name : subjects) {
+            names += name + ";";
+        }
+        EXPECT_EQ(names, c.expected) << "the certificates carried";
         EXPECT_TRUE(OpensslVerifies(m_dir, der, "", "-certfile signer.pem")) << m_dir.Output();
     }
 }
 
 // ------------------------------------------------------------- attributes
-
-TEST_F(SignTest, WithoutAttributesTheContentDigestIsSigned) {
-    m_signer.SetAttributeOption(SignerCms::cptAttributeNone);
-    SignedCms cms(Array(m_text));
-    cms.Sign(m_signer, SignedCms::cptCmsBasic, 1);
-    CMS_SignerInfo* si = sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms.GetCms()), 0);
-    EXPECT_EQ(CMS_signed_get_attr_count(si), -1) << "no signed-attribute set at all";
-
-    const Bytes digest = TestTsa::Digest(EVP_sha256(), m_text);
-    const qorstd::QorArray<unsigned char>& signature = cms.GetSignerInfo(0)->GetSignatureValue();
-    std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> verify(
-        EVP_PKEY_CTX_new(X509_get0_pubkey(P().chained.cert.get()), nullptr), EVP_PKEY_CTX_free);
-    ASSERT_EQ(EVP_PKEY_verify_init(verify.get()), 1);
-    ASSERT_EQ(EVP_PKEY_CTX_set_signature_md(verify.get(), EVP_sha256()), 1);
-    EXPECT_EQ(EVP_PKEY_verify(verify.get(), signature.GetData(), signature.GetSize(), digest.data(),
-                              digest.size()),
-              1)
-        << "the signature is the key's signature of the content's SHA-256";
-}
 
 TEST_F(SignTest, SignDigestMakesADetachedMessageOverTheCallersDigest) {
     SignedCms cms;
@@ -225,7 +207,7 @@ TEST_F(SignTest, SignDigestMakesADetachedMessageOverTheCallersDigest) {
 
 // ------------------------------------------------------------------ co-signing
 
-TEST_F(SignTest, CoSignAddsASignerThatOpensslAcceptsBesideItsOwn) {
+TEST_F(SignTest, CoSignAddsSignersBesideOpensslsOwnButNotOverOtherContent) {
     ContentFile();
     m_dir.Write("direct.pem", CertToPem(P().direct.cert.get()));
     m_dir.Write("direct.key", KeyToPem(P().direct.key.get()));
@@ -245,11 +227,7 @@ TEST_F(SignTest, CoSignAddsASignerThatOpensslAcceptsBesideItsOwn) {
     cms.CoSign(m_signer);
     EXPECT_EQ(cms.GetSignerInfoCount(), 3u) << "a third signer";
     EXPECT_EQ(cms.GetCertificates().GetSize(), 2u) << "the signer certificate is not added twice";
-}
 
-TEST_F(SignTest, CoSignRefusesOtherContentAndKeepsTheMessage) {
-    SignedCms cms(Array(m_text));
-    cms.Sign(m_signer, SignedCms::cptCmsBasic, 0);
     const Bytes before = ToBytes(cms.Encode());
     cms.SetContent(Array(m_text + "!"));
     EXPECT_EQ(CodeOf([&] { cms.CoSign(m_signer); }), ErrSigning)
@@ -270,7 +248,6 @@ TEST_F(SignTest, EstimateForTimeStampsAndDetachedContent) {
     SignedCms small(Array("a"));
     SignedCms large(Array(std::string(100000, 'b')));
     const unsigned long basic = small.EstimateSize(m_signer, SignedCms::cptCmsBasic, 1);
-    EXPECT_GT(basic, 0u);
     EXPECT_EQ(small.EstimateSize(m_signer, SignedCms::cptCmsTimeStamp, 1), basic + 4000)
         << "room for a time-stamp token";
     EXPECT_EQ(large.EstimateSize(m_signer, SignedCms::cptCmsBasic, 1), basic)
@@ -307,8 +284,9 @@ TEST_F(SignTest, SignerProblemsAreReportedBeforeSigning) {
         << "the path to the root is found through the extra store";
     EXPECT_EQ(sign(verifying(X509Certificate::cptVerifyIssuerSignature, true), basic), 0)
         << "the issuer's signature checks out";
-    EXPECT_EQ(CodeOf([&] { SignedCms().Sign(m_signer, basic, 0); }), ErrNoContent);
-    EXPECT_EQ(CodeOf([&] { SignedCms().CoSign(m_signer); }), ErrNoMessage);
+    EXPECT_EQ(CodeOf([&] { SignedCms().Sign(m_signer, basic, 0); }), ErrNoContent)
+        << "no content to sign";
+    EXPECT_EQ(CodeOf([&] { SignedCms().CoSign(m_signer); }), ErrNoMessage) << "nothing to co-sign";
     EXPECT_EQ(sign(m_signer, SignedCms::cptCmsTimeStamp), ErrNotImplemented)
         << "signature time-stamps are not there yet";
 }
@@ -323,8 +301,7 @@ int FailingOperation(int, const unsigned char*, unsigned char*, RSA*, int) {
 }
 
 TEST_F(SignTest, TokenFailuresMapToTheirCodes) {
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> publicKey(
-        X509_get_pubkey(P().chained.cert.get()), EVP_PKEY_free);
+    const KeyPtr publicKey(X509_get_pubkey(P().chained.cert.get()));
     CryptKeyRSA key(publicKey.get());
     key.SetPrivateEncryptCallback(FailingOperation);
     X509Certificate cert = Cert(P().chained);

@@ -7,8 +7,8 @@
 //             └── Signer B   (EC P-256)
 #include <gtest/gtest.h>
 
+#include <openssl/asn1.h>
 #include <openssl/cms.h>
-#include <openssl/sha.h>
 
 #include <memory>
 #include <string>
@@ -60,53 +60,38 @@ SignedCms Decoded(const Bytes& der) {
     return cms;
 }
 
-// A time-stamp token over `data` (genTime as `reply` says).
-Bytes Token(const std::string& data, const TsaReply& reply = TsaReply()) {
+// A time-stamp token over `data`.
+Bytes Token(const std::string& data) {
     static const TestTsa tsa;
-    return tsa.Token(EVP_sha256(), TestTsa::Digest(EVP_sha256(), data), true, reply);
-}
-
-// The elements of the TLV at `at`: (offset, total length) each.
-std::vector<std::pair<std::size_t, std::size_t>> Children(const Bytes& der, std::size_t at) {
-    auto header = [&](std::size_t p, std::size_t* length) {
-        std::size_t h = 2;
-        *length = der[p + 1];
-        if (*length & 0x80) {
-            const std::size_t octets = *length & 0x7F;
-            *length = 0;
-            for (std::size_t i = 0; i < octets; ++i) {
-                *length = (*length << 8) | der[p + 2 + i];
-            }
-            h += octets;
-        }
-        return h;
-    };
-    std::size_t length = 0;
-    std::size_t p = at + header(at, &length);
-    const std::size_t end = p + length;
-    std::vector<std::pair<std::size_t, std::size_t>> children;
-    while (p < end) {
-        std::size_t inner = 0;
-        const std::size_t h = header(p, &inner);
-        children.emplace_back(p, h + inner);
-        p += h + inner;
-    }
-    return children;
+    return tsa.Token(EVP_sha256(), TestTsa::Digest(EVP_sha256(), data), true);
 }
 
 // The message with `chunk` inserted into SignedData just before the signer
 // infos (where the certificate and revocation sets belong).
 Bytes InsertBeforeSignerInfos(const Bytes& der, const Bytes& chunk) {
-    const auto info = Children(der, 0);  // contentType, [0]
-    const auto fields = Children(der, Children(der, info[1].first)[0].first);
-    const auto slice = [&](std::pair<std::size_t, std::size_t> at) {
-        return Bytes(der.begin() + at.first, der.begin() + at.first + at.second);
+    const unsigned char* const end = der.data() + der.size();
+    const unsigned char* p = der.data();
+    // Reads the header at p; steps over the contents unless entering them.
+    const auto next = [&](bool enter) {
+        const unsigned char* at = p;
+        long length = 0;
+        int tag = 0, cls = 0;
+        ASN1_get_object(&p, &length, &tag, &cls, end - p);
+        p += enter ? 0 : length;
+        return at;
     };
-    Bytes content;
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        content = Join({content, i + 1 == fields.size() ? chunk : Bytes(), slice(fields[i])});
+    next(true);  // ContentInfo
+    const unsigned char* oid = next(false);
+    const unsigned char* explicitTag = next(true);
+    next(true);  // SignedData
+    const unsigned char* fields = p;
+    const unsigned char* last = p;
+    while (p < end) {
+        last = next(false);
     }
-    return Tlv(0x30, Join({slice(info[0]), Tlv(0xA0, Tlv(0x30, content))}));
+    return Tlv(0x30,
+               Join({Bytes(oid, explicitTag),
+                     Tlv(0xA0, Tlv(0x30, Join({Bytes(fields, last), chunk, Bytes(last, end)})))}));
 }
 
 }  // namespace
@@ -124,9 +109,6 @@ TEST(SignedCmsDecodeTest, AttachedMessageValues) {
         << "embedded content replaces what was set";
     EXPECT_STREQ(cms.GetContentType().c_str(), kData);
     ASSERT_EQ(cms.GetCertificates().GetSize(), 1u) << "the signer certificate is carried";
-    EXPECT_EQ(cms.GetCrls().GetSize() + cms.GetOcspResponses().GetSize() +
-                  cms.GetAttributeCerts().GetSize(),
-              0u);
     EXPECT_EQ(ToBytes(cms.Encode()), der) << "Encode gives the decoded DER back";
 
     ASSERT_EQ(cms.GetSignerInfoCount(), 1u);
@@ -138,18 +120,13 @@ TEST(SignedCmsDecodeTest, AttachedMessageValues) {
     EXPECT_EQ(signer.GetHashAlgorithmNID(), NID_sha256);
     EXPECT_STREQ(signer.GetHashAlgorithmName().c_str(), "sha256");
     EXPECT_STREQ(signer.GetHashAlgorithmOID().c_str(), "2.16.840.1.101.3.4.2.1");
-    EXPECT_NE(signer.GetSignatureAlgorithmNID(), NID_undef);
-    EXPECT_EQ(signer.GetHashValue().GetSize(), 0u) << "no hash value after parsing";
     EXPECT_EQ(X509_cmp(signer.GetCertificate().GetX509(), P().a.cert.get()), 0)
         << "certificate found by issuer and serial number";
-    EXPECT_TRUE(signer.GetVerificationData() == nullptr && signer.GetVerifyTime() == 0 &&
-                signer.GetTimeStamp() == nullptr)
-        << "nothing verified yet";
 
     const Bytes signature = ToBytes(signer.GetSignatureValue());
-    unsigned char sha1[SHA_DIGEST_LENGTH];
-    SHA1(signature.data(), signature.size(), sha1);
-    EXPECT_EQ(ToBytes(signer.GetSignatureValueSHA1Hash()), Bytes(sha1, sha1 + sizeof sha1));
+    EXPECT_EQ(ToBytes(signer.GetSignatureValueSHA1Hash()),
+              TestTsa::Digest(EVP_sha1(), std::string(signature.begin(), signature.end())))
+        << "SHA-1 of the signature value";
     const std::string hex = signer.GetSignatureValueSHA1HashHex().c_str();
     EXPECT_EQ(hex.size(), 40u);
     EXPECT_EQ(hex.find_first_not_of("0123456789abcdef"), std::string::npos) << "lower-case hex";
@@ -195,8 +172,7 @@ TEST(SignedCmsDecodeTest, BadInput) {
     EXPECT_EQ(CodeOf([&] { cms.Decode(nullptr, 4); }), ErrInvalidParameter);
     const unsigned char junk[] = {0x30, 0x03, 0x02, 0x01, 0x01};
     const Thrown zero = Catch([&] { cms.Decode(junk, 0); });
-    EXPECT_EQ(zero.code, ErrInvalidParameter);
-    EXPECT_EQ(zero.message, "nSize<=0");
+    EXPECT_TRUE(zero.code == ErrInvalidParameter && zero.message == "nSize<=0") << zero.message;
     EXPECT_EQ(Catch([&] { cms.Decode(qorstd::QorArray<unsigned char>()); }).message,
               "SignedCms - Crypto message is empty.");
     EXPECT_EQ(CodeOf([&] { cms.Decode(junk, sizeof junk); }), ErrInvalidMessageFormat)
@@ -229,17 +205,13 @@ TEST(SignedCmsSignerTest, TwoSignersFindTheirCertificates) {
     const SignedCms cms = Decoded(Der(Sign("two", 0, {&P().a, &P().b})));
     ASSERT_EQ(cms.GetSignerInfoCount(), 2u);
     // The encoding sorts the signer infos: either may come first.
-    X509* first = cms.GetSignerInfo(0)->GetCertificate().GetX509();
-    X509* second = cms.GetSignerInfo(1)->GetCertificate().GetX509();
-    ASSERT_TRUE(first != nullptr && second != nullptr);
-    const bool aFirst = X509_cmp(first, P().a.cert.get()) == 0;
-    EXPECT_EQ(X509_cmp(first, (aFirst ? P().a : P().b).cert.get()), 0);
-    EXPECT_EQ(X509_cmp(second, (aFirst ? P().b : P().a).cert.get()), 0)
+    const auto is = [&](unsigned i, const Issued& who) {
+        return cms.GetSignerInfo(i)->GetCertificate().Equals(Cert(who)) == 1;
+    };
+    EXPECT_TRUE((is(0, P().a) && is(1, P().b)) || (is(0, P().b) && is(1, P().a)))
         << "each signer gets its own certificate";
     EXPECT_TRUE(*cms.GetSignerInfo(0) != *cms.GetSignerInfo(1));
     EXPECT_EQ(cms.GetSignerInfo(2), nullptr) << "index equal to the count";
-    EXPECT_EQ(SignedCms().GetSignerInfoCount(), 0u);
-    EXPECT_EQ(SignedCms().GetSignerInfos(), nullptr) << "no vector before a parse";
 }
 
 namespace {
@@ -279,23 +251,6 @@ TEST(SignedCmsSignerTest, KeyIdentifierSignersAndVersions) {
     }
 }
 
-TEST(SignedCmsSignerTest, SignatureTimeStamp) {
-    TsaReply reply;
-    reply.genTime = UtcTime(2024, 6, 2, 8);
-    const Bytes token = Token("x", reply);
-    const CmsPtr message = Sign("x");
-    ASSERT_EQ(CMS_unsigned_add1_attr_by_NID(FirstSigner(message.get()),
-                                            NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
-                                            token.data(), static_cast<int>(token.size())),
-              1);
-    const SignedCms cms = Decoded(Der(message));
-    const SignedCms::SignerInfo& signer = *cms.GetSignerInfo(0);
-    EXPECT_EQ(signer.GetCadesType(), SignedCms::cptCmsTimeStamp);
-    ASSERT_EQ(signer.GetSignatureTimeStamps().GetSize(), 1u);
-    EXPECT_EQ(signer.GetSignatureTimeStamps()[0].GetTimeStamp().GetTime(), reply.genTime)
-        << "the token of the unsigned attribute is decoded";
-}
-
 TEST(SignedCmsSignerTest, AttributeQueriesAndWriteBack) {
     ProbeCms cms;
     cms.Decode(Array(Der(Sign("q"))));
@@ -327,28 +282,23 @@ TEST(SignedCmsRevocationTest, CrlsOcspResponsesAndAttributeCertificates) {
     response.producedAt = UtcTime(2024, 6, 1, 13);
     response.answers = {{P().a.cert.get()}};
     response.answers[0].thisUpdate = response.producedAt;
-    // revocation set: CRL, otherRevInfo [1] { id-ri-ocsp-response, response },
-    // an unknown other format (skipped)
+    // certificate set: only an attribute certificate (v2, [2]); revocation
+    // set: CRL, otherRevInfo [1] { id-ri-ocsp-response, response }, an
+    // unknown other format (skipped)
+    const Bytes attributeCert = {0x30, 0x03, 0x02, 0x01, 0x07};
     const Bytes ocspOid = {0x06, 0x08, 0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x10, 0x02};
     const Bytes choices =
         Join({CrlToDer(crl.get()), Tlv(0xA1, Join({ocspOid, MakeOcspResponse(response)})),
               Tlv(0xA1, {0x06, 0x02, 0x2A, 0x03, 0x30, 0x00})});
-    const SignedCms cms = Decoded(InsertBeforeSignerInfos(Der(Sign("r")), Tlv(0xA1, choices)));
+    const Bytes sets = Join({Tlv(0xA0, Tlv(0xA2, {0x02, 0x01, 0x07})), Tlv(0xA1, choices)});
+    const SignedCms cms = Decoded(InsertBeforeSignerInfos(Der(Sign("r", CMS_NOCERTS)), sets));
     ASSERT_EQ(cms.GetCrls().GetSize(), 1u);
-    EXPECT_EQ(cms.GetCrls()[0].GetThisUpdate(), CrlPlan().thisUpdate);
+    EXPECT_EQ(cms.GetCrls()[0].GetThisUpdate(), CrlPlan().thisUpdate) << "the CRL is read";
     ASSERT_EQ(cms.GetOcspResponses().GetSize(), 1u) << "only id-ri-ocsp-response is read";
     EXPECT_EQ(cms.GetOcspResponses()[0].GetProducedAt(), response.producedAt);
-
-    // certificate set: an attribute certificate (v2, [2]) beside nothing else
-    const Bytes attributeCert = {0x30, 0x03, 0x02, 0x01, 0x07};
-    Bytes tagged = attributeCert;
-    tagged[0] = 0xA2;
-    const SignedCms withAttr =
-        Decoded(InsertBeforeSignerInfos(Der(Sign("r", CMS_NOCERTS)), Tlv(0xA0, tagged)));
-    EXPECT_EQ(withAttr.GetCertificates().GetSize(), 0u);
-    ASSERT_EQ(withAttr.GetAttributeCerts().GetSize(), 1u);
-    EXPECT_EQ(ToBytes(withAttr.GetAttributeCerts()[0]), attributeCert)
-        << "kept with a SEQUENCE tag";
+    EXPECT_EQ(cms.GetCertificates().GetSize(), 0u) << "an attribute certificate is no X.509 one";
+    ASSERT_EQ(cms.GetAttributeCerts().GetSize(), 1u);
+    EXPECT_EQ(ToBytes(cms.GetAttributeCerts()[0]), attributeCert) << "kept with a SEQUENCE tag";
 }
 
 // ------------------------------------------------------ detaching and copies
@@ -381,9 +331,6 @@ TEST(SignedCmsCopyTest, DeepCopies) {
     ASSERT_EQ(copy.GetSignerInfoCount(), 2u);
     EXPECT_FALSE(*copy.GetSignerInfo(0) == *original.GetSignerInfo(0))
         << "signers belong to the copy";
-    EXPECT_EQ(
-        copy.GetSignerInfo(1)->GetCertificate().Equals(original.GetSignerInfo(1)->GetCertificate()),
-        1);
 
     SignedCms assigned(Array("z"));
     assigned = original;
@@ -429,10 +376,10 @@ TEST(ContainerTimeStampTest, AttributeAndVerificationData) {
     const std::unique_ptr<VerificationData> clone(data.Clone());
     data.Reset();
     const auto* held = dynamic_cast<const TimeStampVerificationData*>(clone.get());
-    ASSERT_NE(held, nullptr) << "Clone keeps the dynamic type";
-    ASSERT_TRUE(held->GetVerifyTime() != nullptr && held->GetTimeStamp() != nullptr);
+    ASSERT_TRUE(held != nullptr && held->GetVerifyTime() != nullptr && held->GetTimeStamp())
+        << "Clone keeps the dynamic type and both values";
     EXPECT_EQ(*held->GetVerifyTime(), time) << "the clone keeps its own time";
     EXPECT_EQ(held->GetTimeStamp()->GetTime(), stamp.GetTime());
-    EXPECT_EQ(data.GetVerifyTime(), nullptr);
-    EXPECT_EQ(data.GetTimeStamp(), nullptr) << "Reset clears the token too";
+    EXPECT_TRUE(data.GetVerifyTime() == nullptr && data.GetTimeStamp() == nullptr)
+        << "Reset clears the time and the token";
 }

@@ -33,13 +33,26 @@ const std::int64_t kAt = UtcTime(2024, 6, 15, 12);
 const std::string kText = "Tessera verifies what OpenSSL signed.\n";
 const Bytes kContent(kText.begin(), kText.end());
 
+// A certificate on a pooled key; a root when `issuer` is null.
+Issued Make(const char* name, long serial, KeyKind kind, int slot, const Issued* issuer,
+            std::int64_t notAfter = UtcTime(2040, 1, 1), bool keyId = true) {
+    CertPlan plan = BasicProfile(name, serial, issuer == nullptr);
+    const KeyPtr key = CachedKey(kind, slot);
+    plan.key = key.get();
+    plan.notAfter = notAfter;
+    plan.subjectKeyId = keyId;
+    return IssueCertificate(plan, issuer);
+}
+
 struct Pki {
-    Issued ca = Root(0, true), fakeCa = Root(1, false);
-    Issued alice = Leaf("Alice", 11, KeyKind::Rsa2048, 2),
-           bob = Leaf("Bob", 12, KeyKind::EcP256, 0),
-           revoked = Leaf("Revoked", 13, KeyKind::Rsa2048, 3),
-           expired = Leaf("Expired", 14, KeyKind::Rsa2048, 2, UtcTime(2023, 1, 1)),
-           aliceTwin = Leaf("Alice", 11, KeyKind::Rsa2048, 3);
+    Issued ca = Make("Test Root CA", 1, KeyKind::Rsa2048, 0, nullptr),
+           fakeCa =
+               Make("Test Root CA", 1, KeyKind::Rsa2048, 1, nullptr, UtcTime(2040, 1, 1), false);
+    Issued alice = Make("Alice", 11, KeyKind::Rsa2048, 2, &ca),
+           bob = Make("Bob", 12, KeyKind::EcP256, 0, &ca),
+           revoked = Make("Revoked", 13, KeyKind::Rsa2048, 3, &ca),
+           expired = Make("Expired", 14, KeyKind::Rsa2048, 2, &ca, UtcTime(2023, 1, 1)),
+           aliceTwin = Make("Alice", 11, KeyKind::Rsa2048, 3, &ca);
     CrlPtr crl = [this] {
         CrlPlan list;
         list.thisUpdate = UtcTime(2024, 6, 10);
@@ -47,22 +60,6 @@ struct Pki {
         list.revoked = {RevokedEntry{13, UtcTime(2024, 6, 1, 12)}};
         return IssueCrl(list, ca);
     }();
-
-    static Issued Root(int slot, bool keyId) {
-        CertPlan plan = BasicProfile("Test Root CA", 1, true);
-        const KeyPtr key = CachedKey(KeyKind::Rsa2048, slot);
-        plan.key = key.get();
-        plan.subjectKeyId = keyId;
-        return IssueCertificate(plan, nullptr);
-    }
-    Issued Leaf(const char* name, long serial, KeyKind kind, int slot,
-                std::int64_t notAfter = UtcTime(2040, 1, 1)) const {
-        CertPlan plan = BasicProfile(name, serial, false);
-        plan.notAfter = notAfter;
-        const KeyPtr key = CachedKey(kind, slot);
-        plan.key = key.get();
-        return IssueCertificate(plan, &ca);
-    }
 };
 
 const Pki& P() {
@@ -281,15 +278,14 @@ TEST(CmsVerifyCertificateTest, SignerCertificateOptionChecksTimeAndIssuer) {
 
 TEST(CmsVerifyCertificateTest, WholeChainWithCrl) {
     const ChainSetup chain;
-    const VerifierCms& whole = chain.whole;
     auto good = Decoded(OpenSslSign(P().alice, CMS_DETACHED), kContent);
-    good->VerifySignerCertificate(whole);
+    good->VerifySignerCertificate(chain.whole);
     ASSERT_NE(good->GetSignerInfo(0)->GetX509Chain(), nullptr) << "Alice's path is kept";
     EXPECT_EQ(good->GetSignerInfo(0)->GetX509Chain()->GetVerifyTime(), kAt)
         << "the path was built at the verify time";
 
     auto revoked = Decoded(OpenSslSign(P().revoked, 0));
-    EXPECT_EQ(CodeOf([&] { revoked->Verify(whole, SignedCms::cptCmsNone); }), ErrCertRevoked)
+    EXPECT_EQ(CodeOf([&] { revoked->Verify(chain.whole, SignedCms::cptCmsNone); }), ErrCertRevoked)
         << "the CRL lists the signer";
     EXPECT_EQ(revoked->GetSignerInfo(0)->GetVerifyInfo(), 5u)
         << "signature and content type passed before the certificate failed";
@@ -319,10 +315,13 @@ Bytes WithTimeStamp(const Issued& signer) {
 
 TEST(CmsVerifyOrderTest, TimeStampFailureIsHeldBackBehindTheCertificateCheck) {
     const ChainSetup chain;
-    const VerifierCms& whole = chain.whole;
+    const VerifierCms& whole = chain.whole;  // with CRL-checked path building
     auto good = Decoded(WithTimeStamp(P().alice));
     const SignedCms::SignerInfo& signer = *good->GetSignerInfo(0);
     ASSERT_EQ(signer.GetCadesType(), SignedCms::cptCmsTimeStamp) << "the attribute was parsed";
+    ASSERT_EQ(signer.GetSignatureTimeStamps().GetSize(), 1u);
+    EXPECT_EQ(signer.GetSignatureTimeStamps()[0].GetTimeStamp().GetTime(), TsaReply().genTime)
+        << "the token of the unsigned attribute is decoded";
 
     EXPECT_EQ(CodeOf([&] { good->Verify(whole, SignedCms::cptCmsNone); }), ErrNotImplemented)
         << "level none takes the signer's own: the time-stamp check runs (not available yet)";
