@@ -1,6 +1,7 @@
 // The main of every benchmark program: runs the benchmarks, then prints for
 // each pair "<case>/tessera" and "<case>/openssl" how long Tessera takes
-// relative to the raw OpenSSL equivalent measured in the same run.
+// relative to the raw OpenSSL equivalent measured in the same run, and the
+// same ratio for every counter both report (e.g. "peak_MiB").
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -17,6 +18,9 @@ public:
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
                 m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                for (const auto& counter : run.counters) {
+                    m_counters[run.benchmark_name()][counter.first] = counter.second.value;
+                }
             }
         }
     }
@@ -38,11 +42,30 @@ public:
             }
             const std::string label = name.substr(0, at) + name.substr(at + ours.size());
             std::printf("%-48s %.3f\n", label.c_str(), entry.second / found->second);
+            PrintCounterRatios(label, name, other);
         }
     }
 
 private:
+    void PrintCounterRatios(const std::string& label, const std::string& ours,
+                            const std::string& theirs) const {
+        const auto oursFound = m_counters.find(ours);
+        const auto theirsFound = m_counters.find(theirs);
+        if (oursFound == m_counters.end() || theirsFound == m_counters.end()) {
+            return;
+        }
+        for (const auto& counter : oursFound->second) {
+            const auto other = theirsFound->second.find(counter.first);
+            if (other == theirsFound->second.end() || other->second <= 0 || counter.second < 0) {
+                continue;
+            }
+            const std::string counterLabel = label + " " + counter.first;
+            std::printf("%-48s %.3f\n", counterLabel.c_str(), counter.second / other->second);
+        }
+    }
+
     std::map<std::string, double> m_times;
+    std::map<std::string, std::map<std::string, double>> m_counters;
 };
 
 }  // namespace

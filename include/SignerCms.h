@@ -70,13 +70,14 @@ public:
 private:
     X509Certificate m_certificate;
     qorstd::QorVector<X509Certificate> m_certificates;
-    X509Store* m_trustStore;
-    X509Store* m_extraStore;
-    CryptHash::cptHashAlgorithm m_hashAlgorithm;
-    cptIncludeOption m_includeOption;
-    cptAttributeOption m_attributeOption;
-    X509Certificate::cptVerifyOption m_verifyOption;
-    QorTsp2Lib::TspClient* m_tspClient;
+    // The defaults live here only: the constructor and Reset take them.
+    X509Store* m_trustStore = nullptr;
+    X509Store* m_extraStore = nullptr;
+    CryptHash::cptHashAlgorithm m_hashAlgorithm = CryptHash::cptHashNone;
+    cptIncludeOption m_includeOption = cptIncludeNone;
+    cptAttributeOption m_attributeOption = cptAttributeNone;
+    X509Certificate::cptVerifyOption m_verifyOption = X509Certificate::cptVerifyTimeValidity;
+    QorTsp2Lib::TspClient* m_tspClient = nullptr;
 };
 
 }  // namespace TesseraLib

@@ -52,11 +52,12 @@ public:
     int GetCompareTsTimeVerifyTime() const { return m_compareTsTimeVerifyTime; }
 
 private:
-    cptVerifyOption m_verifyOption;
-    std::int64_t m_verifyTime;
+    // The defaults live here only: the constructor and Reset take them.
+    cptVerifyOption m_verifyOption = cptVerifyWholeChain;
+    std::int64_t m_verifyTime = 0;
     qorstd::QorVector<X509Certificate> m_signerCertificates;
-    X509ChainPolicy* m_chainPolicy;
-    int m_compareTsTimeVerifyTime;
+    X509ChainPolicy* m_chainPolicy = nullptr;
+    int m_compareTsTimeVerifyTime = 1;
 };
 
 }  // namespace TesseraLib

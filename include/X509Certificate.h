@@ -116,36 +116,36 @@ public:
     // The held certificate itself (not a copy); null when empty.
     x509_st* GetX509() const { return m_x509.get(); }
     // The version field's value: 2 means version 3.
-    unsigned long GetVersion() const { return m_version; }
+    unsigned long GetVersion() const { return m_decoded.version; }
     // Seconds since 1970 UTC.
-    const std::int64_t& GetNotBefore() const { return m_notBefore; }
-    const std::int64_t& GetNotAfter() const { return m_notAfter; }
+    const std::int64_t& GetNotBefore() const { return m_decoded.notBefore; }
+    const std::int64_t& GetNotAfter() const { return m_decoded.notAfter; }
     // The serial number as OpenSSL's big number; null when empty.
     const bignum_st* GetSerialNumber() const { return m_serial.get(); }
     // OpenSSL's NID of the outer signature algorithm; 0 when empty.
-    int GetSignatureAlgorithmNID() const { return m_signatureNid; }
+    int GetSignatureAlgorithmNID() const { return m_decoded.signatureNid; }
     // Modulus length in bits for RSA keys; 0 for every other key.
-    int GetKeyLength() const { return m_keyLength; }
-    const X509Name& GetSubjectName() const { return m_subjectName; }
-    const X509Name& GetIssuerName() const { return m_issuerName; }
+    int GetKeyLength() const { return m_decoded.keyLength; }
+    const X509Name& GetSubjectName() const { return m_decoded.subjectName; }
+    const X509Name& GetIssuerName() const { return m_decoded.issuerName; }
     // DER of the subject and issuer names.
-    const qorstd::QorArray<unsigned char>& GetSubject() const { return m_subject; }
-    const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_issuer; }
-    const qorstd::QorArray<unsigned char>& GetSubjectKeyId() const { return m_subjectKeyId; }
+    const qorstd::QorArray<unsigned char>& GetSubject() const { return m_decoded.subject; }
+    const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_decoded.issuer; }
+    const qorstd::QorArray<unsigned char>& GetSubjectKeyId() const { return m_decoded.subjectKeyId; }
     // The keyIdentifier part of the authority key identifier.
-    const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const { return m_authorityKeyId; }
+    const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const { return m_decoded.authorityKeyId; }
     // KeyUsageBits OR-ed together.
-    unsigned long GetKeyUsage() const { return m_keyUsage; }
+    unsigned long GetKeyUsage() const { return m_decoded.keyUsage; }
     // Dotted OIDs, in extension order.
     const qorstd::QorVector<qorstd::QorString>& GetExtendedKeyUsages() const {
-        return m_extendedKeyUsages;
+        return m_decoded.extendedKeyUsages;
     }
-    const qorstd::QorVector<QcStatement>& GetQCStatements() const { return m_qcStatements; }
+    const qorstd::QorVector<QcStatement>& GetQCStatements() const { return m_decoded.qcStatements; }
     const qorstd::QorVector<qorstd::QorString>& GetCertificatePolicies() const {
-        return m_certificatePolicies;
+        return m_decoded.certificatePolicies;
     }
     // The URI of the last OCSP access description; empty when none.
-    const qorstd::QorString& GetOcspResponderUrl() const { return m_ocspUrl; }
+    const qorstd::QorString& GetOcspResponderUrl() const { return m_decoded.ocspUrl; }
     // Owned by the certificate; null when none.
     CryptKey* GetPrivateKey() const { return m_privateKey.get(); }
 
@@ -266,32 +266,34 @@ private:
     void ParseExtensions();
     qorstd::QorStringW PrintName(const struct X509_name_st* name, int flags,
                                  const wchar_t* logLine) const;
-    // Error lines are composed only when the level is enabled; the crypto
-    // form appends OpenSSL's queued errors. Both leave the queue empty.
-    void LogError(const wchar_t* text) const;
-    void LogCryptoErrors(const char* text) const;
 
-    std::unique_ptr<x509_st, X509Deleter> m_x509;
+    // What ParseX509 reads from the certificate. Plain values only, so that
+    // copying, assigning and clearing them is the struct's own.
+    struct Decoded {
+        unsigned long version = 0;
+        std::int64_t notBefore = 0;
+        std::int64_t notAfter = 0;
+        int signatureNid = 0;
+        X509Name subjectName;
+        X509Name issuerName;
+        qorstd::QorArray<unsigned char> subject;
+        qorstd::QorArray<unsigned char> issuer;
+        qorstd::QorArray<unsigned char> subjectKeyId;
+        qorstd::QorArray<unsigned char> authorityKeyId;
+        qorstd::QorArray<unsigned char> braddleId;
+        unsigned long keyUsage = 0;
+        qorstd::QorVector<qorstd::QorString> extendedKeyUsages;
+        qorstd::QorVector<QcStatement> qcStatements;
+        qorstd::QorVector<qorstd::QorString> certificatePolicies;
+        qorstd::QorString ocspUrl;
+        int keyLength = 0;
+    };
+
+    std::unique_ptr<x509_st, X509Deleter> m_x509;  // shared with copies
     std::unique_ptr<LogChannel> m_log;
     std::unique_ptr<CryptKey> m_privateKey;
-    unsigned long m_version;
-    std::int64_t m_notBefore;
-    std::int64_t m_notAfter;
     std::unique_ptr<bignum_st, BignumDeleter> m_serial;
-    int m_signatureNid;
-    X509Name m_subjectName;
-    X509Name m_issuerName;
-    qorstd::QorArray<unsigned char> m_subject;
-    qorstd::QorArray<unsigned char> m_issuer;
-    qorstd::QorArray<unsigned char> m_subjectKeyId;
-    qorstd::QorArray<unsigned char> m_authorityKeyId;
-    qorstd::QorArray<unsigned char> m_braddleId;
-    unsigned long m_keyUsage;
-    qorstd::QorVector<qorstd::QorString> m_extendedKeyUsages;
-    qorstd::QorVector<QcStatement> m_qcStatements;
-    qorstd::QorVector<qorstd::QorString> m_certificatePolicies;
-    qorstd::QorString m_ocspUrl;
-    int m_keyLength;
+    Decoded m_decoded;
 };
 
 }  // namespace TesseraLib

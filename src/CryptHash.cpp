@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 
 namespace TesseraLib {
@@ -49,7 +50,7 @@ const HashEntry* FindEntry(CryptHash::cptHashAlgorithm algorithm) {
 }
 
 [[noreturn]] void ThrowNotSupported() {
-    CryptException::Throw(ErrAlgorithmNotSupported, L"");
+    Fail(ErrAlgorithmNotSupported, L"");
 }
 
 }  // namespace
@@ -57,14 +58,14 @@ const HashEntry* FindEntry(CryptHash::cptHashAlgorithm algorithm) {
 CryptHash::CryptHash(cptHashAlgorithm algorithm)
     : m_context(nullptr), m_md(nullptr), m_algorithm(algorithm) {
     if (GetHashEVP(algorithm) == nullptr) {
-        CryptException::Throw(ErrHashGeneration, L"CryptHash - Error loading Message Digest");
+        Fail(ErrHashGeneration, L"CryptHash - Error loading Message Digest");
     }
     // Fetched once here, so that Reset and copies reuse the provider's
     // implementation instead of looking it up on every initialisation.
     EvpMdPtr md(EVP_MD_fetch(nullptr, FindEntry(algorithm)->name, nullptr));
     EvpMdCtxPtr context(EVP_MD_CTX_new());
     if (!md || !context || EVP_DigestInit_ex(context.get(), md.get(), nullptr) != 1) {
-        CryptException::Throw(ErrHashGeneration, L"CryptHash - Error loading Message Digest");
+        Fail(ErrHashGeneration, L"CryptHash - Error loading Message Digest");
     }
     m_md = md.release();
     m_context = context.release();
@@ -73,11 +74,11 @@ CryptHash::CryptHash(cptHashAlgorithm algorithm)
 CryptHash::CryptHash(const CryptHash& other)
     : m_context(nullptr), m_md(nullptr), m_algorithm(other.m_algorithm) {
     EvpMdCtxPtr context(EVP_MD_CTX_new());
-    if (!context || EVP_MD_CTX_copy_ex(context.get(), other.m_context) != 1 ||
-        EVP_MD_up_ref(other.m_md) != 1) {
-        CryptException::Throw(ErrHashGeneration, L"CryptHash - Error copying Message Digest");
+    EvpMdPtr md = UpRef(other.m_md);
+    if (!context || !md || EVP_MD_CTX_copy_ex(context.get(), other.m_context) != 1) {
+        Fail(ErrHashGeneration, L"CryptHash - Error copying Message Digest");
     }
-    m_md = other.m_md;
+    m_md = md.release();
     m_context = context.release();
 }
 
@@ -98,7 +99,7 @@ CryptHash::~CryptHash() {
 
 void CryptHash::Update(const unsigned char* data, unsigned int length) {
     if ((data == nullptr && length > 0) || EVP_DigestUpdate(m_context, data, length) != 1) {
-        CryptException::Throw(ErrHashGeneration, L"CryptHash - Error updating Message Digest");
+        Fail(ErrHashGeneration, L"CryptHash - Error updating Message Digest");
     }
 }
 
@@ -110,7 +111,7 @@ unsigned int CryptHash::Finish(qorstd::QorArray<unsigned char>& out) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     if (EVP_DigestFinal_ex(m_context, digest, &length) != 1) {
-        CryptException::Throw(ErrHashGeneration, L"CryptHash - Error finalizing Message Digest");
+        Fail(ErrHashGeneration, L"CryptHash - Error finalizing Message Digest");
     }
     if (out.GetSize() > 0) {
         out.RemoveAll();
@@ -121,7 +122,7 @@ unsigned int CryptHash::Finish(qorstd::QorArray<unsigned char>& out) {
 void CryptHash::Reset() {
     EVP_MD_CTX_reset(m_context);
     if (EVP_DigestInit_ex(m_context, m_md, nullptr) != 1) {
-        CryptException::Throw(ErrHashGeneration, L"CryptHash - Error loading Message Digest");
+        Fail(ErrHashGeneration, L"CryptHash - Error loading Message Digest");
     }
 }
 
@@ -132,7 +133,7 @@ const evp_md_st* CryptHash::GetHashEVP(cptHashAlgorithm algorithm) {
     }
     const EVP_MD* md = EVP_get_digestbyname(entry->name);
     if (md == nullptr && entry->missing != nullptr) {
-        CryptException::Throw(ErrAlgorithmNotSupported, entry->missing);
+        Fail(ErrAlgorithmNotSupported, entry->missing);
     }
     return md;
 }
@@ -153,7 +154,7 @@ qorstd::QorString CryptHash::GetHashAlgorithmOID(cptHashAlgorithm algorithm) {
 
 CryptHash::cptHashAlgorithm CryptHash::GetHashAlgorithmByNID(int nid) {
     if (nid == NID_undef) {
-        CryptException::Throw(ErrInvalidParameter, L"CryptHash - nid == NID_undef");
+        Fail(ErrInvalidParameter, L"CryptHash - nid == NID_undef");
     }
     for (const HashEntry& entry : kHashes) {
         if (entry.nid == nid) {
@@ -165,7 +166,7 @@ CryptHash::cptHashAlgorithm CryptHash::GetHashAlgorithmByNID(int nid) {
 
 CryptHash::cptHashAlgorithm CryptHash::GetHashAlgorithmByName(const char* name) {
     if (name == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"CryptHash - pszName == NULL");
+        Fail(ErrInvalidParameter, L"CryptHash - pszName == NULL");
     }
     // Upper case as the C locale knows it, whatever the process's locale.
     std::string upper(name);
@@ -184,7 +185,7 @@ CryptHash::cptHashAlgorithm CryptHash::GetHashAlgorithmByName(const char* name) 
 
 CryptHash::cptHashAlgorithm CryptHash::GetHashAlgorithmByOID(const char* oid) {
     if (oid == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"CryptHash - pszOID == NULL");
+        Fail(ErrInvalidParameter, L"CryptHash - pszOID == NULL");
     }
     for (const HashEntry& entry : kHashes) {
         if (std::strcmp(oid, entry.oid) == 0) {

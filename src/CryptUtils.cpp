@@ -11,6 +11,7 @@
 #include <new>
 
 #include "CryptException.h"
+#include "Failure.h"
 
 namespace TesseraLib {
 
@@ -62,7 +63,7 @@ CryptUtils::~CryptUtils() = default;
 
 unsigned int CryptUtils::Base64Decode(const char* text, qorstd::QorArray<unsigned char>& out) {
     if (text == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"in = NULL");
+        Fail(ErrInvalidParameter, L"in = NULL");
     }
     const unsigned char* const input = reinterpret_cast<const unsigned char*>(text);
 
@@ -82,7 +83,7 @@ unsigned int CryptUtils::Base64Decode(const char* text, qorstd::QorArray<unsigne
     }
     const std::size_t pending = characters % 4;
     if (code == kEnd && pending != 0) {
-        CryptException::Throw(ErrBase64Decoding, L"");
+        Fail(ErrBase64Decoding, L"");
     }
     // A group cut short by "=" keeps the bytes it completed.
     const std::size_t length = characters / 4 * 3 + pending * 3 / 4;
@@ -91,7 +92,7 @@ unsigned int CryptUtils::Base64Decode(const char* text, qorstd::QorArray<unsigne
     }
     const unsigned int before = out.GetSize();
     if (length > std::numeric_limits<unsigned int>::max() - before) {
-        CryptException::Throw(ErrBase64Decoding, L"");
+        Fail(ErrBase64Decoding, L"");
     }
 
     out.SetSize(before + static_cast<unsigned int>(length));
@@ -122,10 +123,10 @@ unsigned int CryptUtils::Base64Decode(const qorstd::QorString& text,
 unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int length,
                                       qorstd::QorString& out, cptLineBreakType lineBreak) {
     if (data == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"in = NULL");
+        Fail(ErrInvalidParameter, L"in = NULL");
     }
     if (length == 0) {
-        CryptException::Throw(ErrInvalidParameter, L"len = 0");
+        Fail(ErrInvalidParameter, L"len = 0");
     }
     const char* separator = lineBreak == cptLineBreakCrLf ? "\r\n" : "\n";
     const std::size_t separatorLength = lineBreak == cptLineBreakNone   ? 0
@@ -137,7 +138,7 @@ unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int le
     const std::size_t characters = (static_cast<std::size_t>(length) + 2) / 3 * 4;
     const std::size_t total = characters + (characters - 1) / 76 * separatorLength;
     if (total > std::numeric_limits<unsigned int>::max()) {
-        CryptException::Throw(ErrBase64Encoding, L"");
+        Fail(ErrBase64Encoding, L"");
     }
 
     struct WipedText {
@@ -150,7 +151,7 @@ unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int le
     };
     std::unique_ptr<char[], WipedText> text(new (std::nothrow) char[total], WipedText{total});
     if (!text) {
-        CryptException::Throw(ErrBase64Encoding, L"");
+        Fail(ErrBase64Encoding, L"");
     }
 
     char* o = text.get();
@@ -188,7 +189,7 @@ unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int le
     try {
         out.append(text.get(), static_cast<unsigned int>(total));
     } catch (const std::bad_alloc&) {
-        CryptException::Throw(ErrBase64Encoding, L"");
+        Fail(ErrBase64Encoding, L"");
     }
     return static_cast<unsigned int>(total);
 }

@@ -9,6 +9,7 @@
 
 #include "CryptException.h"
 #include "CryptKey.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 
 namespace TesseraLib {
@@ -16,10 +17,6 @@ namespace TesseraLib {
 namespace {
 
 using Bytes = qorstd::QorArray<unsigned char>;
-
-[[noreturn]] void Fail(int code, const wchar_t* message) {
-    CryptException::Throw(code, message);
-}
 
 // An expanded AES key, wiped whatever way the operation ends.
 struct AesKeySchedule {

@@ -195,10 +195,6 @@ TEST(ExceptionStoreTest, OcspFamilyExceptionsComeBackWithTheirFirstType) {
     } catch (const TimeStampOcspException& e) {
         EXPECT_EQ(e.GetTimeStamp(), stamp) << "the wrapped exception, with its own type";
     }
-    store.SetException(QorExceptionWrapper<OcspException>(OcspException(141, L"untrusted"), 141,
-                                                          L"untrusted", L"signature"));
-    EXPECT_EQ(ThrownType([&] { store.ReThrow(); }), "OcspException")
-        << "a plain OCSP exception was stored";
     EXPECT_NE(ThrownType([&] {
                   TimeStampOcspException::Throw(stamp, 141, nullptr);
               }).find("OcspException"),

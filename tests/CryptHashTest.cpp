@@ -62,20 +62,16 @@ const char kSha256Abc[] = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410f
 
 }  // namespace
 
+// SHA-1, SHA-256 and SHA-512 are checked against sha*sum in check_cli_hash.sh.
 TEST(CryptHashTest, KnownAnswersForAbc) {
-    const std::pair<CryptHash::cptHashAlgorithm, const char*> answers[] = {
-        {CryptHash::cptHashSHA1, "a9993e364706816aba3e25717850c26c9cd0d89d"},
-        {CryptHash::cptHashSHA224, "23097d223405d8228642a477bda255b32aadbce4bda0b3f7e36c9da7"},
-        {CryptHash::cptHashSHA256, kSha256Abc},
-        {CryptHash::cptHashSHA384,
-         "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358baeca1"
-         "34c825a7"},
-        {CryptHash::cptHashSHA512,
-         "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836ba3c23"
-         "a3feebbd454d4423643ce80e2a9ac94fa54ca49f"}};
-    for (const auto& [algorithm, answer] : answers) {
-        EXPECT_EQ(Digest(algorithm, "abc"), answer) << "algorithm " << algorithm;
-    }
+    EXPECT_EQ(Digest(CryptHash::cptHashSHA224, "abc"),
+              "23097d223405d8228642a477bda255b32aadbce4bda0b3f7e36c9da7")
+        << "SHA-224";
+    EXPECT_EQ(
+        Digest(CryptHash::cptHashSHA384, "abc"),
+        "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358baeca1"
+        "34c825a7")
+        << "SHA-384";
 }
 
 TEST(CryptHashTest, IncrementalUpdatesOverOneMebibyteMatchOneShotSha256) {

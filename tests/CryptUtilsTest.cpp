@@ -1,9 +1,9 @@
-// The library's Base64 codec: RFC 4648 output, its line-break rules, its
-// lenient but exact decoding rules, and appending to the caller's buffers.
+// The library's Base64 codec: output and line breaks against OpenSSL's
+// encoder, its lenient but exact decoding rules, and appending to the
+// caller's buffers.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <ctime>
 #include <random>
 #include <string>
 
@@ -64,45 +64,16 @@ std::string Reference(const std::string& bytes, const std::string& separator) {
 
 }  // namespace
 
-TEST(CryptUtilsTest, Rfc4648Vectors) {
-    const std::pair<std::string, std::string> vectors[] = {
-        {"f", "Zg=="},        {"fo", "Zm8="},        {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
-    for (const auto& [bytes, text] : vectors) {
-        EXPECT_EQ(Encode(bytes, CryptUtils::cptLineBreakLf), text) << "encoding " << bytes;
-        EXPECT_EQ(Decode(text.c_str()), bytes) << "decoding " << text;
-    }
-}
-
-TEST(CryptUtilsTest, LinesHold76CharactersAndTheTextNeverEndsWithASeparator) {
-    std::string line;  // exactly one line: 19 groups that encode to "++++"
-    for (int group = 0; group < 19; ++group) {
-        line += "\xfb\xef\xbe";
-    }
-    for (const auto type : {CryptUtils::cptLineBreakLf, CryptUtils::cptLineBreakCrLf}) {
-        EXPECT_EQ(Encode(line, type), std::string(76, '+'))
-            << "57 bytes fill one line and get no separator, type " << type;
-    }
-
-    const std::string more = line + '\xfb';
-    EXPECT_EQ(Encode(more, CryptUtils::cptLineBreakLf), std::string(76, '+') + "\n+w==")
-        << "the 58th byte starts a second line ending in ==";
-    EXPECT_EQ(Encode(more, CryptUtils::cptLineBreakCrLf), std::string(76, '+') + "\r\n+w==")
-        << "CrLf separates with CR LF";
-    EXPECT_EQ(Encode(more, CryptUtils::cptLineBreakNone), std::string(76, '+') + "+w==")
-        << "None never breaks";
-    EXPECT_EQ(Encode(more, static_cast<CryptUtils::cptLineBreakType>(7)),
-              std::string(76, '+') + "\n+w==")
-        << "any other nonzero type means LF";
-}
-
+// Every size up to two full lines (57 bytes fill one: no separator after it),
+// then ever larger ones.
 TEST(CryptUtilsTest, RandomDataMatchesTheReferenceAndRoundTripsForEveryLineBreakType) {
     std::mt19937 random(20240229u);
     const std::pair<CryptUtils::cptLineBreakType, std::string> types[] = {
         {CryptUtils::cptLineBreakNone, ""},
         {CryptUtils::cptLineBreakCrLf, "\r\n"},
-        {CryptUtils::cptLineBreakLf, "\n"}};
-    for (std::size_t size = 1; size < 4000; size += 1 + size / 8) {
+        {CryptUtils::cptLineBreakLf, "\n"},
+        {static_cast<CryptUtils::cptLineBreakType>(7), "\n"}};  // any other nonzero type: LF
+    for (std::size_t size = 1; size < 4000; size += size <= 120 ? 1 : size / 8) {
         std::string bytes(size, '\0');
         for (char& byte : bytes) {
             byte = static_cast<char>(random());
@@ -166,12 +137,4 @@ TEST(CryptUtilsTest, BothDirectionsAppendAndCountOnlyWhatTheyAppend) {
         << "the count covers the appended bytes only";
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.GetData()), out.GetSize()), "xyfoobar")
         << "the bytes are appended";
-}
-
-TEST(CryptUtilsTest, CurrentTimeIsTheSystemClockInSeconds) {
-    const std::int64_t before = static_cast<std::int64_t>(std::time(nullptr));
-    const std::int64_t now = CryptUtils::GetCurrentTimeUTC();
-    const std::int64_t after = static_cast<std::int64_t>(std::time(nullptr));
-    EXPECT_LE(before, now) << "not earlier than time() just before";
-    EXPECT_LE(now, after) << "not later than time() just after";
 }

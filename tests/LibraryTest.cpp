@@ -47,12 +47,7 @@ TEST(VersionTest, TextHasTheFixedFrame) {
 
 TEST(StartUpTest, InitializeRegistersTheObjectTableAgainAfterShutDown) {
     ASSERT_EQ(Tessera_Initialize(), 1) << "start-up";
-    EXPECT_EQ(LongName("1.3.6.1.4.1.47385.4.1"), "Q.OR Vantor") << "own arc";
-    EXPECT_EQ(LongName("1.3.6.1.4.1.47385.5"), "Q.OR Fexton") << "own arc";
-    EXPECT_EQ(LongName("1.3.36.8.3.13"), "Common PKI CertHash") << "Common PKI";
-    EXPECT_EQ(LongName("1.3.6.1.4.1.11801.2.1"), "MPSV IK") << "foreign arc";
-    EXPECT_EQ(std::string(OBJ_nid2sn(OBJ_txt2nid("2.5.29.60"))), "expiredCertsOnCRL")
-        << "short name of an extension";
+    EXPECT_EQ(LongName("1.3.6.1.4.1.47385.4.1"), "Q.OR Vantor") << "an OID of the library's table";
     EXPECT_EQ(LongName("2.5.4.97"), "organizationIdentifier") << "known to OpenSSL already";
 
     EXPECT_EQ(Tessera_Initialize(), 1) << "a second start-up is harmless";

@@ -9,6 +9,7 @@
 
 #include "CryptException.h"
 #include "CryptKey/KeyInternals.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 #include "QorTextConv.h"
 #include "X509Certificate.h"
@@ -16,10 +17,6 @@
 namespace TesseraLib {
 
 namespace {
-
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    CryptException::Throw(code, message);
-}
 
 // Hands the pass phrase to the PEM reader. Without one it answers "none"
 // instead of letting OpenSSL prompt on the terminal.
@@ -82,10 +79,7 @@ void CryptKey::FreeKey() {
 }
 
 evp_pkey_st* CryptKey::CloneKey(evp_pkey_st* key) {
-    if (key == nullptr || EVP_PKEY_up_ref(key) != 1) {
-        return nullptr;
-    }
-    return key;
+    return UpRef(key).release();
 }
 
 CryptKey* CryptKey::CreateKey(evp_pkey_st* key) {
@@ -149,7 +143,6 @@ void CryptKey::ImportPKCS12(const unsigned char* data, long size, const char* pa
     }
     Pkcs12Ptr pkcs12 = keys::DecodePkcs12(data, size);
     if (!pkcs12) {
-        ERR_clear_error();
         Fail(ErrPkcs12Decoding);
     }
     FreeKey();

@@ -3,6 +3,7 @@
 
 #include "CryptException.h"
 #include "CryptKey.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 
 namespace TesseraLib {
@@ -46,7 +47,7 @@ CryptKeyEC::~CryptKeyEC() {
 void CryptKeyEC::RequireEc() {
     if (!IsEc(m_key)) {
         FreeKey();
-        CryptException::Throw(ErrPrivateKeyRead, L"");
+        Fail(ErrPrivateKeyRead, L"");
     }
 }
 

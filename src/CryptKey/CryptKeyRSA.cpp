@@ -5,6 +5,7 @@
 #include "CryptException.h"
 #include "CryptKey.h"
 #include "CryptKey/KeyInternals.h"
+#include "Failure.h"
 
 namespace TesseraLib {
 
@@ -58,7 +59,7 @@ void CryptKeyRSA::RequireRsa() {
     if (!IsRsa(m_key)) {
         FreeKey();
         m_privateEncrypt = nullptr;
-        CryptException::Throw(ErrPrivateKeyRead, L"");
+        Fail(ErrPrivateKeyRead, L"");
     }
     m_privateEncrypt = MethodPrivateEncrypt(m_key);
 }
@@ -127,11 +128,10 @@ CryptKey::cptKeyType CryptKeyRSA::GetKeyType() const {
 
 void CryptKeyRSA::SetPrivateEncryptCallback(PrivateEncryptFunction callback) {
     if (!IsRsa(m_key)) {
-        CryptException::Throw(ErrPrivateKeyRead, L"");
+        Fail(ErrPrivateKeyRead, L"");
     }
     if (!keys::InstallPrivateEncrypt(m_key, callback)) {
-        ERR_clear_error();
-        CryptException::Throw(ErrInternal, L"");
+        Fail(ErrInternal, L"");
     }
     m_privateEncrypt = callback;
 }

@@ -12,18 +12,16 @@
 #include <ctime>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "SignedCms.h"
 #include "SignerCms.h"
-#include "cms/CmsFailure.h"
 #include "cms/CmsSigning.h"
 
 namespace TesseraLib {
 
 namespace {
-
-using cms::Fail;
 
 // Octets of the length field of a content of `n` bytes.
 long LengthOctets(long n) {
@@ -250,12 +248,9 @@ long QOR_PKCS7_GetSignSize(X509* cert, EVP_PKEY* key, STACK_OF(X509) * certs, BI
 unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
                                       int detached) const {
     const X509Certificate& certificate = signer.GetCertificate();
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(
-            LogLevel::Info, L"EstimateSize(CertSN:%ls CertIssuer:%ls Type:%ld Detached:%ls)",
-            cmssign::SerialText(certificate).c_str(), certificate.GetIssuerStringX500(0).c_str(),
-            static_cast<long>(type), detached != 0 ? L"TRUE" : L"FALSE");
-    }
+    TLOG_INFO(m_log, L"EstimateSize(CertSN:%ls CertIssuer:%ls Type:%ld Detached:%ls)",
+              cmssign::SerialText(certificate).c_str(), certificate.GetIssuerStringX500(0).c_str(),
+              static_cast<long>(type), detached != 0 ? L"TRUE" : L"FALSE");
     if (detached == 0 && m_aContent.GetSize() == 0) {
         Fail(m_log.get(), L"EstimateSize: Signed content not set - m_aContent is empty",
              ErrNoContent);
@@ -284,11 +279,9 @@ unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
         QOR_PKCS7_GetSignSize(certificate.GetX509(), key->GetKeyEVP(), certs.get(), content.get(),
                               cmssign::SignFlags(signer, detached), md, nullptr, nullptr);
     if (size <= 0) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"EstimateSize: Failed to estimate signature size.");
-            if (size < 0) {
-                m_log->WriteCryptoErrors("EstimateSize: QOR_PKCS7_GetSignSize() failed.");
-            }
+        TLOG_ERROR(m_log, L"EstimateSize: Failed to estimate signature size.");
+        if (size < 0) {
+            TLOG_CRYPTO_ERRORS(m_log, "EstimateSize: QOR_PKCS7_GetSignSize() failed.");
         }
         ERR_clear_error();
         return 0;

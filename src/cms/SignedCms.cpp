@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OcspException.h"
 #include "OpenSslPtr.h"
 #include "QorDer.h"
-#include "cms/CmsFailure.h"
 #include "cms/CmsOid.h"
 #include "cms/CmsRevocationInfo.h"
 
@@ -34,9 +34,6 @@ constexpr const wchar_t* kChannelName = L"SignedCms";
 constexpr const char* kOidData = "1.2.840.113549.1.7.1";
 constexpr const char* kOidTstInfo = "1.2.840.113549.1.9.16.1.4";
 
-using cms::Fail;
-using cms::FailCrypto;
-
 qorstd::QorArray<unsigned char> ToArray(const std::vector<unsigned char>& bytes) {
     return qorstd::QorArray<unsigned char>(bytes.data(), static_cast<unsigned int>(bytes.size()));
 }
@@ -45,10 +42,10 @@ qorstd::QorArray<unsigned char> ToArray(const std::vector<unsigned char>& bytes)
 // or subject key identifier; -1 otherwise.
 int CompareSignerCertificate(CMS_SignerInfo* signer, X509* cert) {
     if (signer == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pSignerId==NULL");
+        Fail(ErrInvalidParameter, L"pSignerId==NULL");
     }
     if (cert == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCert==NULL");
+        Fail(ErrInvalidParameter, L"pCert==NULL");
     }
     ASN1_OCTET_STRING* keyId = nullptr;
     X509_NAME* issuer = nullptr;
@@ -81,10 +78,10 @@ int CompareSignerCertificate(CMS_SignerInfo* signer, X509* cert) {
 std::unique_ptr<qorstd::QorVector<SignedCms::SignerInfo>> CreateSignerInfos(
     const SignedCms* parent, STACK_OF(CMS_SignerInfo) * signers, STACK_OF(X509) * candidates) {
     if (parent == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"SignedCms - pSignedCms=NULL");
+        Fail(ErrInvalidParameter, L"SignedCms - pSignedCms=NULL");
     }
     if (signers == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"SignedCms - pSigners=NULL");
+        Fail(ErrInvalidParameter, L"SignedCms - pSigners=NULL");
     }
     auto infos = std::make_unique<qorstd::QorVector<SignedCms::SignerInfo>>();
     const int count = sk_CMS_SignerInfo_num(signers);
@@ -96,7 +93,7 @@ std::unique_ptr<qorstd::QorVector<SignedCms::SignerInfo>> CreateSignerInfos(
         for (int c = 0; cert == nullptr && c < candidateCount; ++c) {
             X509* candidate = sk_X509_value(candidates, c);
             if (candidate == nullptr) {
-                CryptException::Throw(ErrInternal, L"");
+                Fail(ErrInternal, L"");
             }
             if (CompareSignerCertificate(signer, candidate) == 0) {
                 cert = candidate;
@@ -206,19 +203,24 @@ void SignedCms::Decode(const unsigned char* message, long size) {
 }
 
 void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"Decoding...");
-    }
+    TLOG_DEBUG(m_log, L"Decoding...");
     if (message.GetSize() == 0) {
         Fail(m_log.get(), L"Decode: Bad parameter - msg is empty.", ErrInvalidParameter,
              L"SignedCms - Crypto message is empty.");
     }
     FreeCms(0);
-    // Bytes after the message are refused like any other bad input.
-    CmsContentInfoPtr cms =
-        DecodeWhole<CmsContentInfoPtr>(d2i_CMS_ContentInfo, message.GetData(), message.GetSize());
+    // Signatures embedded in other formats come padded to a reserved size
+    // (PDF signature fields are the common case): the message is the first
+    // DER object, and what follows it is not part of it.
+    std::size_t consumed = 0;
+    CmsContentInfoPtr cms = DecodeFirst<CmsContentInfoPtr>(
+        d2i_CMS_ContentInfo, message.GetData(), message.GetSize(), &consumed);
     if (!cms) {
         FailCrypto(m_log.get(), "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
+    }
+    if (consumed < message.GetSize()) {
+        TLOG_DEBUG(m_log, L"Decode: %u bytes after the message ignored.",
+                   static_cast<unsigned>(message.GetSize() - consumed));
     }
     m_pCms = cms.release();
     try {
@@ -234,9 +236,7 @@ void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
 }
 
 qorstd::QorArray<unsigned char> SignedCms::Encode() const {
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"Encoding...");
-    }
+    TLOG_DEBUG(m_log, L"Encoding...");
     if (m_pCms == nullptr) {
         return qorstd::QorArray<unsigned char>();
     }
@@ -281,9 +281,7 @@ unsigned long OwnMessageVersion(CMS_ContentInfo* cms) {
 }  // namespace
 
 void SignedCms::ParseCms(CMS_ContentInfo* cms) {
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"Parsing...");
-    }
+    TLOG_DEBUG(m_log, L"Parsing...");
     if (cms == nullptr) {
         Fail(m_log.get(), L"ParseCms: Bad parameter - pCms is null", ErrInvalidParameter,
              L"SignedCms - pCms=NULL");
@@ -438,10 +436,7 @@ void SignedCms::UpdateSignerCms(const SignerInfo& info) {
 // ---------------------------------------------------------------- detaching
 
 void SignedCms::SetDetached(int detached) {
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"SetDetached(Detached:%ls)",
-                           detached != 0 ? L"TRUE" : L"FALSE");
-    }
+    TLOG_INFO(m_log, L"SetDetached(Detached:%ls)", detached != 0 ? L"TRUE" : L"FALSE");
     const int wanted = detached != 0 ? 1 : 0;
     if (wanted == (m_detached != 0 ? 1 : 0)) {
         return;

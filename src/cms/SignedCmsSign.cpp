@@ -19,6 +19,7 @@
 
 #include "CryptException.h"
 #include "CryptUtils.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "QorTextConv.h"
@@ -27,7 +28,6 @@
 #include "X509Chain.h"
 #include "X509ChainPolicy.h"
 #include "X509Store.h"
-#include "cms/CmsFailure.h"
 #include "cms/CmsSigning.h"
 #include "x509/X509Bytes.h"
 
@@ -52,9 +52,6 @@ constexpr int kCkrFunctionCanceled = 0x50;
 constexpr int kCkrMechanismInvalid = 0x70;
 constexpr int kCkrPinIncorrect = 0xA0;
 constexpr int kCkrPinLocked = 0xA4;
-
-using cms::Fail;
-using cms::FailCrypto;
 
 // The code a failed completion stands for. A token key's engine queues the
 // PKCS #11 return value as the reason of an error of its own library, whose
@@ -135,7 +132,7 @@ void PushUnique(STACK_OF(X509) * certs, X509Ptr cert, const X509* left) {
         return;
     }
     if (sk_X509_push(certs, cert.get()) <= 0) {
-        CryptException::Throw(ErrOutOfMemory, L"");
+        Fail(ErrOutOfMemory, L"");
     }
     cert.release();
 }
@@ -369,12 +366,9 @@ qorstd::QorStringW SerialText(const X509Certificate& certificate) {
 
 void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
     const X509Certificate& certificate = signer.GetCertificate();
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(
-            LogLevel::Info, L"Sign(Signer:%ls CertSN:%ls CertIssuer:%ls Detached:%ls)",
-            certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
-            certificate.GetIssuerStringX500(0).c_str(), detached != 0 ? L"TRUE" : L"FALSE");
-    }
+    TLOG_INFO(m_log, L"Sign(Signer:%ls CertSN:%ls CertIssuer:%ls Detached:%ls)",
+              certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
+              certificate.GetIssuerStringX500(0).c_str(), detached != 0 ? L"TRUE" : L"FALSE");
     if (m_aContent.GetSize() == 0) {
         Fail(m_log.get(), L"Sign: Signed content not set - m_aContent is empty", ErrNoContent);
     }
@@ -404,12 +398,9 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
 void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
                            const qorstd::QorArray<unsigned char>& hash) {
     const X509Certificate& certificate = signer.GetCertificate();
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"SignDigest(Signer:%ls CertSN:%ls CertIssuer:%ls)",
-                           certificate.GetSubjectStringX500(0).c_str(),
-                           cmssign::SerialText(certificate).c_str(),
-                           certificate.GetIssuerStringX500(0).c_str());
-    }
+    TLOG_INFO(m_log, L"SignDigest(Signer:%ls CertSN:%ls CertIssuer:%ls)",
+              certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
+              certificate.GetIssuerStringX500(0).c_str());
     if (hash.GetSize() == 0) {
         Fail(m_log.get(), L"SignDigest: Bad parameter - hash is empty", ErrInvalidParameter,
              L"SignedCms - hash is empty.");
@@ -439,12 +430,9 @@ void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
 
 void SignedCms::CoSign(const SignerCms& signer) {
     const X509Certificate& certificate = signer.GetCertificate();
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"CoSign(Signer:%ls CertSN:%ls CertIssuer:%ls)",
-                           certificate.GetSubjectStringX500(0).c_str(),
-                           cmssign::SerialText(certificate).c_str(),
-                           certificate.GetIssuerStringX500(0).c_str());
-    }
+    TLOG_INFO(m_log, L"CoSign(Signer:%ls CertSN:%ls CertIssuer:%ls)",
+              certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
+              certificate.GetIssuerStringX500(0).c_str());
     if (m_pCms == nullptr) {
         Fail(m_log.get(), L"CoSign: CMS not present - m_pCms is null", ErrNoMessage);
     }
@@ -523,7 +511,7 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
     }
     X509StackPtr certs(sk_X509_new_null());
     if (!certs) {
-        CryptException::Throw(ErrOutOfMemory, L"");
+        Fail(ErrOutOfMemory, L"");
     }
     // A signer left out here is added by the signer step: a copy in the list
     // (from the extra list, say) would make OpenSSL refuse the message.
@@ -589,9 +577,7 @@ void SignedCms::AddSignerCertificates(CMS_ContentInfo* cms, const SignerCms& sig
     }
     X509StackPtr certs(EnumSignerCertificates(signer, 0));
     if (sk_X509_num(certs.get()) <= 0) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->Write(LogLevel::Debug, L"AddSignerCertificates: No certificates added.");
-        }
+        TLOG_DEBUG(m_log, L"AddSignerCertificates: No certificates added.");
         return;
     }
     X509StackPtr present(CMS_get1_certs(cms));
@@ -781,12 +767,8 @@ int SignedCms::AddSigningTime(CMS_SignerInfo* signer, ASN1_STRING* time) {
 
 // Signature time-stamps arrive with the time-stamp support.
 void SignedCms::SignerInfo::Upgrade(cptCmsType /*type*/, const QorTsp2Lib::TspClient* /*client*/) {
-    if (m_log && m_log->IsErrorEnabled()) {
-        m_log->Write(LogLevel::Error, L"Upgrade: Signature time-stamps are not implemented.");
-    }
-    CryptException::Throw(
-        ErrNotImplemented,
-        L"SignedCms::SignerInfo::Upgrade - signature time-stamps not implemented");
+    Fail(m_log, L"Upgrade: Signature time-stamps are not implemented.", ErrNotImplemented,
+         L"SignedCms::SignerInfo::Upgrade - signature time-stamps not implemented");
 }
 
 }  // namespace TesseraLib

@@ -15,6 +15,7 @@
 #include "CryptException.h"
 #include "CryptUtils.h"
 #include "ExceptionRecording.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OcspException.h"
 #include "OpenSslPtr.h"
@@ -25,7 +26,6 @@
 #include "VerificationData.h"
 #include "VerifierCms.h"
 #include "X509Chain.h"
-#include "cms/CmsFailure.h"
 #include "x509/X509Bytes.h"
 
 namespace TesseraLib {
@@ -34,15 +34,6 @@ namespace {
 
 const wchar_t kNullSigner[] = L"SignedCms::SignerInfo - pSigner = NULL";
 const wchar_t kNullDigest[] = L"SignedCms::SignerInfo - pContentDigest = NULL";
-
-// Unlike cms::Fail, leaves OpenSSL's error queue alone: what OpenSSL
-// reported has been logged, and the queue emptied, by LogCryptoErrors.
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    CryptException::Throw(code, message);
-}
-
-using cms::LogCryptoErrors;
-using cms::LogLine;
 
 // Lends the verifier's candidate certificates to the certificate check for
 // the length of one verification.
@@ -137,12 +128,11 @@ X509* AttachedSignerCertificate(const CMS_SignerInfo* signer) {
 // The signer's signature over its signed attributes, when it has any: what
 // VerifySignature checks before the content (or its digest).
 void VerifySignedAttributes(const LogChannel* log, const CMS_SignerInfo* signer) {
-    LogLine(log, LogLevel::Debug, L"VerifySignature()");
+    TLOG_DEBUG(log, L"VerifySignature()");
     ERR_clear_error();
     CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
     if (CMS_signed_get_attr_count(si) > 0 && CMS_SignerInfo_verify(si) <= 0) {
-        LogCryptoErrors(log, "VerifySignature: CMS_SignerInfo_verify failed.");
-        Fail(ErrSignatureVerification);
+        FailCrypto(log, "VerifySignature: CMS_SignerInfo_verify failed.", ErrSignatureVerification);
     }
 }
 
@@ -151,7 +141,7 @@ void LogOperationError(const LogChannel* log, const wchar_t* operation, const wc
     qorstd::QorStringW line(operation);
     line.append(L": ");
     line.append(text);
-    LogLine(log, LogLevel::Error, line.c_str());
+    TLOG_ERROR(log, line.c_str());
 }
 
 // The signers a whole-message check goes through, after its log line:
@@ -160,10 +150,8 @@ void LogOperationError(const LogChannel* log, const wchar_t* operation, const wc
 qorstd::QorVector<SignedCms::SignerInfo>& MessageSigners(
     const LogChannel* log, const wchar_t* operation, const VerifierCms& verifier,
     const CMS_ContentInfo* cms, qorstd::QorVector<SignedCms::SignerInfo>* signers) {
-    if (log != nullptr && log->IsInfoEnabled()) {
-        log->WriteFormat(LogLevel::Info, L"%ls(VerifyOption:%d)", operation,
-                         static_cast<int>(verifier.GetVerifyOption()));
-    }
+    TLOG_INFO(log, L"%ls(VerifyOption:%d)", operation,
+              static_cast<int>(verifier.GetVerifyOption()));
     if (cms == nullptr) {
         LogOperationError(log, operation, L"CMS not present - m_pCms is null");
         Fail(ErrNoMessage);
@@ -221,10 +209,8 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
                                          cptCmsType type) {
     const LogChannel* log = m_log.get();
     const VerifierCms::cptVerifyOption option = verifier.GetVerifyOption();
-    if (log != nullptr && log->IsInfoEnabled()) {
-        log->WriteFormat(LogLevel::Info, L"%ls(Signer:%ls VerifyOption:%d)", operation,
-                         m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
-    }
+    TLOG_INFO(log, L"%ls(Signer:%ls VerifyOption:%d)", operation,
+              m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
     const auto logError = [log, operation](const wchar_t* text) {
         LogOperationError(log, operation, text);
     };
@@ -314,22 +300,18 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
 
 void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier) {
     const VerifierCms::cptVerifyOption option = verifier.GetVerifyOption();
-    if (m_log && m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"VerifySignerCertificate(Signer:%ls VerifyOption:%d)",
-                           m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
-    }
+    TLOG_INFO(m_log, L"VerifySignerCertificate(Signer:%ls VerifyOption:%d)",
+              m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
     m_verificationData.reset(new VerificationData());
     if (m_pSigner == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifySignerCertificate: Signer is not present.");
-        Fail(ErrNoSigner);
+        Fail(m_log.get(), L"VerifySignerCertificate: Signer is not present.", ErrNoSigner);
     }
     const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
     if (certificate == nullptr) {
         certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
         if (certificate == nullptr) {
-            LogLine(m_log.get(), LogLevel::Error,
-                    L"VerifySignerCertificate: Signer's certificate not found.");
-            Fail(ErrSignerCertNotFound);
+            Fail(m_log.get(), L"VerifySignerCertificate: Signer's certificate not found.",
+                 ErrSignerCertNotFound);
         }
         CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
     }
@@ -345,8 +327,7 @@ void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier)
 
 void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer) const {
     if (signer == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pSigner is null");
-        Fail(ErrInternal, kNullSigner);
+        Fail(m_log.get(), L"VerifySignature: pSigner is null", ErrInternal, kNullSigner);
     }
     VerifySignedAttributes(m_log.get(), signer);
     VerifyContent(signer);
@@ -356,27 +337,23 @@ void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer,
                                             const unsigned char* digest,
                                             unsigned int length) const {
     if (signer == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pSigner is null");
-        Fail(ErrInternal, kNullSigner);
+        Fail(m_log.get(), L"VerifySignature: pSigner is null", ErrInternal, kNullSigner);
     }
     if (digest == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifySignature: pContentDigest is null");
-        Fail(ErrInternal, kNullDigest);
+        Fail(m_log.get(), L"VerifySignature: pContentDigest is null", ErrInternal, kNullDigest);
     }
     VerifySignedAttributes(m_log.get(), signer);
     VerifyContent(signer, digest, length);
 }
 
 void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer) const {
-    LogLine(m_log.get(), LogLevel::Debug, L"VerifyContent()");
+    TLOG_DEBUG(m_log.get(), L"VerifyContent()");
     if (signer == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pSigner is null");
-        Fail(ErrInternal, kNullSigner);
+        Fail(m_log.get(), L"VerifyContent: pSigner is null", ErrInternal, kNullSigner);
     }
     CMS_ContentInfo* cms = m_parent != nullptr ? m_parent->GetCms() : nullptr;
     if (cms == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: CMS not present - m_pCms is null");
-        Fail(ErrNoMessage);
+        Fail(m_log.get(), L"VerifyContent: CMS not present - m_pCms is null", ErrNoMessage);
     }
     BioPtr content;
     if (m_parent->IsDetached()) {
@@ -385,44 +362,36 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer) const {
         content.reset(BIO_new_mem_buf(bytes.IsEmpty() ? &kNothing : bytes.GetData(),
                                       static_cast<int>(bytes.GetSize())));
         if (!content) {
-            LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pBioContent=NULL");
-            Fail(ErrOutOfMemory);
+            Fail(m_log.get(), L"VerifyContent: pBioContent=NULL", ErrOutOfMemory);
         }
     } else {
         ASN1_OCTET_STRING** embedded = CMS_get0_content(cms);
         if (embedded == nullptr || *embedded == nullptr || ASN1_STRING_length(*embedded) <= 0) {
-            LogLine(m_log.get(), LogLevel::Error,
-                    L"VerifyContent: CMS_get0_content() is null or empty");
-            Fail(ErrNoContent);
+            Fail(m_log.get(), L"VerifyContent: CMS_get0_content() is null or empty", ErrNoContent);
         }
     }
     ERR_clear_error();
     const ContentChain chain(CMS_dataInit(cms, content.get()), content.get());
     if (chain.get() == nullptr) {
-        LogCryptoErrors(m_log.get(), "VerifyContent: CMS_dataInit() failed.");
-        Fail(ErrInternal);
+        FailCrypto(m_log.get(), "VerifyContent: CMS_dataInit() failed.", ErrInternal);
     }
     if (!CmsCopyContent(chain.get())) {
-        LogCryptoErrors(m_log.get(), "VerifyContent: CmsCopyContent() failed.");
-        Fail(ErrInternal);
+        FailCrypto(m_log.get(), "VerifyContent: CmsCopyContent() failed.", ErrInternal);
     }
     if (CMS_SignerInfo_verify_content(const_cast<CMS_SignerInfo*>(signer), chain.get()) <= 0) {
         const int code = ContentFailureCode(ERR_peek_error());
-        LogCryptoErrors(m_log.get(), "VerifyContent: CMS_SignerInfo_verify_content() failed.");
-        Fail(code);
+        FailCrypto(m_log.get(), "VerifyContent: CMS_SignerInfo_verify_content() failed.", code);
     }
 }
 
 void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const unsigned char* digest,
                                           unsigned int length) const {
-    LogLine(m_log.get(), LogLevel::Debug, L"VerifyContent()");
+    TLOG_DEBUG(m_log.get(), L"VerifyContent()");
     if (signer == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pSigner is null");
-        Fail(ErrInternal, kNullSigner);
+        Fail(m_log.get(), L"VerifyContent: pSigner is null", ErrInternal, kNullSigner);
     }
     if (digest == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: pContentDigest is null");
-        Fail(ErrInternal, kNullDigest);
+        Fail(m_log.get(), L"VerifyContent: pContentDigest is null", ErrInternal, kNullDigest);
     }
     CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
     if (CMS_signed_get_attr_count(si) > 0) {
@@ -431,18 +400,15 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const un
             static_cast<const ASN1_OCTET_STRING*>(CMS_signed_get0_data_by_OBJ(
                 si, OBJ_nid2obj(NID_pkcs9_messageDigest), -3, V_ASN1_OCTET_STRING));
         if (attribute == nullptr) {
-            LogLine(m_log.get(), LogLevel::Error,
-                    L"VerifyContent: Error reading message digest attribute.");
-            Fail(ErrInvalidMessageFormat);
+            Fail(m_log.get(), L"VerifyContent: Error reading message digest attribute.",
+                 ErrInvalidMessageFormat);
         }
         if (static_cast<unsigned int>(ASN1_STRING_length(attribute)) != length) {
-            LogLine(m_log.get(), LogLevel::Error,
-                    L"VerifyContent: Message digest attribute wrong length.");
-            Fail(ErrHashMismatch);
+            Fail(m_log.get(), L"VerifyContent: Message digest attribute wrong length.",
+                 ErrHashMismatch);
         }
         if (std::memcmp(ASN1_STRING_get0_data(attribute), digest, length) != 0) {
-            LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Message digest compare failed.");
-            Fail(ErrHashMismatch);
+            Fail(m_log.get(), L"VerifyContent: Message digest compare failed.", ErrHashMismatch);
         }
         return;
     }
@@ -452,64 +418,53 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const un
     EVP_PKEY* key = nullptr;
     CMS_SignerInfo_get0_algs(si, &key, nullptr, &digestAlgorithm, nullptr);
     if (digestAlgorithm == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Digest algorithm is null.");
-        Fail(ErrInvalidMessageFormat);
+        Fail(m_log.get(), L"VerifyContent: Digest algorithm is null.", ErrInvalidMessageFormat);
     }
     const ASN1_OBJECT* digestObject = nullptr;
     X509_ALGOR_get0(&digestObject, nullptr, nullptr, digestAlgorithm);
     const EVP_MD* md = digestObject != nullptr ? EVP_get_digestbyobj(digestObject) : nullptr;
     if (md == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Unknown digest algorithm.");
-        Fail(ErrAlgorithmNotSupported);
+        Fail(m_log.get(), L"VerifyContent: Unknown digest algorithm.", ErrAlgorithmNotSupported);
     }
     if (key == nullptr && m_certificate.GetX509() != nullptr) {
         key = X509_get0_pubkey(m_certificate.GetX509());
     }
     if (key == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"VerifyContent: Signer's certificate not found.");
-        Fail(ErrSignerCertNotFound);
+        Fail(m_log.get(), L"VerifyContent: Signer's certificate not found.", ErrSignerCertNotFound);
     }
     ERR_clear_error();
     EvpPkeyCtxPtr context(EVP_PKEY_CTX_new(key, nullptr));
     if (!context || EVP_PKEY_verify_init(context.get()) <= 0) {
-        LogCryptoErrors(m_log.get(), "VerifyContent: EVP_PKEY_verify_init failed.");
-        Fail(ErrInternal);
+        FailCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify_init failed.", ErrInternal);
     }
     if (EVP_PKEY_CTX_set_signature_md(context.get(), md) <= 0) {
-        LogCryptoErrors(m_log.get(), "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.");
-        Fail(ErrInternal);
+        FailCrypto(m_log.get(), "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.",
+                   ErrInternal);
     }
     const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(si);
     if (signature == nullptr ||
         EVP_PKEY_verify(context.get(), ASN1_STRING_get0_data(signature),
                         static_cast<size_t>(ASN1_STRING_length(signature)), digest, length) != 1) {
-        LogCryptoErrors(m_log.get(), "VerifyContent: EVP_PKEY_verify() failed.");
-        Fail(ErrInvalidSignature);
+        FailCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify() failed.", ErrInvalidSignature);
     }
 }
 
 void SignedCms::SignerInfo::VerifyContentType(const qorstd::QorString& oid) const {
-    if (m_log && m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"VerifyContentType(OID:%ls)",
-                           x509::Widen(oid).c_str());
-    }
+    TLOG_DEBUG(m_log, L"VerifyContentType(OID:%ls)", x509::Widen(oid).c_str());
     if (oid.empty()) {
-        LogLine(m_log.get(), LogLevel::Error,
-                L"VerifyContentType: SignerInfo.contentType is empty");
-        Fail(ErrContentTypeAttrNotFound);
+        Fail(m_log.get(), L"VerifyContentType: SignerInfo.contentType is empty",
+             ErrContentTypeAttrNotFound);
     }
     if (m_parent == nullptr || oid.compare(m_parent->GetContentType().c_str()) != 0) {
-        LogLine(m_log.get(), LogLevel::Error,
-                L"VerifyContentType: SignerInfo.contentType not equals CMS contentType");
-        Fail(ErrContentTypeMismatch);
+        Fail(m_log.get(), L"VerifyContentType: SignerInfo.contentType not equals CMS contentType",
+             ErrContentTypeMismatch);
     }
 }
 
 const x509_st* SignedCms::SignerInfo::FindSignerCertificate(
     const CMS_SignerInfo* signer, const qorstd::QorVector<X509Certificate>* candidates) {
     if (signer == nullptr) {
-        LogLine(m_log.get(), LogLevel::Error, L"FindSignerCertificate: Signer is not present.");
-        Fail(ErrNoSigner);
+        Fail(m_log.get(), L"FindSignerCertificate: Signer is not present.", ErrNoSigner);
     }
     if (m_certificate.GetX509() != nullptr) {
         return m_certificate.GetX509();
@@ -522,8 +477,8 @@ const x509_st* SignedCms::SignerInfo::FindSignerCertificate(
     for (unsigned int i = 0; i < candidates->GetSize(); ++i) {
         X509* candidate = (*candidates)[i].GetX509();
         if (candidate == nullptr) {
-            LogLine(m_log.get(), LogLevel::Error, L"FindSignerCertificate: cert.GetX509()=NULL");
-            Fail(ErrInvalidParameter, L"verifier.GetSignerCertificates().GetX509()==NULL");
+            Fail(m_log.get(), L"FindSignerCertificate: cert.GetX509()=NULL", ErrInvalidParameter,
+                 L"verifier.GetSignerCertificates().GetX509()==NULL");
         }
         // The last match wins.
         if (CMS_SignerInfo_cert_cmp(si, candidate) == 0) {
@@ -554,8 +509,7 @@ void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
             issuer.reset(new X509Certificate(*found));
             certOption = X509Certificate::cptVerifyIssuerSignature;
         } else {
-            LogLine(m_log.get(), LogLevel::Debug,
-                    L"VerifyCertificate: Issuer not found - time validity only.");
+            TLOG_DEBUG(m_log.get(), L"VerifyCertificate: Issuer not found - time validity only.");
         }
     }
     if (!m_verificationData) {
@@ -576,22 +530,22 @@ void SignedCms::SignerInfo::VerifyTimeStamp(const TimeStampAttribute& /*timeStam
                                             const qorstd::QorArray<unsigned char>& /*source*/,
                                             const VerifierCades& /*verifier*/,
                                             std::int64_t* /*time*/) {
-    LogLine(m_log.get(), LogLevel::Error, L"VerifyTimeStamp: Not implemented.");
-    Fail(ErrNotImplemented, L"VerifyTimeStamp: VerifierTimeStamp");
+    Fail(m_log.get(), L"VerifyTimeStamp: Not implemented.", ErrNotImplemented,
+         L"VerifyTimeStamp: VerifierTimeStamp");
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamp(
     TimeStampVerificationData* /*data*/, const qorstd::QorArray<unsigned char>& /*source*/,
     const VerifierCades& /*verifier*/) {
-    LogLine(m_log.get(), LogLevel::Error, L"VerifySignatureTimeStamp: Not implemented.");
-    Fail(ErrNotImplemented, L"VerifySignatureTimeStamp: VerifierTimeStamp");
+    Fail(m_log.get(), L"VerifySignatureTimeStamp: Not implemented.", ErrNotImplemented,
+         L"VerifySignatureTimeStamp: VerifierTimeStamp");
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamps(
     qorstd::QorVector<TimeStampAttribute>& /*timeStamps*/, const VerifierCades& /*verifier*/,
     std::int64_t& /*time*/) {
-    LogLine(m_log.get(), LogLevel::Error, L"VerifySignatureTimeStamps: Not implemented.");
-    Fail(ErrNotImplemented, L"VerifySignatureTimeStamps: VerifierCades");
+    Fail(m_log.get(), L"VerifySignatureTimeStamps: Not implemented.", ErrNotImplemented,
+         L"VerifySignatureTimeStamps: VerifierCades");
 }
 
 }  // namespace TesseraLib

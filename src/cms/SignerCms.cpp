@@ -2,14 +2,7 @@
 
 namespace TesseraLib {
 
-SignerCms::SignerCms()
-    : m_trustStore(nullptr),
-      m_extraStore(nullptr),
-      m_hashAlgorithm(CryptHash::cptHashNone),
-      m_includeOption(cptIncludeNone),
-      m_attributeOption(cptAttributeNone),
-      m_verifyOption(X509Certificate::cptVerifyTimeValidity),
-      m_tspClient(nullptr) {}
+SignerCms::SignerCms() = default;
 
 SignerCms::SignerCms(const X509Certificate& certificate) : SignerCms() {
     m_certificate = certificate;
@@ -18,15 +11,7 @@ SignerCms::SignerCms(const X509Certificate& certificate) : SignerCms() {
 SignerCms::~SignerCms() {}
 
 void SignerCms::Reset() {
-    m_certificate.Reset();
-    m_certificates.RemoveAll();
-    m_trustStore = nullptr;
-    m_extraStore = nullptr;
-    m_hashAlgorithm = CryptHash::cptHashNone;
-    m_includeOption = cptIncludeNone;
-    m_attributeOption = cptAttributeNone;
-    m_verifyOption = X509Certificate::cptVerifyTimeValidity;
-    m_tspClient = nullptr;
+    SignerCms::operator=(SignerCms());
 }
 
 }  // namespace TesseraLib

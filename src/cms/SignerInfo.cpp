@@ -8,13 +8,13 @@
 
 #include "CryptException.h"
 #include "CryptHash.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
 #include "SignedCms.h"
 #include "X509Attribute.h"
 #include "X509Chain.h"
-#include "cms/CmsFailure.h"
 #include "cms/CmsOid.h"
 #include "x509/X509Bytes.h"
 
@@ -24,9 +24,6 @@ namespace {
 
 constexpr const wchar_t* kChannelName = L"SignedCms.SignerInfo";
 constexpr const wchar_t* kNoSigner = L"SignedCms::SignerInfo - m_pSigner = NULL";
-
-using cms::Fail;
-using cms::FailCrypto;
 
 // The signer handle OpenSSL's getters want; they only read it.
 CMS_SignerInfo* Mutable(const CMS_SignerInfo* signer) {
@@ -85,7 +82,7 @@ int CountUnsigned(const CMS_SignerInfo* signer, int nid) {
 // when that value is no OBJECT IDENTIFIER.
 qorstd::QorString ParseContentType(const X509_ATTRIBUTE* attr) {
     if (attr == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"SignedCms.SignerInfo - pContentType = NULL");
+        Fail(ErrInvalidParameter, L"SignedCms.SignerInfo - pContentType = NULL");
     }
     const ASN1_TYPE* value = X509_ATTRIBUTE_get0_type(const_cast<X509_ATTRIBUTE*>(attr), 0);
     if (value == nullptr || value->type != V_ASN1_OBJECT) {

@@ -7,11 +7,11 @@
 #include <cstring>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "TspException.h"
-#include "cms/CmsFailure.h"
 
 namespace qorstd {
 template class QorVector<TesseraLib::TimeStampAttribute>;
@@ -26,18 +26,15 @@ constexpr const wchar_t* kChannelName = L"TimeStampAttribute";
 constexpr const char* kOidSignatureTimeStamp = "1.2.840.113549.1.9.16.2.14";
 constexpr const char* kOidArchiveTimeStampV3 = "0.4.0.1733.2.4";
 
-using cms::Fail;
-
 // A signature time-stamp attribute whose one value is the token DER.
 X509_ATTRIBUTE* CreateTokenAttribute(const unsigned char* der, unsigned int length) {
     if (der == nullptr || length == 0 || length > 0x7FFFFFFFu) {
-        CryptException::Throw(ErrInvalidParameter, L"token is empty");
+        Fail(ErrInvalidParameter, L"token is empty");
     }
     X509_ATTRIBUTE* attr = X509_ATTRIBUTE_create_by_NID(
         nullptr, NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE, der, static_cast<int>(length));
     if (attr == nullptr) {
-        ERR_clear_error();
-        CryptException::Throw(ErrAsn1Encoding, L"");
+        Fail(ErrAsn1Encoding, L"");
     }
     return attr;
 }
@@ -122,7 +119,7 @@ void TimeStampAttribute::Decode(const x509_attributes_st* attr) {
 TimeStampAttribute TimeStampAttribute::CreateFromTimeStamp(const QorTsp2Lib::TspTimeStamp& stamp) {
     const QorTsp2Lib::TspArray<unsigned char> token = stamp.Encode(0);
     if (token.GetSize() == 0) {
-        CryptException::Throw(ErrInvalidParameter, L"token is empty");
+        Fail(ErrInvalidParameter, L"token is empty");
     }
     TimeStampAttribute created;
     created.m_attr = CreateTokenAttribute(token.GetData(), token.GetSize());

@@ -3,20 +3,12 @@
 
 namespace TesseraLib {
 
-VerifierCms::VerifierCms()
-    : m_verifyOption(cptVerifyWholeChain),
-      m_verifyTime(0),
-      m_chainPolicy(nullptr),
-      m_compareTsTimeVerifyTime(1) {}
+VerifierCms::VerifierCms() = default;
 
 VerifierCms::~VerifierCms() {}
 
 void VerifierCms::Reset() {
-    m_verifyOption = cptVerifyWholeChain;
-    m_verifyTime = 0;
-    m_signerCertificates.RemoveAll();
-    m_chainPolicy = nullptr;
-    m_compareTsTimeVerifyTime = 1;
+    VerifierCms::operator=(VerifierCms());
 }
 
 }  // namespace TesseraLib

@@ -6,14 +6,12 @@
 #include <openssl/x509.h>
 
 #include "CryptException.h"
-#include "cms/CmsFailure.h"
+#include "Failure.h"
 #include "cms/CmsOid.h"
 
 namespace TesseraLib {
 
 namespace {
-
-using cms::Fail;
 
 X509_ATTRIBUTE* Duplicate(const X509_ATTRIBUTE* attr) {
     if (attr == nullptr) {

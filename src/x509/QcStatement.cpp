@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "QorDer.h"
 #include "x509/QcAsn1.h"
 
@@ -72,13 +73,13 @@ x509::EsiQcTypePtr DecodeQcTypeInfo(const ASN1_TYPE* info) {
         return x509::EsiQcTypePtr();
     }
     if (info->type != V_ASN1_SEQUENCE || info->value.sequence == nullptr) {
-        CryptException::Throw(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding, L"");
     }
     x509::EsiQcTypePtr decoded = qorssl::DecodeWhole<x509::EsiQcTypePtr>(
         d2i_ESI_QcType, ASN1_STRING_get0_data(info->value.sequence),
         ASN1_STRING_length(info->value.sequence));
     if (!decoded) {
-        CryptException::Throw(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding, L"");
     }
     return decoded;
 }
@@ -100,7 +101,7 @@ QcType::QcType(cptCertificateType type) : m_type(type) {}
 
 QcType::QcType(const ESI_QcType* info) : m_type(cptCertificateTypeNone) {
     if (info == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pQcType=NULL");
+        Fail(ErrInvalidParameter, L"pQcType=NULL");
     }
     // Only the first type counts: a certificate is of one kind.
     if (sk_ASN1_OBJECT_num(info) <= 0) {
@@ -108,7 +109,7 @@ QcType::QcType(const ESI_QcType* info) : m_type(cptCertificateTypeNone) {
     }
     std::string oid;
     if (!OidToText(sk_ASN1_OBJECT_value(info, 0), oid)) {
-        CryptException::Throw(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding, L"");
     }
     if (oid == kQcTypeESignOid) {
         m_type = cptCertificateTypeESign;
@@ -164,11 +165,11 @@ QcStatement::QcStatement(const char* statementId) : m_statementId(statementId), 
 
 QcStatement::QcStatement(const QC_STATEMENT_st* statement) : m_info(nullptr) {
     if (statement == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pQcStatement=NULL");
+        Fail(ErrInvalidParameter, L"pQcStatement=NULL");
     }
     std::string id;
     if (!OidToText(statement->statementId, id)) {
-        CryptException::Throw(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding, L"");
     }
     m_statementId = id.c_str();
     // Allocation failures leave the information absent; the identifier is

@@ -18,6 +18,7 @@
 #include "CryptHash.h"
 #include "CryptKey/KeyInternals.h"
 #include "CryptUtils.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
@@ -44,10 +45,6 @@ using PoliciesPtr = OpenSslPtr<CERTIFICATEPOLICIES, CERTIFICATEPOLICIES_free>;
 using ExtKeyUsagePtr = OpenSslPtr<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free>;
 using BitStringPtr = OpenSslPtr<ASN1_BIT_STRING, ASN1_BIT_STRING_free>;
 using Asn1TypePtr = OpenSslPtr<ASN1_TYPE, ASN1_TYPE_free>;
-
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    CryptException::Throw(code, message);
-}
 
 // The value of an extension decoded as exactly one `T`.
 template <class T, T* (*Decode)(T**, const unsigned char**, long), void (*Free)(T*)>
@@ -224,26 +221,17 @@ void X509Certificate::BignumDeleter::operator()(bignum_st* number) const {
 
 // ---------------------------------------------------------------- lifecycle
 
-X509Certificate::X509Certificate()
-    : m_log(std::make_unique<LogChannel>(kChannelName)),
-      m_version(0),
-      m_notBefore(0),
-      m_notAfter(0),
-      m_signatureNid(0),
-      m_keyUsage(0),
-      m_keyLength(0) {}
+X509Certificate::X509Certificate() : m_log(std::make_unique<LogChannel>(kChannelName)) {}
 
 X509Certificate::X509Certificate(const x509_st* certificate) : X509Certificate() {
     if (certificate == nullptr) {
         Fail(ErrInvalidParameter, L"pCert=NULL");
     }
     // A reference, not a duplicate: see the copy constructor.
-    X509* handle = const_cast<X509*>(certificate);
-    if (X509_up_ref(handle) != 1) {
-        ERR_clear_error();
+    m_x509.reset(UpRef(certificate).release());
+    if (!m_x509) {
         Fail(ErrOutOfMemory);
     }
-    m_x509.reset(handle);
     try {
         ParseX509();
     } catch (...) {
@@ -278,95 +266,41 @@ X509Certificate::~X509Certificate() {
 }
 
 void X509Certificate::CopyFrom(const X509Certificate& other) {
-    if (other.m_x509) {
-        if (X509_up_ref(other.m_x509.get()) != 1) {
-            ERR_clear_error();
-            Fail(ErrOutOfMemory);
-        }
-        m_x509.reset(other.m_x509.get());
+    // The handle is shared (nothing changes a certificate once read); the
+    // serial number and the key are objects of their own.
+    X509Ptr x509 = UpRef(other.m_x509.get());
+    std::unique_ptr<bignum_st, BignumDeleter> serial(
+        other.m_serial ? BN_dup(other.m_serial.get()) : nullptr);
+    if ((other.m_x509 && !x509) || (other.m_serial && !serial)) {
+        Fail(ErrOutOfMemory);
     }
-    if (other.m_serial) {
-        m_serial.reset(BN_dup(other.m_serial.get()));
-        if (!m_serial) {
-            ERR_clear_error();
-            Reset();
-            Fail(ErrOutOfMemory);
-        }
-    }
-    if (other.m_privateKey) {
-        m_privateKey.reset(CryptKey::CreateKey(other.m_privateKey->GetKeyEVP()));
-    }
-    m_version = other.m_version;
-    m_notBefore = other.m_notBefore;
-    m_notAfter = other.m_notAfter;
-    m_signatureNid = other.m_signatureNid;
-    m_subjectName = other.m_subjectName;
-    m_issuerName = other.m_issuerName;
-    m_subject = other.m_subject;
-    m_issuer = other.m_issuer;
-    m_subjectKeyId = other.m_subjectKeyId;
-    m_authorityKeyId = other.m_authorityKeyId;
-    m_braddleId = other.m_braddleId;
-    m_keyUsage = other.m_keyUsage;
-    m_extendedKeyUsages = other.m_extendedKeyUsages;
-    m_qcStatements = other.m_qcStatements;
-    m_certificatePolicies = other.m_certificatePolicies;
-    m_ocspUrl = other.m_ocspUrl;
-    m_keyLength = other.m_keyLength;
+    m_x509.reset(x509.release());
+    m_serial = std::move(serial);
+    m_privateKey.reset(other.m_privateKey ? CryptKey::CreateKey(other.m_privateKey->GetKeyEVP())
+                                          : nullptr);
+    m_decoded = other.m_decoded;
 }
 
 void X509Certificate::Reset() {
     m_x509.reset();
     m_privateKey.reset();
     m_serial.reset();
-    m_version = 0;
-    m_notBefore = 0;
-    m_notAfter = 0;
-    m_signatureNid = 0;
-    m_subjectName.Reset();
-    m_issuerName.Reset();
-    m_subject.RemoveAll();
-    m_issuer.RemoveAll();
-    m_subjectKeyId.RemoveAll();
-    m_authorityKeyId.RemoveAll();
-    m_braddleId.RemoveAll();
-    m_keyUsage = 0;
-    m_extendedKeyUsages.RemoveAll();
-    m_qcStatements.RemoveAll();
-    m_certificatePolicies.RemoveAll();
-    m_ocspUrl.clear();
-    m_keyLength = 0;
-}
-
-void X509Certificate::LogError(const wchar_t* text) const {
-    if (m_log && m_log->IsErrorEnabled()) {
-        m_log->Write(LogLevel::Error, text);
-    }
-}
-
-void X509Certificate::LogCryptoErrors(const char* text) const {
-    if (m_log && m_log->IsErrorEnabled()) {
-        m_log->WriteCryptoErrors(text);
-    }
-    ERR_clear_error();
+    m_decoded = Decoded();
 }
 
 // ------------------------------------------------------------------- import
 
 void X509Certificate::Import(const unsigned char* data, long size) {
     if (data == nullptr) {
-        LogError(L"Import: pCert is NULL");
-        Fail(ErrInvalidParameter, L"pCert=NULL");
+        Fail(m_log, L"Import: pCert is NULL", ErrInvalidParameter, L"pCert=NULL");
     }
     if (size < 1) {
-        LogError(L"Import: Invalid nSize");
-        Fail(ErrInvalidParameter, L"nSize<=0");
+        Fail(m_log, L"Import: Invalid nSize", ErrInvalidParameter, L"nSize<=0");
     }
     Reset();
     X509Ptr decoded = qorssl::DecodeWhole<X509Ptr>(d2i_X509, data, size);
     if (!decoded) {
-        LogCryptoErrors("Import: d2i_X509() failed.");
-        Fail(ErrAsn1Decoding);
+        FailCrypto(m_log, "Import: d2i_X509() failed.", ErrAsn1Decoding);
     }
     m_x509.reset(decoded.release());
     try {
@@ -379,13 +313,11 @@ void X509Certificate::Import(const unsigned char* data, long size) {
 
 void X509Certificate::ImportPEM(const char* pem) {
     if (pem == nullptr) {
-        LogError(L"ImportPEM: pCert is NULL");
-        Fail(ErrInvalidParameter, L"pszCert=NULL");
+        Fail(m_log, L"ImportPEM: pCert is NULL", ErrInvalidParameter, L"pszCert=NULL");
     }
     const std::size_t length = std::strlen(pem);
     if (length == 0) {
-        LogError(L"ImportPEM: Invalid pszCert");
-        Fail(ErrInvalidParameter, L"nCertSize=0");
+        Fail(m_log, L"ImportPEM: Invalid pszCert", ErrInvalidParameter, L"nCertSize=0");
     }
     qorstd::QorArray<unsigned char> der;
     BioPtr bio(length <= 0x7FFFFFFF ? BIO_new_mem_buf(pem, static_cast<int>(length)) : nullptr);
@@ -395,25 +327,21 @@ void X509Certificate::ImportPEM(const char* pem) {
     const int derLength = certificate ? i2d_X509(certificate.get(), &bytes) : -1;
     OpenSslBytesPtr owner(bytes);
     if (derLength <= 0 || !owner) {
-        LogCryptoErrors("ImportPEM: QOR_X509Cer_PEM2DER() failed.");
-        Fail(ErrBase64Decoding);
+        FailCrypto(m_log, "ImportPEM: QOR_X509Cer_PEM2DER() failed.", ErrBase64Decoding);
     }
     Import(owner.get(), derLength);
 }
 
 void X509Certificate::ImportPKCS12(const unsigned char* data, long size, const char* password) {
     if (data == nullptr) {
-        LogError(L"ImportPKCS12: pData is NULL");
-        Fail(ErrInvalidParameter, L"pData=NULL");
+        Fail(m_log, L"ImportPKCS12: pData is NULL", ErrInvalidParameter, L"pData=NULL");
     }
     if (size < 1) {
-        LogError(L"ImportPKCS12: Invalid nSize");
-        Fail(ErrInvalidParameter, L"nSize<=0");
+        Fail(m_log, L"ImportPKCS12: Invalid nSize", ErrInvalidParameter, L"nSize<=0");
     }
     Pkcs12Ptr pkcs12 = keys::DecodePkcs12(data, size);
     if (!pkcs12) {
-        LogCryptoErrors("ImportPKCS12: d2i_PKCS12() failed.");
-        Fail(ErrPkcs12Decoding);
+        FailCrypto(m_log, "ImportPKCS12: d2i_PKCS12() failed.", ErrPkcs12Decoding);
     }
     Reset();
     ERR_clear_error();
@@ -424,15 +352,12 @@ void X509Certificate::ImportPKCS12(const unsigned char* data, long size, const c
     X509Ptr certificateOwner(certificate);
     if (parsed != 1) {
         if (keys::TakePkcs12MacError()) {
-            LogError(L"ImportPKCS12: Incorrect password.");
-            Fail(ErrIncorrectPassword);
+            Fail(m_log, L"ImportPKCS12: Incorrect password.", ErrIncorrectPassword);
         }
-        LogError(L"ImportPKCS12: Parsing error.");
-        Fail(ErrPkcs12Parsing);
+        Fail(m_log, L"ImportPKCS12: Parsing error.", ErrPkcs12Parsing);
     }
     if (!certificateOwner) {
-        LogError(L"ImportPKCS12: Parsing certificate error.");
-        Fail(ErrPkcs12Parsing);
+        Fail(m_log, L"ImportPKCS12: Parsing certificate error.", ErrPkcs12Parsing);
     }
     m_x509.reset(certificateOwner.release());
     try {
@@ -440,8 +365,7 @@ void X509Certificate::ImportPKCS12(const unsigned char* data, long size, const c
         if (keyOwner) {
             m_privateKey.reset(CryptKey::CreateKey(keyOwner.get()));
             if (!m_privateKey) {
-                LogError(L"ImportPKCS12: Import private key error.");
-                Fail(ErrPrivateKeyRead);
+                Fail(m_log, L"ImportPKCS12: Import private key error.", ErrPrivateKeyRead);
             }
         }
     } catch (...) {
@@ -467,78 +391,66 @@ void X509Certificate::ImportPKCS12(const unsigned char* data, long size, const w
 
 void X509Certificate::ParseX509() {
     X509* certificate = m_x509.get();
-    m_version = static_cast<unsigned long>(X509_get_version(certificate));
+    m_decoded.version = static_cast<unsigned long>(X509_get_version(certificate));
 
-    if (!qortime::Asn1TimeToSeconds(X509_get0_notBefore(certificate), &m_notBefore)) {
-        LogError(L"ParseX509: Parsing notBefore failed.");
-        Fail(ErrAsn1Decoding);
+    if (!qortime::Asn1TimeToSeconds(X509_get0_notBefore(certificate), &m_decoded.notBefore)) {
+        Fail(m_log, L"ParseX509: Parsing notBefore failed.", ErrAsn1Decoding);
     }
-    if (!qortime::Asn1TimeToSeconds(X509_get0_notAfter(certificate), &m_notAfter)) {
-        LogError(L"ParseX509: Parsing notAfter failed.");
-        Fail(ErrAsn1Decoding);
+    if (!qortime::Asn1TimeToSeconds(X509_get0_notAfter(certificate), &m_decoded.notAfter)) {
+        Fail(m_log, L"ParseX509: Parsing notAfter failed.", ErrAsn1Decoding);
     }
 
     m_serial.reset(ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate), nullptr));
     if (!m_serial) {
-        LogCryptoErrors("ParseX509: Parsing serial number failed.");
-        Fail(ErrAsn1Decoding);
+        FailCrypto(m_log, "ParseX509: Parsing serial number failed.", ErrAsn1Decoding);
     }
 
-    m_signatureNid = X509_get_signature_nid(certificate);
-    if (m_signatureNid == NID_undef) {
-        LogError(L"ParseX509: Parsing signature algorithm failed.");
-        Fail(ErrAlgorithmNotSupported);
+    m_decoded.signatureNid = X509_get_signature_nid(certificate);
+    if (m_decoded.signatureNid == NID_undef) {
+        Fail(m_log, L"ParseX509: Parsing signature algorithm failed.", ErrAlgorithmNotSupported);
     }
 
-    m_keyLength = 0;
+    m_decoded.keyLength = 0;
     const EVP_PKEY* publicKey = X509_get0_pubkey(certificate);
     if (publicKey != nullptr && EVP_PKEY_get_base_id(publicKey) == EVP_PKEY_RSA) {
-        m_keyLength = EVP_PKEY_get_bits(publicKey);
-        if (m_keyLength <= 0) {
-            m_keyLength = 0;
-            LogError(L"ParseX509: Parsing key length failed.");
-            Fail(ErrAlgorithmNotSupported);
+        m_decoded.keyLength = EVP_PKEY_get_bits(publicKey);
+        if (m_decoded.keyLength <= 0) {
+            m_decoded.keyLength = 0;
+            Fail(m_log, L"ParseX509: Parsing key length failed.", ErrAlgorithmNotSupported);
         }
     }
     ERR_clear_error();
 
     // The names read the certificate's own structures and keep a reference
     // to it, instead of duplicating them.
-    if (X509_up_ref(certificate) != 1) {
-        ERR_clear_error();
+    const std::shared_ptr<const void> owner = UpRef(certificate);
+    if (!owner) {
         Fail(ErrOutOfMemory);
     }
-    const std::shared_ptr<const void> owner(certificate, [](const void* held) {
-        X509_free(static_cast<X509*>(const_cast<void*>(held)));
-    });
     const X509_NAME* subject = X509_get_subject_name(certificate);
     if (subject == nullptr) {
-        LogError(L"ParseX509: Parsing subject DN failed.");
-        Fail(ErrAsn1Decoding);
+        Fail(m_log, L"ParseX509: Parsing subject DN failed.", ErrAsn1Decoding);
     }
-    m_subjectName = X509Name(subject, owner);
-    m_subject = EncodeName(subject);
-    if (m_subject.GetSize() < 1) {
-        LogError(L"ParseX509: Parsing subject raw data failed.");
-        Fail(ErrAsn1Decoding);
+    m_decoded.subjectName = X509Name(subject, owner);
+    m_decoded.subject = EncodeName(subject);
+    if (m_decoded.subject.GetSize() < 1) {
+        Fail(m_log, L"ParseX509: Parsing subject raw data failed.", ErrAsn1Decoding);
     }
     const X509_NAME* issuer = X509_get_issuer_name(certificate);
     if (issuer == nullptr) {
-        LogError(L"ParseX509: Parsing issuer DN failed.");
-        Fail(ErrAsn1Decoding);
+        Fail(m_log, L"ParseX509: Parsing issuer DN failed.", ErrAsn1Decoding);
     }
-    m_issuerName = X509Name(issuer, owner);
-    m_issuer = EncodeName(issuer);
-    if (m_issuer.GetSize() < 1) {
-        LogError(L"ParseX509: Parsing issuer raw data failed.");
-        Fail(ErrAsn1Decoding);
+    m_decoded.issuerName = X509Name(issuer, owner);
+    m_decoded.issuer = EncodeName(issuer);
+    if (m_decoded.issuer.GetSize() < 1) {
+        Fail(m_log, L"ParseX509: Parsing issuer raw data failed.", ErrAsn1Decoding);
     }
 
     Asn1ObjectPtr braddleOid(OBJ_txt2obj(kBraddleIdOid, 1));
     const int braddleIndex =
         braddleOid ? X509_get_ext_by_OBJ(certificate, braddleOid.get(), -1) : -1;
     if (braddleIndex >= 0) {
-        m_braddleId = DecodeBraddleId(X509_get_ext(certificate, braddleIndex));
+        m_decoded.braddleId = DecodeBraddleId(X509_get_ext(certificate, braddleIndex));
     }
 
     ParseExtensions();
@@ -556,26 +468,26 @@ void X509Certificate::ParseExtensions() {
                 if (!keyId) {
                     Fail(ErrAsn1Decoding);
                 }
-                AssignBytes(keyId.get(), m_subjectKeyId);
+                AssignBytes(keyId.get(), m_decoded.subjectKeyId);
                 break;
             }
             case NID_key_usage:
-                DecodeKeyUsage(extension, m_keyUsage);
+                DecodeKeyUsage(extension, m_decoded.keyUsage);
                 break;
             case NID_certificate_policies:
-                DecodeCertificatePolicies(extension, m_certificatePolicies);
+                DecodeCertificatePolicies(extension, m_decoded.certificatePolicies);
                 break;
             case NID_authority_key_identifier: {
                 AuthorityKeyIdPtr keyId =
                     DecodeExtension<AUTHORITY_KEYID, d2i_AUTHORITY_KEYID, AUTHORITY_KEYID_free>(
                         extension);
                 if (keyId) {
-                    AssignBytes(keyId->keyid, m_authorityKeyId);
+                    AssignBytes(keyId->keyid, m_decoded.authorityKeyId);
                 }
                 break;
             }
             case NID_ext_key_usage:
-                DecodeExtendedKeyUsage(extension, m_extendedKeyUsages);
+                DecodeExtendedKeyUsage(extension, m_decoded.extendedKeyUsages);
                 break;
             case NID_info_access: {
                 AccessInfoPtr access =
@@ -586,14 +498,14 @@ void X509Certificate::ParseExtensions() {
                     if (entry != nullptr && OBJ_obj2nid(entry->method) == NID_ad_OCSP &&
                         entry->location != nullptr && entry->location->type == GEN_URI) {
                         const ASN1_IA5STRING* uri = entry->location->d.uniformResourceIdentifier;
-                        m_ocspUrl.assign(reinterpret_cast<const char*>(ASN1_STRING_get0_data(uri)),
+                        m_decoded.ocspUrl.assign(reinterpret_cast<const char*>(ASN1_STRING_get0_data(uri)),
                                          static_cast<unsigned int>(ASN1_STRING_length(uri)));
                     }
                 }
                 break;
             }
             case NID_qcStatements:
-                x509::AppendQcStatements(extension, m_qcStatements);
+                x509::AppendQcStatements(extension, m_decoded.qcStatements);
                 break;
             default:
                 break;
@@ -612,8 +524,7 @@ qorstd::QorArray<unsigned char> X509Certificate::Export() const {
     const int length = i2d_X509(m_x509.get(), &bytes);
     OpenSslBytesPtr owner(bytes);
     if (length <= 0 || !owner) {
-        LogCryptoErrors("Export: i2d_X509() failed.");
-        Fail(ErrAsn1Encoding);
+        FailCrypto(m_log, "Export: i2d_X509() failed.", ErrAsn1Encoding);
     }
     der.Assign(owner.get(), static_cast<unsigned int>(length));
     return der;
@@ -628,8 +539,7 @@ qorstd::QorString X509Certificate::ExportPEM() const {
     long length = 0;
     if (!bio || PEM_write_bio_X509(bio.get(), m_x509.get()) != 1 ||
         (length = BIO_get_mem_data(bio.get(), &text)) <= 0 || text == nullptr) {
-        LogCryptoErrors("ExportPEM: QOR_X509Cer_Int2PEM() failed.");
-        Fail(ErrBase64Encoding);
+        FailCrypto(m_log, "ExportPEM: QOR_X509Cer_Int2PEM() failed.", ErrBase64Encoding);
     }
     return qorstd::QorString(text, static_cast<unsigned int>(length));
 }
@@ -643,8 +553,7 @@ qorstd::QorArray<unsigned char> X509Certificate::ExportPrivateKey() const {
     const int length = i2d_PrivateKey(m_privateKey->GetKeyEVP(), &bytes);
     OpenSslBytesPtr owner(bytes);
     if (length <= 0 || !owner) {
-        LogCryptoErrors("Export: i2d_PrivateKey() failed.");
-        Fail(ErrAsn1Encoding);
+        FailCrypto(m_log, "Export: i2d_PrivateKey() failed.", ErrAsn1Encoding);
     }
     der.Assign(owner.get(), static_cast<unsigned int>(length));
     return der;
@@ -658,8 +567,7 @@ qorstd::QorString X509Certificate::GetSerialNumberStringDec() const {
     }
     OpenSslTextPtr text(BN_bn2dec(m_serial.get()));
     if (!text) {
-        LogCryptoErrors("GetSerialNumberStringDec: BN_bn2dec() failed.");
-        Fail(ErrAsn1Decoding);
+        FailCrypto(m_log, "GetSerialNumberStringDec: BN_bn2dec() failed.", ErrAsn1Decoding);
     }
     return qorstd::QorString(text.get());
 }
@@ -670,18 +578,17 @@ qorstd::QorString X509Certificate::GetSerialNumberStringHex() const {
     }
     OpenSslTextPtr text(BN_bn2hex(m_serial.get()));
     if (!text) {
-        LogCryptoErrors("GetSerialNumberStringHex: BN_bn2hex() failed.");
-        Fail(ErrAsn1Decoding);
+        FailCrypto(m_log, "GetSerialNumberStringHex: BN_bn2hex() failed.", ErrAsn1Decoding);
     }
     return qorstd::QorString(text.get());
 }
 
 qorstd::QorString X509Certificate::GetSubjectKeyIdStringHex() const {
-    return x509::LowerHex(m_subjectKeyId);
+    return x509::LowerHex(m_decoded.subjectKeyId);
 }
 
 qorstd::QorString X509Certificate::GetAuthorityKeyIdStringHex() const {
-    return x509::LowerHex(m_authorityKeyId);
+    return x509::LowerHex(m_decoded.authorityKeyId);
 }
 
 qorstd::QorArray<unsigned char> X509Certificate::GetSHA1Hash() const {
@@ -693,14 +600,14 @@ qorstd::QorString X509Certificate::GetSHA1HashHex() const {
 }
 
 qorstd::QorString X509Certificate::GetSignatureAlgorithmName() const {
-    const char* name = m_signatureNid != NID_undef ? OBJ_nid2ln(m_signatureNid) : nullptr;
+    const char* name = m_decoded.signatureNid != NID_undef ? OBJ_nid2ln(m_decoded.signatureNid) : nullptr;
     return qorstd::QorString(name != nullptr ? name : "");
 }
 
 qorstd::QorString X509Certificate::GetSignatureAlgorithmOID() const {
     qorstd::QorString text;
-    if (m_signatureNid != NID_undef) {
-        OidToText(OBJ_nid2obj(m_signatureNid), text);
+    if (m_decoded.signatureNid != NID_undef) {
+        OidToText(OBJ_nid2obj(m_decoded.signatureNid), text);
     }
     return text;
 }
@@ -721,7 +628,7 @@ double X509Certificate::GetTimeToExpiration() const {
     if (!m_x509) {
         return 0.0;
     }
-    return static_cast<double>(m_notAfter - CryptUtils::GetCurrentTimeUTC());
+    return static_cast<double>(m_decoded.notAfter - CryptUtils::GetCurrentTimeUTC());
 }
 
 qorstd::QorStringW X509Certificate::PrintName(const X509_name_st* name, int flags,
@@ -731,34 +638,33 @@ qorstd::QorStringW X509Certificate::PrintName(const X509_name_st* name, int flag
         return text;
     }
     if (!x509::PrintName(name, flags, text)) {
-        LogError(logLine);
-        Fail(ErrAsn1Decoding);
+        Fail(m_log, logLine, ErrAsn1Decoding);
     }
     return text;
 }
 
 qorstd::QorStringW X509Certificate::GetSubjectStringX500(int flags) const {
-    if (m_subject.GetSize() == 0) {
+    if (m_decoded.subject.GetSize() == 0) {
         return qorstd::QorStringW();
     }
-    return PrintName(m_subjectName.GetX509Name(), flags,
+    return PrintName(m_decoded.subjectName.GetX509Name(), flags,
                      L"GetSubjectStringX500: QOR_X509Name_Print() failed.");
 }
 
 qorstd::QorStringW X509Certificate::GetIssuerStringX500(int flags) const {
-    if (m_issuer.GetSize() == 0) {
+    if (m_decoded.issuer.GetSize() == 0) {
         return qorstd::QorStringW();
     }
-    return PrintName(m_issuerName.GetX509Name(), flags,
+    return PrintName(m_decoded.issuerName.GetX509Name(), flags,
                      L"GetIssuerStringX500: QOR_X509Name_Print() failed.");
 }
 
 qorstd::QorString X509Certificate::GetQorBraddleId() const {
-    if (m_braddleId.GetSize() == 0) {
+    if (m_decoded.braddleId.GetSize() == 0) {
         return qorstd::QorString();
     }
-    return qorstd::QorString(reinterpret_cast<const char*>(m_braddleId.GetData()),
-                             m_braddleId.GetSize());
+    return qorstd::QorString(reinterpret_cast<const char*>(m_decoded.braddleId.GetData()),
+                             m_decoded.braddleId.GetSize());
 }
 
 // -------------------------------------------------------------------- tests
@@ -831,33 +737,31 @@ int X509Certificate::IsQorStandard() const {
 }
 
 int X509Certificate::IsQorBraddles() const {
-    return m_x509 && m_braddleId.GetSize() > 0 ? 1 : 0;
+    return m_x509 && m_decoded.braddleId.GetSize() > 0 ? 1 : 0;
 }
 
 int X509Certificate::IsPseudonymous() const {
     if (!m_x509) {
         return 0;
     }
-    std::wstring commonName = m_subjectName.GetCommonName().c_str();
+    std::wstring commonName = m_decoded.subjectName.GetCommonName().c_str();
     for (wchar_t& c : commonName) {
         c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
     }
     if (commonName.find(L"pseudonym") != std::wstring::npos) {
         return 1;
     }
-    return m_subjectName.GetPseudonym().empty() ? 0 : 1;
+    return m_decoded.subjectName.GetPseudonym().empty() ? 0 : 1;
 }
 
 int X509Certificate::HasQualifiedQcStatement() const {
     if (!m_x509) {
-        if (m_log && m_log->IsDebugEnabled()) {
-            m_log->Write(LogLevel::Debug, L"HasQualifiedQcStatement - m_pX509 == NULL.");
-        }
+        TLOG_DEBUG(m_log, L"HasQualifiedQcStatement - m_pX509 == NULL.");
         return 0;
     }
     const QcStatement compliance(x509::kQcComplianceOid);
-    for (unsigned int i = 0; i < m_qcStatements.GetSize(); ++i) {
-        if (m_qcStatements[i] == compliance) {
+    for (unsigned int i = 0; i < m_decoded.qcStatements.GetSize(); ++i) {
+        if (m_decoded.qcStatements[i] == compliance) {
             return 1;
         }
     }
@@ -888,9 +792,9 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
                        : 0;
         case cptCompareCertificateKind: {
             const bool q = HasQualifiedQcStatement() != 0;
-            const bool b = m_braddleId.GetSize() > 0;
+            const bool b = m_decoded.braddleId.GetSize() > 0;
             const bool otherQ = other.HasQualifiedQcStatement() != 0;
-            const bool otherB = other.m_braddleId.GetSize() > 0;
+            const bool otherB = other.m_decoded.braddleId.GetSize() > 0;
             if (b && q) {
                 return otherB && otherQ ? 1 : 0;
             }
@@ -906,10 +810,10 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
             return !otherB && !otherQ ? 1 : 0;
         }
         case cptCompareBraddleId:
-            return m_braddleId.GetSize() > 0 &&
-                           m_braddleId.GetSize() == other.m_braddleId.GetSize() &&
-                           std::memcmp(m_braddleId.GetData(), other.m_braddleId.GetData(),
-                                       m_braddleId.GetSize()) == 0
+            return m_decoded.braddleId.GetSize() > 0 &&
+                           m_decoded.braddleId.GetSize() == other.m_decoded.braddleId.GetSize() &&
+                           std::memcmp(m_decoded.braddleId.GetData(), other.m_decoded.braddleId.GetData(),
+                                       m_decoded.braddleId.GetSize()) == 0
                        ? 1
                        : 0;
         default:
@@ -919,8 +823,8 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
 
 bool X509Certificate::VerifyDN(const std::vector<std::pair<std::string, std::string>>& expected,
                                DNSource source) const {
-    const qorstd::QorArray<unsigned char>* der = source == DNSourceIssuer    ? &m_issuer
-                                                 : source == DNSourceSubject ? &m_subject
+    const qorstd::QorArray<unsigned char>* der = source == DNSourceIssuer    ? &m_decoded.issuer
+                                                 : source == DNSourceSubject ? &m_decoded.subject
                                                                              : nullptr;
     X509NamePtr name;
     if (der != nullptr && der->GetSize() > 0) {
@@ -950,7 +854,6 @@ bool X509Certificate::VerifyDN(const std::vector<std::pair<std::string, std::str
         const int length = ASN1_STRING_to_UTF8(&utf8, value);
         OpenSslBytesPtr utf8Owner(utf8);
         if (length < 0) {
-            ERR_clear_error();
             Fail(ErrInternal, L"ASN1_STRING_to_UTF8(&pucValueUTF8, pSubjectEntryValue) == 0");
         }
         std::string valueText;
@@ -1011,33 +914,27 @@ int X509Certificate::ParseQCStatements(x509_st* certificate,
 
 void X509Certificate::CheckTimeValidityThrow(const std::int64_t& time) const {
     if (!m_x509) {
-        LogError(L"CheckTimeValidityThrow: cert is NULL.");
-        Fail(ErrInvalidParameter, L"cert=NULL");
+        Fail(m_log, L"CheckTimeValidityThrow: cert is NULL.", ErrInvalidParameter, L"cert=NULL");
     }
     const int validity = TimeValidity(m_x509.get(), time);
     if (validity < 0) {
-        LogError(L"Verify: Certificate is not yet valid.");
-        Fail(ErrCertNotTimeValid);
+        Fail(m_log, L"Verify: Certificate is not yet valid.", ErrCertNotTimeValid);
     }
     if (validity > 0) {
-        LogError(L"Verify: Certificate has expired.");
-        Fail(ErrCertNotTimeValid);
+        Fail(m_log, L"Verify: Certificate has expired.", ErrCertNotTimeValid);
     }
 }
 
 void X509Certificate::VerifySignature(evp_pkey_st* issuerKey, int releaseKey) const {
     EvpPkeyPtr release(releaseKey == 1 ? issuerKey : nullptr);
     if (issuerKey == nullptr) {
-        LogCryptoErrors("Verify: X509_get_pubkey() failed.");
-        Fail(ErrAsn1Decoding);
+        FailCrypto(m_log, "Verify: X509_get_pubkey() failed.", ErrAsn1Decoding);
     }
     if (!m_x509) {
-        LogError(L"Verify: m_pX509 is NULL");
-        Fail(ErrInternal, L"GetX509()=NULL");
+        Fail(m_log, L"Verify: m_pX509 is NULL", ErrInternal, L"GetX509()=NULL");
     }
     if (X509_verify(m_x509.get(), issuerKey) <= 0) {
-        LogCryptoErrors("Verify: X509_verify() failed.");
-        Fail(ErrCertBadSignature);
+        FailCrypto(m_log, "Verify: X509_verify() failed.", ErrCertBadSignature);
     }
     ERR_clear_error();
 }

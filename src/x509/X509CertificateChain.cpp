@@ -6,6 +6,7 @@
 
 #include "CryptException.h"
 #include "CryptUtils.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "X509Certificate.h"
 #include "X509Chain.h"
@@ -32,13 +33,9 @@ int PathExists(const X509Certificate& cert, const X509ChainPolicy& policy,
 void X509Certificate::Verify(cptVerifyOption option, const std::int64_t& time,
                              X509Certificate* issuer, X509ChainPolicy* policy,
                              X509Chain** chain) const {
-    if (m_log->IsInfoEnabled()) {
-        m_log->WriteFormat(LogLevel::Info, L"Verify(VerifyOption:%d)", static_cast<int>(option));
-    }
+    TLOG_INFO(m_log, L"Verify(VerifyOption:%d)", static_cast<int>(option));
     if (!m_x509) {
-        if (m_log->IsWarningEnabled()) {
-            m_log->Write(LogLevel::Warning, L"Verify: m_pX509 is NULL");
-        }
+        TLOG_WARNING(m_log, L"Verify: m_pX509 is NULL");
         return;
     }
     if (chain != nullptr) {
@@ -49,15 +46,15 @@ void X509Certificate::Verify(cptVerifyOption option, const std::int64_t& time,
 
     if (option == cptVerifyIssuerSignature) {
         if (issuer == nullptr) {
-            LogError(L"Verify: Issuer certificate not set.");
-            CryptException::Throw(ErrInvalidParameter, L"pIssuer=NULL");
+            Fail(m_log, L"Verify: Issuer certificate not set.", ErrInvalidParameter,
+                 L"pIssuer=NULL");
         }
         VerifySignature(issuer->GetX509() != nullptr ? X509_get_pubkey(issuer->GetX509()) : nullptr,
                         1);
     } else if (option == cptVerifyWholeChain) {
         if (policy == nullptr) {
-            LogError(L"Verify: Chain policy not set.");
-            CryptException::Throw(ErrInvalidParameter, L"pChainPolicy=NULL");
+            Fail(m_log, L"Verify: Chain policy not set.", ErrInvalidParameter,
+                 L"pChainPolicy=NULL");
         }
         auto built = std::make_unique<X509Chain>(policy);
         built->Build(this, when);
@@ -70,12 +67,11 @@ void X509Certificate::Verify(cptVerifyOption option, const std::int64_t& time,
 int X509Certificate::IsIssuerCert(const X509Certificate& candidate,
                                   const std::int64_t& time) const {
     if (!m_x509) {
-        LogError(L"IsIssuerCert: GetX509() is NULL");
-        CryptException::Throw(ErrInternal, L"GetX509()=NULL");
+        Fail(m_log, L"IsIssuerCert: GetX509() is NULL", ErrInternal, L"GetX509()=NULL");
     }
     if (candidate.GetX509() == nullptr) {
-        LogError(L"IsIssuerCert: cert.GetX509() is NULL");
-        CryptException::Throw(ErrInvalidParameter, L"cert.GetX509()=NULL");
+        Fail(m_log, L"IsIssuerCert: cert.GetX509() is NULL", ErrInvalidParameter,
+             L"cert.GetX509()=NULL");
     }
     X509MemoryStore anchors;
     anchors.AddCertificate(candidate);
@@ -87,9 +83,7 @@ int X509Certificate::IsIssuerCert(const X509Certificate& candidate,
 int X509Certificate::IsQualified(const std::int64_t& time, X509Store* trustStore,
                                  X509Store* extraStore) const {
     if (HasQualifiedQcStatement() == 0) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->Write(LogLevel::Debug, L"IsQualified - Does not contain esi4-qcStatement-1.");
-        }
+        TLOG_DEBUG(m_log, L"IsQualified - Does not contain esi4-qcStatement-1.");
         return 0;
     }
     X509ChainPolicy policy;

@@ -16,6 +16,7 @@
 #include "X509Store.h"
 #include "x509/X509Bytes.h"
 #include "x509/X509ChainContext.h"
+#include "Failure.h"
 
 template class qorstd::QorVector<TesseraLib::X509ChainElement>;
 template class qorstd::QorVectorIterator<TesseraLib::X509ChainElement>;
@@ -135,10 +136,6 @@ bool NeedsRevocationCheck(X509ChainPolicy::cptRevocationOption option, int index
 namespace {
 
 constexpr const wchar_t* kChannelName = L"X509Chain";
-
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    CryptException::Throw(code, message);
-}
 
 QorVerifyData* VerifyDataOf(const X509_STORE_CTX* storeCtx) {
     return static_cast<QorVerifyData*>(X509_STORE_CTX_get_ex_data(storeCtx, 0));
@@ -278,11 +275,9 @@ STACK_OF(X509_CRL) * LookupCrlsCallback(const X509_STORE_CTX* storeCtx, const X5
             (days <= 0 && seconds <= 0)) {
             continue;
         }
-        if (X509_CRL_up_ref(crl) != 1) {
-            continue;
-        }
-        if (sk_X509_CRL_push(found.get(), crl) <= 0) {
-            X509_CRL_free(crl);  // the reference just taken
+        X509CrlPtr reference = UpRef(crl);
+        if (reference && sk_X509_CRL_push(found.get(), reference.get()) > 0) {
+            reference.release();  // now owned by the stack
         }
     }
     return found.release();
@@ -363,32 +358,31 @@ QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> X509Chain::EnumOcspResponses(
 // ------------------------------------------------------------ build sequence
 
 void X509Chain::LogBuildStart(const wchar_t* operation, const X509Certificate* cert) const {
-    if (m_log->IsInfoEnabled() && cert != nullptr) {
-        m_log->WriteFormat(LogLevel::Info, L"%ls(Cert:%ls CertSN:%ls CertIssuer:%ls)", operation,
-                           cert->GetSubjectStringX500(0).c_str(),
-                           x509::Widen(cert->GetSerialNumberStringDec()).c_str(),
-                           cert->GetIssuerStringX500(0).c_str());
+    if (cert != nullptr) {
+        TLOG_INFO(m_log, L"%ls(Cert:%ls CertSN:%ls CertIssuer:%ls)", operation,
+                  cert->GetSubjectStringX500(0).c_str(),
+                  x509::Widen(cert->GetSerialNumberStringDec()).c_str(),
+                  cert->GetIssuerStringX500(0).c_str());
     }
-    if (!m_log->IsDebugEnabled() || m_policy == nullptr) {
+    if (m_policy == nullptr) {
         return;
     }
-    m_log->WriteFormat(LogLevel::Debug, L"X509ChainPolicy: RevocationOption=%d",
-                       static_cast<int>(m_policy->GetRevocationOption()));
-    m_log->WriteFormat(LogLevel::Debug, L"X509ChainPolicy: RevocationMode=%d",
-                       static_cast<int>(m_policy->GetRevocationMode()));
+    TLOG_DEBUG(m_log, L"X509ChainPolicy: RevocationOption=%d",
+               static_cast<int>(m_policy->GetRevocationOption()));
+    TLOG_DEBUG(m_log, L"X509ChainPolicy: RevocationMode=%d",
+               static_cast<int>(m_policy->GetRevocationMode()));
     const CautionPeriod& period = m_policy->GetDefaultCautionPeriod();
-    m_log->WriteFormat(
-        LogLevel::Debug,
-        L"X509ChainPolicy: DefaultCautionPeriod(Days:Hours:Minutes:Seconds)=%d:%d:%d:%d",
-        period.m_days, period.m_hours, period.m_minutes, period.m_seconds);
+    TLOG_DEBUG(m_log,
+               L"X509ChainPolicy: DefaultCautionPeriod(Days:Hours:Minutes:Seconds)=%d:%d:%d:%d",
+               period.m_days, period.m_hours, period.m_minutes, period.m_seconds);
     const qorstd::QorVector<CautionPeriodIssuer>& periods = m_policy->GetCautionPeriods();
     for (unsigned i = 0; i < periods.GetSize(); ++i) {
         const CautionPeriod entry = periods[i].GetCautionPeriod();
-        m_log->WriteFormat(LogLevel::Debug,
-                           L"X509ChainPolicy: CautionPeriod for issuer %ls "
-                           L"(Days:Hours:Minutes:Seconds)=%d:%d:%d:%d",
-                           x509::Widen(periods[i].GetIssuer()).c_str(), entry.m_days, entry.m_hours,
-                           entry.m_minutes, entry.m_seconds);
+        TLOG_DEBUG(m_log,
+                   L"X509ChainPolicy: CautionPeriod for issuer %ls "
+                   L"(Days:Hours:Minutes:Seconds)=%d:%d:%d:%d",
+                   x509::Widen(periods[i].GetIssuer()).c_str(), entry.m_days, entry.m_hours,
+                   entry.m_minutes, entry.m_seconds);
     }
 }
 
@@ -452,15 +446,11 @@ void X509Chain::BuildPath(const X509Certificate* cert, const std::int64_t& time)
 
 void X509Chain::BuildCheckParams(const X509Certificate* cert) {
     if (cert == nullptr || cert->GetX509() == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildCheckParams: cert.GetX509() is NULL");
-        }
+        TLOG_ERROR(m_log, L"BuildCheckParams: cert.GetX509() is NULL");
         Fail(ErrInvalidParameter, L"cert.GetX509()=NULL");
     }
     if (m_policy == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildCheckParams: Chain policy not set.");
-        }
+        TLOG_ERROR(m_log, L"BuildCheckParams: Chain policy not set.");
         Fail(ErrInvalidParameter, L"m_policy=NULL");
     }
     if (m_policy->GetRevocationOption() == X509ChainPolicy::revOptionNone ||
@@ -468,13 +458,11 @@ void X509Chain::BuildCheckParams(const X509Certificate* cert) {
         return;
     }
     const X509ChainPolicy::cptRevocationMode mode = m_policy->GetRevocationMode();
-    if (X509ChainPolicy::IsRevCRLMode(mode) && m_policy->GetCrlClient() == nullptr &&
-        m_log->IsWarningEnabled()) {
-        m_log->Write(LogLevel::Warning, L"BuildCheckParams: CRL client not set.");
+    if (X509ChainPolicy::IsRevCRLMode(mode) && m_policy->GetCrlClient() == nullptr) {
+        TLOG_WARNING(m_log, L"BuildCheckParams: CRL client not set.");
     }
-    if (X509ChainPolicy::IsRevOCSPMode(mode) && m_policy->GetOcspClient() == nullptr &&
-        m_log->IsWarningEnabled()) {
-        m_log->Write(LogLevel::Warning, L"BuildCheckParams: Ocsp client not set.");
+    if (X509ChainPolicy::IsRevOCSPMode(mode) && m_policy->GetOcspClient() == nullptr) {
+        TLOG_WARNING(m_log, L"BuildCheckParams: Ocsp client not set.");
     }
 }
 
@@ -499,9 +487,7 @@ X509StackPtr GetCertificates(const LogChannel& log, const X509Store* store,
     }
     const qorstd::QorVector<X509Certificate>& certificates = *context.known.back();
     if (certificates.GetSize() == 0) {
-        if (log.IsWarningEnabled()) {
-            log.Write(LogLevel::Warning, L"GetCertificates: No certificates.");
-        }
+        TLOG_WARNING(log, L"GetCertificates: No certificates.");
         return nullptr;
     }
     X509StackPtr result(sk_X509_new_reserve(nullptr, static_cast<int>(certificates.GetSize())));
@@ -513,11 +499,8 @@ X509StackPtr GetCertificates(const LogChannel& log, const X509Store* store,
         if (handle == nullptr) {
             Fail(ErrInternal, L"certNext.GetX509()=NULL");
         }
-        if (X509_up_ref(handle) != 1) {
-            Fail(ErrInternal, L"pCert=NULL");
-        }
-        X509Ptr reference(handle);
-        if (sk_X509_push(result.get(), reference.get()) <= 0) {
+        X509Ptr reference = UpRef(handle);
+        if (!reference || sk_X509_push(result.get(), reference.get()) <= 0) {
             Fail(ErrInternal, L"pCert=NULL");
         }
         reference.release();  // now owned by the stack
@@ -557,9 +540,7 @@ void X509Chain::BuildInitializeCtx(const X509Certificate* cert) {
     if (useStores) {
         X509Store* trustStore = m_policy->GetTrustStore();
         if (trustStore == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"BuildInitializeCtx: Trusted store not set.");
-            }
+            TLOG_ERROR(m_log, L"BuildInitializeCtx: Trusted store not set.");
             Fail(ErrInvalidParameter, L"m_policy->GetTrustStore()=NULL");
         }
         m_pBuildCtx->pTrustStore = CreateStore(*trustStore);
@@ -571,17 +552,13 @@ void X509Chain::BuildInitializeCtx(const X509Certificate* cert) {
         m_pBuildCtx->pTrustStore.reset(X509_STORE_new());
     }
     if (!m_pBuildCtx->pTrustStore) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildInitializeCtx: TrustStore is null.");
-        }
+        TLOG_ERROR(m_log, L"BuildInitializeCtx: TrustStore is null.");
         Fail(ErrInternal, L"m_pBuildCtx->pTrustStore=NULL");
     }
     m_pBuildCtx->pStoreCtx.reset(X509_STORE_CTX_new());
     if (!m_pBuildCtx->pStoreCtx) {
         m_pBuildCtx->pTrustStore.reset();
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildInitializeCtx: Unable to create store context.");
-        }
+        TLOG_ERROR(m_log, L"BuildInitializeCtx: Unable to create store context.");
         Fail(ErrInternal, L"pStoreCtx=NULL");
     }
     m_pBuildCtx->pCrls.reset(sk_X509_CRL_new_null());
@@ -599,9 +576,7 @@ void X509Chain::BuildDestroyCtx() {
 
 stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     if (!m_pBuildCtx) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildPath: m_pBuildCtx is NULL.");
-        }
+        TLOG_ERROR(m_log, L"BuildPath: m_pBuildCtx is NULL.");
         Fail(ErrInternal, L"m_pBuildCtx=NULL");
     }
     X509_STORE_CTX* storeCtx = m_pBuildCtx->pStoreCtx.get();
@@ -612,9 +587,7 @@ stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     X509_STORE_set_lookup_crls(m_pBuildCtx->pTrustStore.get(), nullptr);
     if (X509_STORE_CTX_init(storeCtx, m_pBuildCtx->pTrustStore.get(), cert->GetX509(),
                             m_pBuildCtx->extraCerts.get()) != 1) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildPath: Unable to initialize store context.");
-        }
+        TLOG_ERROR(m_log, L"BuildPath: Unable to initialize store context.");
         Fail(ErrInternal, L"X509_STORE_CTX_init() failed");
     }
     X509_STORE_CTX_set_time(storeCtx, 0, static_cast<time_t>(m_verifyTime));
@@ -624,32 +597,23 @@ stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     if (X509_verify_cert(storeCtx) != 1) {
         const int error = X509_STORE_CTX_get_error(storeCtx);
         const qorstd::QorStringW text = chain::VerifyErrorText(error);
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error, L"BuildPath: X509_verify_cert() failed. %ls",
+        TLOG_ERROR(m_log, L"BuildPath: X509_verify_cert() failed. %ls",
                                text.c_str());
-        }
-        ERR_clear_error();
         Fail(chain::MapVerifyError(error), text.c_str());
     }
     X509StackPtr path(X509_STORE_CTX_get1_chain(storeCtx));
     if (!path) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"BuildPath: X509_STORE_CTX_get_chain() failed.");
-        }
+        TLOG_ERROR(m_log, L"BuildPath: X509_STORE_CTX_get_chain() failed.");
         Fail(ErrChainVerification);
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"BuildPath: Chain length: %i.",
+    TLOG_DEBUG(m_log, L"BuildPath: Chain length: %i.",
                            sk_X509_num(path.get()));
-    }
     return path.release();
 }
 
 void X509Chain::BuildSolve(const X509Certificate* cert) {
     try {
-        if (m_log->IsDebugEnabled()) {
-            m_log->Write(LogLevel::Debug, L"BuildSolve");
-        }
+        TLOG_DEBUG(m_log, L"BuildSolve");
         m_elements.RemoveAll();
         FindRevocationElements(cert);
 
@@ -661,9 +625,7 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
         X509_STORE_set_lookup_crls(m_pBuildCtx->pTrustStore.get(), LookupCrlsCallback);
         if (X509_STORE_CTX_init(storeCtx, m_pBuildCtx->pTrustStore.get(), cert->GetX509(),
                                 m_pBuildCtx->extraCerts.get()) != 1) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"BuildSolve: Unable to initialize store context.");
-            }
+            TLOG_ERROR(m_log, L"BuildSolve: Unable to initialize store context.");
             Fail(ErrInternal, L"X509_STORE_CTX_init() failed");
         }
         m_pBuildCtx->verifyData = std::make_unique<QorVerifyData>();
@@ -699,11 +661,7 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
             for (unsigned i = 0; i < policies.GetSize(); ++i) {
                 Asn1ObjectPtr policy(OBJ_txt2obj(policies[i].c_str(), 0));
                 if (!policy || X509_VERIFY_PARAM_add0_policy(params, policy.get()) != 1) {
-                    if (m_log->IsErrorEnabled()) {
-                        m_log->Write(LogLevel::Error,
-                                     L"BuildSolve: X509_VERIFY_PARAM_add0_policy failed.");
-                    }
-                    ERR_clear_error();
+                    TLOG_ERROR(m_log, L"BuildSolve: X509_VERIFY_PARAM_add0_policy failed.");
                     Fail(ErrInternal, L"X509_VERIFY_PARAM_add0_policy()");
                 }
                 policy.release();  // the parameters own it now
@@ -720,19 +678,13 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
         X509_STORE_CTX_set_purpose(storeCtx, m_policy->GetPurpose());
         X509_STORE_CTX_set_verify_cb(storeCtx, VerifyCallback);
 
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug,
-                               L"BuildSolve: X509_verify_cert(VerifyTime(UTC)=%ls Flags:%d)",
+        TLOG_DEBUG(m_log, L"BuildSolve: X509_verify_cert(VerifyTime(UTC)=%ls Flags:%d)",
                                x509::FormatLogTime(m_verifyTime).c_str(), static_cast<int>(flags));
-        }
         if (X509_verify_cert(storeCtx) != 1) {
             const int error = X509_STORE_CTX_get_error(storeCtx);
             const qorstd::QorStringW text = chain::VerifyErrorText(error);
-            if (m_log->IsErrorEnabled()) {
-                m_log->WriteFormat(LogLevel::Error, L"BuildSolve: X509_verify_cert() failed. %ls",
+            TLOG_ERROR(m_log, L"BuildSolve: X509_verify_cert() failed. %ls",
                                    text.c_str());
-            }
-            ERR_clear_error();
             Fail(chain::MapVerifyError(error), text.c_str());
         }
         UpdateChainElements(storeCtx);
@@ -748,10 +700,7 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
 void X509Chain::UpdateChainElements(const x509_store_ctx_st* storeCtx) {
     STACK_OF(X509)* path = X509_STORE_CTX_get0_chain(storeCtx);
     if (path == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"UpdateChainElemens: X509_STORE_CTX_get_chain() failed.");
-        }
+        TLOG_ERROR(m_log, L"UpdateChainElemens: X509_STORE_CTX_get_chain() failed.");
         Fail(ErrChainVerification);
     }
     const QorVerifyData* verifyData = VerifyDataOf(storeCtx);
@@ -788,21 +737,15 @@ void X509Chain::UpdateChainElements(const x509_store_ctx_st* storeCtx) {
             }
         }
         if (mode == X509ChainPolicy::revCrl && crl == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"UpdateChainElemens: Unable to obtain CRL.");
-            }
+            TLOG_ERROR(m_log, L"UpdateChainElemens: Unable to obtain CRL.");
             Fail(ErrRevocationUnknown, L"pX509Crl=NULL");
         }
         if (mode == X509ChainPolicy::revOcsp && ocsp == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"UpdateChainElemens: Unable to obtain OCSP.");
-            }
+            TLOG_ERROR(m_log, L"UpdateChainElemens: Unable to obtain OCSP.");
             Fail(ErrRevocationUnknown, L"pOcspResp=NULL");
         }
         if (mode == X509ChainPolicy::revOcspOrCrl && crl == nullptr && ocsp == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"UpdateChainElemens: Unable to obtain OCSP or CRL.");
-            }
+            TLOG_ERROR(m_log, L"UpdateChainElemens: Unable to obtain OCSP or CRL.");
             Fail(ErrRevocationUnknown, L"pOcspResp=NULL && pX509Crl=NULL");
         }
         // The response belongs to an element that may be replaced below.
@@ -816,10 +759,7 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
                                     const std::int64_t& verifyTime) {
     STACK_OF(X509)* path = X509_STORE_CTX_get0_chain(storeCtx);
     if (path == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"VerifyChainElements: X509_STORE_CTX_get_chain() failed.");
-        }
+        TLOG_ERROR(m_log, L"VerifyChainElements: X509_STORE_CTX_get_chain() failed.");
         Fail(ErrInternal, L"pChain=NULL");
     }
     const QorVerifyData* verifyData = VerifyDataOf(storeCtx);
@@ -827,9 +767,7 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
         Fail(ErrInternal, L"verifyData=NULL");
     }
     if (static_cast<int>(m_elements.GetSize()) != sk_X509_num(path)) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"VerifyChainElements: Counting chain elements failed.");
-        }
+        TLOG_ERROR(m_log, L"VerifyChainElements: Counting chain elements failed.");
         Fail(ErrChainVerification, L"elements.size!=chain.size");
     }
     const X509ChainPolicy::cptRevocationMode mode = m_policy->GetRevocationMode();
@@ -844,9 +782,7 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
             Fail(ErrInternal, L"pX509Elem=NULL");
         }
         if (X509_cmp(certificate, elementCertificate) != 0) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"VerifyChainElements: X509_cmp() failed.");
-            }
+            TLOG_ERROR(m_log, L"VerifyChainElements: X509_cmp() failed.");
             Fail(ErrChainVerification, L"pX509!=pX509Elem");
         }
         if (!chain::NeedsRevocationCheck(m_policy->GetRevocationOption(), depth, certificate)) {
@@ -855,15 +791,11 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
         const X509Crl* crl = element.GetCrl();
         const QorOcsp2Lib::OcspResponse* ocsp = element.GetOcspResponse();
         if (mode == X509ChainPolicy::revOcsp && ocsp == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"VerifyChainElements: OCSP response not present.");
-            }
+            TLOG_ERROR(m_log, L"VerifyChainElements: OCSP response not present.");
             Fail(ErrRevocationUnknown);
         }
         if (mode == X509ChainPolicy::revCrl && crl == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"VerifyChainElements: CRL response not present.");
-            }
+            TLOG_ERROR(m_log, L"VerifyChainElements: CRL response not present.");
             Fail(ErrRevocationUnknown);
         }
         const X509Certificate* cert = element.GetCertificate();
@@ -881,12 +813,9 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
             const auto errors = verifyData->crlErrorsByDepth.find(depth);
             if (errors != verifyData->crlErrorsByDepth.end() && !errors->second.empty()) {
                 const qorstd::QorStringW text = chain::VerifyErrorText(errors->second.front());
-                if (m_log->IsErrorEnabled()) {
-                    m_log->WriteFormat(LogLevel::Error,
-                                       L"VerifyChainElements: CRL verification failed (error "
+                TLOG_ERROR(m_log, L"VerifyChainElements: CRL verification failed (error "
                                        L"occured in OpenSSL). %ls",
                                        text.c_str());
-                }
                 Fail(ErrRevocationUnknown, text.c_str());
             }
             if (VerifyCertCrlCallback callback = m_policy->GetVerifyCertCrlCallback()) {
@@ -896,10 +825,7 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
             }
             continue;
         }
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"VerifyChainElements: OCSP response neither CRL not present.");
-        }
+        TLOG_ERROR(m_log, L"VerifyChainElements: OCSP response neither CRL not present.");
         Fail(ErrRevocationUnknown);
     }
 }
@@ -920,14 +846,12 @@ X509Certificate X509Chain::CertificateFor(const x509_st* cert) const {
 void X509Chain::AddChainElement(const x509_st* cert, const X509_crl_st* crl,
                                 const QorOcsp2Lib::OcspResponse* response) {
     if (cert == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"AddChainElement: pCert is NULL.");
-        }
+        TLOG_ERROR(m_log, L"AddChainElement: pCert is NULL.");
         Fail(ErrInvalidParameter, L"pCert=NULL");
     }
     X509ChainElement element{CertificateFor(cert)};
     if (crl != nullptr) {
-        element.SetCrl(X509Crl(crl));
+        element.SetCrl(chain::CrlFor(m_pBuildCtx.get(), crl));
     }
     if (response != nullptr) {
         element.SetOcspResponse(*response);
@@ -945,7 +869,7 @@ void X509Chain::UpdateChainElement(const x509_st* cert, const X509_crl_st* crl,
             continue;
         }
         if (crl != nullptr) {
-            m_elements[i].SetCrl(X509Crl(crl));
+            m_elements[i].SetCrl(chain::CrlFor(m_pBuildCtx.get(), crl));
         }
         if (response != nullptr) {
             m_elements[i].SetOcspResponse(*response);

@@ -38,6 +38,9 @@ struct X509Chain::BuildContext {
     X509StackPtr trustedCerts;  // null when the trust store is empty
     X509StackPtr extraCerts;    // the untrusted certificates offered to the verifier
     X509CrlStackPtr pCrls;      // every CRL the revocation search found
+    // The CRL objects behind pCrls: path elements copy these, sharing the
+    // decoded list, instead of duplicating a handle the verifier names.
+    std::vector<X509Crl> collectedCrls;
     std::unique_ptr<QorVerifyData> verifyData;
     X509StoreCtxPtr pStoreCtx;
 };
@@ -54,6 +57,9 @@ const wchar_t* Bool(int value);
 // the certificate at `index` of the path needs a revocation check.
 bool NeedsRevocationCheck(X509ChainPolicy::cptRevocationOption option, int index,
                           const X509* certificate);
+// The collected CRL object behind `crl` (a copy sharing it), or a new
+// object duplicating `crl` when the search did not collect it.
+X509Crl CrlFor(const X509Chain::BuildContext* context, const X509_CRL* crl);
 
 }  // namespace chain
 }  // namespace TesseraLib

@@ -3,6 +3,7 @@
 #include <openssl/x509v3.h>
 
 #include "CryptException.h"
+#include "Failure.h"
 
 namespace qorstd {
 template class QorVector<TesseraLib::CautionPeriodIssuer>;
@@ -160,17 +161,17 @@ void X509ChainPolicyTL::Reset() {
 }
 
 void X509ChainPolicyTL::SetTrustStore(X509Store* /*store*/) {
-    CryptException::Throw(ErrInvalidParameter,
-                          L"X509ChainPolicyTL::SetTrustStore() wrong usage. Use "
-                          L"X509ChainPolicyTL::SetTrustStoreSig() or "
-                          L"X509ChainPolicyTL::SetTrustStoreTS() instead.");
+    Fail(ErrInvalidParameter,
+         L"X509ChainPolicyTL::SetTrustStore() wrong usage. Use "
+         L"X509ChainPolicyTL::SetTrustStoreSig() or "
+         L"X509ChainPolicyTL::SetTrustStoreTS() instead.");
 }
 
 void X509ChainPolicyTL::SetExtraStore(X509Store* /*store*/) {
-    CryptException::Throw(ErrInvalidParameter,
-                          L"X509ChainPolicyTL::SetExtraStore() wrong usage. Use "
-                          L"X509ChainPolicyTL::SetExtraStoreSig() or "
-                          L"X509ChainPolicyTL::SetExtraStoreTS() instead.");
+    Fail(ErrInvalidParameter,
+         L"X509ChainPolicyTL::SetExtraStore() wrong usage. Use "
+         L"X509ChainPolicyTL::SetExtraStoreSig() or "
+         L"X509ChainPolicyTL::SetExtraStoreTS() instead.");
 }
 
 X509Store* X509ChainPolicyTL::GetTrustStore() const {

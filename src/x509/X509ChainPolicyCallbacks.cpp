@@ -2,6 +2,7 @@
 // and unknown apart from good; how fresh the data is gets judged separately,
 // so neither the caution period nor nextUpdate plays a part here.
 #include "CryptException.h"
+#include "Failure.h"
 #include "OcspResponse.h"
 #include "X509Certificate.h"
 #include "X509ChainPolicy.h"
@@ -13,7 +14,7 @@ void CertificateValidationCrlCallback(const X509Certificate* cert, const X509Crl
                                       std::int64_t verifyTime,
                                       const CautionPeriod& /*cautionPeriod*/) {
     if (cert == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCert=NULL");
+        Fail(ErrInvalidParameter, L"pCert=NULL");
     }
     X509CrlItem item;
     if (crl.IsPresent(*cert) == 0 || crl.GetCrlItem(*cert, item) == 0) {
@@ -30,14 +31,14 @@ void CertificateValidationOcspCallback(const X509Certificate* cert,
                                        std::int64_t verifyTime,
                                        const CautionPeriod& /*cautionPeriod*/) {
     if (cert == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCert=NULL");
+        Fail(ErrInvalidParameter, L"pCert=NULL");
     }
     const auto& singles = response.GetSingleResponses();
     if (singles.GetSize() == 0) {
-        CryptException::Throw(ErrInvalidParameter, L"ocsp.GetSingleResponses() is empty");
+        Fail(ErrInvalidParameter, L"ocsp.GetSingleResponses() is empty");
     }
     if (singles.GetSize() > 1) {
-        CryptException::Throw(ErrInternal, L"ocsp.GetSingleResponses().GetSize()>1");
+        Fail(ErrInternal, L"ocsp.GetSingleResponses().GetSize()>1");
     }
     const QorOcsp2Lib::OcspSingleResponse& single = singles[0];
     switch (single.GetCertStatus()) {

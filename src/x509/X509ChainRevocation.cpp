@@ -6,6 +6,7 @@
 
 #include "CryptException.h"
 #include "CryptUtils.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OcspException.h"
 #include "OcspResponse.h"
@@ -71,15 +72,9 @@ private:
 // The chain's policy; the protected steps may be called before one is set.
 const X509ChainPolicy& RequirePolicy(const X509ChainPolicy* policy) {
     if (policy == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"m_policy=NULL");
+        Fail(ErrInvalidParameter, L"m_policy=NULL");
     }
     return *policy;
-}
-
-void LogError(const LogChannel& log, const wchar_t* text) {
-    if (log.IsErrorEnabled()) {
-        log.Write(LogLevel::Error, text);
-    }
 }
 
 // Runs a search of the extra store. A store that cannot be searched is no
@@ -89,42 +84,71 @@ void SearchExtraStore(const LogChannel& log, const wchar_t* failure, Search sear
     try {
         search();
     } catch (const qorstd::QorException&) {
-        LogError(log, failure);
+        TLOG_ERROR(log, failure);
     } catch (const OcspException&) {
-        LogError(log, failure);
+        TLOG_ERROR(log, failure);
     } catch (const std::exception&) {
-        LogError(log, failure);
+        TLOG_ERROR(log, failure);
     }
 }
 
-// Appends a reference to the CRL to the build's CRL list, from
-// which OpenSSL's own CRL check draws.
+// Hands the CRL to OpenSSL's own CRL check: the build's CRL list takes a
+// reference of its own (a CRL is never changed once read), and the object
+// is kept beside it so that the path elements share it too instead of
+// decoding the list again.
 void CollectCrl(const LogChannel& log, X509Chain::BuildContext* context, const X509Crl& crl) {
     if (!context || !context->pCrls) {
-        LogError(log, L"FindRevocationElements: m_pBuildCtx->pCrls is NULL");
-        CryptException::Throw(ErrInternal, L"m_pBuildCtx->pCrls=NULL");
+        Fail(log, L"FindRevocationElements: m_pBuildCtx->pCrls is NULL", ErrInternal,
+             L"m_pBuildCtx->pCrls=NULL");
     }
-    // A reference of the list's own (the CRL is never changed).
     X509_CRL* handle = crl.GetX509Crl();
-    X509CrlPtr copy(X509_CRL_up_ref(handle) == 1 ? handle : nullptr);
-    if (!copy) {
-        LogError(log, L"FindRevocationElements: X509_CRL_dup() failed.");
-        CryptException::Throw(ErrInternal, L"pCrl=NULL");
+    X509CrlPtr reference(X509_CRL_up_ref(handle) == 1 ? handle : nullptr);
+    if (!reference) {
+        Fail(log, L"FindRevocationElements: X509_CRL_dup() failed.", ErrInternal, L"pCrl=NULL");
     }
-    if (sk_X509_CRL_push(context->pCrls.get(), copy.get()) <= 0) {
-        LogError(log, L"FindRevocationElements: sk_X509_CRL_push() failed.");
-        CryptException::Throw(ErrInternal, L"sk_X509_CRL_push()");
+    if (sk_X509_CRL_push(context->pCrls.get(), reference.get()) <= 0) {
+        Fail(log, L"FindRevocationElements: sk_X509_CRL_push() failed.", ErrInternal,
+             L"sk_X509_CRL_push()");
     }
-    copy.release();
-    if (log.IsDebugEnabled()) {
-        log.WriteFormat(LogLevel::Debug,
-                        L"FindRevocationElements: Suitable CRL was found - Number:%ls "
-                        L"ThisUpdate:%ls NextUpdate:%ls Issuer:%ls.",
-                        x509::Widen(crl.GetCRLNumberDec()).c_str(),
-                        x509::FormatLogTime(crl.GetThisUpdate()).c_str(),
-                        x509::FormatLogTime(VerdictNextUpdate(crl)).c_str(),
-                        crl.GetIssuerStringX500().c_str());
+    reference.release();  // now the list's
+    context->collectedCrls.push_back(crl);
+    TLOG_DEBUG(log,
+               L"FindRevocationElements: Suitable CRL was found - Number:%ls "
+               L"ThisUpdate:%ls NextUpdate:%ls Issuer:%ls.",
+               x509::Widen(crl.GetCRLNumberDec()).c_str(),
+               x509::FormatLogTime(crl.GetThisUpdate()).c_str(),
+               x509::FormatLogTime(VerdictNextUpdate(crl)).c_str(),
+               crl.GetIssuerStringX500().c_str());
+}
+
+// The CRL client's CRL for `cert` (still owned by the client), or null.
+// In the mode that accepts either kind of data, `tryOcsp` tells whether an
+// OCSP response should still be asked for: a CRL alone settles the
+// certificate only when CRLs are preferred and it is not outdated at the
+// check time.
+const X509Crl* AskCrlClient(const LogChannel& log, X509CrlClient* client,
+                            const X509ChainPolicy& policy, const X509Certificate& cert,
+                            const X509Certificate& issuer, bool afterTime, std::int64_t checkTime,
+                            bool* tryOcsp) {
+    const bool eitherMode = policy.GetRevocationMode() == X509ChainPolicy::revOcspOrCrl;
+    TLOG_DEBUG(log, L"FindRevocationElements: Try to find CRL by client ...");
+    if (!afterTime) {
+        const X509Crl* crl = client->GetCrl(cert);
+        if (eitherMode) {
+            *tryOcsp =
+                !(crl != nullptr && policy.GetPreferCrl() != 0 && crl->GetNextUpdate() > checkTime);
+        }
+        return crl;
     }
+    TLOG_DEBUG(log, L"FindRevocationElements: after time %ls",
+               x509::FormatLogTime(checkTime).c_str());
+    const X509Crl* crl = client->GetCrlAfterTime(cert, checkTime, &issuer);
+    if (crl == nullptr && eitherMode) {
+        // Any CRL will do while OCSP gets its chance too.
+        crl = client->GetCrl(cert);
+        *tryOcsp = true;
+    }
+    return crl;
 }
 
 // The OCSP client's response (still owned by the client), or null when it
@@ -133,10 +157,7 @@ const OcspResponse* AskOcspClient(const LogChannel& log, X509OcspClient* client,
                                   X509Store* trustStore, const X509Certificate& cert,
                                   const X509Certificate& issuer, bool afterTime,
                                   std::int64_t verifyTime) {
-    if (log.IsDebugEnabled()) {
-        log.Write(LogLevel::Debug,
-                  L"FindRevocationElements: Try to find OCSP response by client ...");
-    }
+    TLOG_DEBUG(log, L"FindRevocationElements: Try to find OCSP response by client ...");
     const TrustStoreLoan loan(client, trustStore);
     try {
         if (!afterTime) {
@@ -144,31 +165,23 @@ const OcspResponse* AskOcspClient(const LogChannel& log, X509OcspClient* client,
         }
         // No caution period for OCSP: a response produced after the
         // verification time will do.
-        if (log.IsDebugEnabled()) {
-            log.WriteFormat(LogLevel::Debug, L"FindRevocationElements: after time %ls",
-                            x509::FormatLogTime(verifyTime).c_str());
-        }
+        TLOG_DEBUG(log, L"FindRevocationElements: after time %ls",
+                   x509::FormatLogTime(verifyTime).c_str());
         return client->GetOcspResponseAfterTime(cert, issuer, verifyTime);
     } catch (const OcspException& e) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(LogLevel::Error,
-                            L"FindRevocationElements: Error while obtaining OCSP response "
-                            L"(OcspException caught: ErrorNumber = %d, Description = %ls, "
-                            L"Message = %ls).",
-                            e.GetErrorCode(),
-                            OrPlaceholder(e.GetErrorDescription(), L"<no description>"),
-                            OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
-        }
+        TLOG_ERROR(log,
+                   L"FindRevocationElements: Error while obtaining OCSP response "
+                   L"(OcspException caught: ErrorNumber = %d, Description = %ls, "
+                   L"Message = %ls).",
+                   e.GetErrorCode(), OrPlaceholder(e.GetErrorDescription(), L"<no description>"),
+                   OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
     } catch (const CryptException& e) {
-        if (log.IsErrorEnabled()) {
-            const qorstd::QorStringW description = e.GetErrorDescription();
-            log.WriteFormat(LogLevel::Error,
-                            L"FindRevocationElements: Error while obtaining OCSP response "
-                            L"(CryptException caught: ErrorNumber = %d, Description = %ls, "
-                            L"Message = %ls).",
-                            e.GetErrorCode(), OrPlaceholder(description, L"<no description>"),
-                            OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
-        }
+        TLOG_ERROR(log,
+                   L"FindRevocationElements: Error while obtaining OCSP response "
+                   L"(CryptException caught: ErrorNumber = %d, Description = %ls, "
+                   L"Message = %ls).",
+                   e.GetErrorCode(), OrPlaceholder(e.GetErrorDescription(), L"<no description>"),
+                   OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
     }
     return nullptr;
 }
@@ -178,12 +191,9 @@ void RequireOcsp(const LogChannel& log, const OcspResponse* ocsp, const X509Cert
     if (ocsp != nullptr) {
         return;
     }
-    if (log.IsWarningEnabled()) {
-        log.WriteFormat(LogLevel::Warning,
-                        L"FindRevocationElements: Unable to obtain OCSP. Certificate: %ls",
-                        Subject(cert).c_str());
-    }
-    CryptException::Throw(ErrRevocationUnknown, message);
+    TLOG_WARNING(log, L"FindRevocationElements: Unable to obtain OCSP. Certificate: %ls",
+                 Subject(cert).c_str());
+    Fail(ErrRevocationUnknown, message);
 }
 
 // The log texts that tell the two verdicts apart in the freshness rule.
@@ -210,42 +220,39 @@ void CheckFreshness(const LogChannel& log, const FreshnessTexts& texts, bool byT
     }
     std::int64_t checkTime = verifyTime;
     if (!caution.IsZero()) {
-        if (log.IsDebugEnabled()) {
-            log.WriteFormat(LogLevel::Debug,
-                            L"%ls: CautionPeriod=Days:%d Hours:%d Minutes:%d Seconds:%d",
-                            texts.operation, static_cast<int>(caution.m_days),
-                            static_cast<int>(caution.m_hours), static_cast<int>(caution.m_minutes),
-                            static_cast<int>(caution.m_seconds));
-        }
+        TLOG_DEBUG(log, L"%ls: CautionPeriod=Days:%d Hours:%d Minutes:%d Seconds:%d",
+                   texts.operation, static_cast<int>(caution.m_days),
+                   static_cast<int>(caution.m_hours), static_cast<int>(caution.m_minutes),
+                   static_cast<int>(caution.m_seconds));
         checkTime += caution.ToTimestamp();
     }
-    if (log.IsDebugEnabled()) {
-        log.WriteFormat(LogLevel::Debug, L"%ls: CheckRevocationThisUpdate=%ls, CheckTime=%ls",
-                        texts.operation, chain::Bool(byThisUpdate ? 1 : 0),
-                        x509::FormatLogTime(checkTime).c_str());
-    }
+    TLOG_DEBUG(log, L"%ls: CheckRevocationThisUpdate=%ls, CheckTime=%ls", texts.operation,
+               chain::Bool(byThisUpdate ? 1 : 0), x509::FormatLogTime(checkTime).c_str());
     const std::int64_t limit = byThisUpdate ? thisUpdate : nextUpdate;
     if (checkTime <= limit) {
         return;
     }
-    if (log.IsDebugEnabled()) {
-        log.WriteFormat(LogLevel::Debug, L"%ls, CheckTime:%ls > %ls(%ls:%ls)", texts.notValid,
-                        x509::FormatLogTime(checkTime).c_str(), texts.source,
-                        byThisUpdate ? L"ThisUpdate" : L"NextUpdate",
-                        x509::FormatLogTime(limit).c_str());
-    }
-    if (log.IsErrorEnabled()) {
-        log.WriteFormat(LogLevel::Error, L"%ls: Incomplete verification (waiting for a new %ls).",
-                        texts.operation, texts.awaited);
-    }
+    TLOG_DEBUG(log, L"%ls, CheckTime:%ls > %ls(%ls:%ls)", texts.notValid,
+               x509::FormatLogTime(checkTime).c_str(), texts.source,
+               byThisUpdate ? L"ThisUpdate" : L"NextUpdate", x509::FormatLogTime(limit).c_str());
+    TLOG_ERROR(log, L"%ls: Incomplete verification (waiting for a new %ls).", texts.operation,
+               texts.awaited);
     const std::int64_t newerDataDue = nextUpdate != 0 ? nextUpdate : checkTime;
-    if (newerDataDue > CryptUtils::GetCurrentTimeUTC()) {
-        CryptException::Throw(ErrCautionPeriod, L"");
-    }
-    CryptException::Throw(ErrRevocationUnknown, L"");
+    Fail(newerDataDue > CryptUtils::GetCurrentTimeUTC() ? ErrCautionPeriod : ErrRevocationUnknown);
 }
 
 }  // namespace
+
+X509Crl chain::CrlFor(const X509Chain::BuildContext* context, const X509_CRL* crl) {
+    if (context != nullptr) {
+        for (const X509Crl& collected : context->collectedCrls) {
+            if (collected.GetX509Crl() == crl) {
+                return collected;
+            }
+        }
+    }
+    return X509Crl(crl);
+}
 
 void X509Chain::FindRevocationElementsCheckParams(const X509Certificate* cert,
                                                   const X509CrlClient* crlClient,
@@ -256,60 +263,41 @@ void X509Chain::FindRevocationElementsCheckParams(const X509Certificate* cert,
     const bool useClients = (buildMode & X509ChainPolicy::cptChainBuildClients) != 0;
     if (X509ChainPolicy::IsRevCRLMode(mode) && useClients) {
         if (!m_pBuildCtx || !m_pBuildCtx->pCrls) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error,
-                             L"FindRevocationElementsCheckParams: m_pBuildCtx->pCrls is NULL");
-            }
-            CryptException::Throw(ErrInvalidParameter, L"m_pBuildCtx->pCrls=NULL");
+            Fail(m_log, L"FindRevocationElementsCheckParams: m_pBuildCtx->pCrls is NULL",
+                 ErrInvalidParameter, L"m_pBuildCtx->pCrls=NULL");
         }
         if (crlClient == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error,
-                             L"FindRevocationElementsCheckParams: CRL client not set.");
-            }
-            CryptException::Throw(ErrInvalidParameter, L"pCrlClient=NULL");
+            Fail(m_log, L"FindRevocationElementsCheckParams: CRL client not set.",
+                 ErrInvalidParameter, L"pCrlClient=NULL");
         }
     } else if (mode == X509ChainPolicy::revOcsp && useClients && ocspClient == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"FindRevocationElementsCheckParams: OCSP client not set.");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"pOcspClient=NULL");
+        Fail(m_log, L"FindRevocationElementsCheckParams: OCSP client not set.", ErrInvalidParameter,
+             L"pOcspClient=NULL");
     }
     if (cert == nullptr || cert->GetX509() == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"FindRevocationElementsCheckParams: pCert->GetX509() is NULL");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"pCert->GetX509()=NULL");
+        Fail(m_log, L"FindRevocationElementsCheckParams: pCert->GetX509() is NULL",
+             ErrInvalidParameter, L"pCert->GetX509()=NULL");
     }
     if (X509ChainPolicy::UseValidationDataStore(buildMode) &&
         (!m_pBuildCtx || !m_pBuildCtx->pTrustStore)) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"FindRevocationElementsCheckParams: Trusted store not set.");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"m_pBuildCtx->pTrustStore=NULL");
+        Fail(m_log, L"FindRevocationElementsCheckParams: Trusted store not set.",
+             ErrInvalidParameter, L"m_pBuildCtx->pTrustStore=NULL");
     }
 }
 
 void X509Chain::FindRevocationElements(const X509Certificate* cert) {
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"FindRevocationElements");
-    }
+    TLOG_DEBUG(m_log, L"FindRevocationElements");
     const X509ChainPolicy& policy = RequirePolicy(m_policy);
     const X509ChainPolicy::cptRevocationOption option = policy.GetRevocationOption();
     if (option == X509ChainPolicy::revOptionNone) {
         return;
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug,
-                           L"FindRevocationElements: PreferCrl=%ls, CheckRevocationThisUpdate=%ls, "
-                           L"ForceGetCrlAfterTimeUsage=%ls",
-                           chain::Bool(policy.GetPreferCrl()),
-                           chain::Bool(policy.GetCheckRevocationThisUpdate()),
-                           chain::Bool(policy.GetForceGetCrlAfterTimeUsage()));
-    }
+    TLOG_DEBUG(m_log,
+               L"FindRevocationElements: PreferCrl=%ls, CheckRevocationThisUpdate=%ls, "
+               L"ForceGetCrlAfterTimeUsage=%ls",
+               chain::Bool(policy.GetPreferCrl()),
+               chain::Bool(policy.GetCheckRevocationThisUpdate()),
+               chain::Bool(policy.GetForceGetCrlAfterTimeUsage()));
     X509CrlClient* const crlClient = policy.GetCrlClient();
     X509OcspClient* const ocspClient = policy.GetOcspClient();
     FindRevocationElementsCheckParams(cert, crlClient, ocspClient);
@@ -335,85 +323,53 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
         }
         X509ChainElement& element = m_elements.GetAt(first + static_cast<unsigned int>(i));
         const X509Certificate& current = *element.GetCertificate();
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"FindRevocationElements: [%i] Certificate: %ls.",
-                               i, Subject(current).c_str());
-        }
+        TLOG_DEBUG(m_log, L"FindRevocationElements: [%i] Certificate: %ls.", i,
+                   Subject(current).c_str());
+        // The next element issued this one; the end of the path must have
+        // issued itself.
         const X509Certificate* issuer = nullptr;
         if (i + 1 < length) {
             issuer = m_elements.GetAt(first + static_cast<unsigned int>(i) + 1).GetCertificate();
         } else if (x509::IsIssuedBy(x509, x509)) {
             issuer = &current;
         } else {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"FindRevocationElements: pIssuer is NULL.");
-            }
-            CryptException::Throw(ErrInternal, L"pIssuer=NULL");
+            Fail(m_log, L"FindRevocationElements: pIssuer is NULL.", ErrInternal, L"pIssuer=NULL");
         }
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug,
-                               L"FindRevocationElements: [%i] Certificate issuer: %ls.", i,
-                               Subject(*issuer).c_str());
-        }
+        TLOG_DEBUG(m_log, L"FindRevocationElements: [%i] Certificate issuer: %ls.", i,
+                   Subject(*issuer).c_str());
 
         // Data of an expired certificate, or data the policy wants issued
         // after the check time, must be asked for "after time".
         const bool afterTime = policy.GetCheckRevocationThisUpdate() != 0 ||
                                policy.GetForceGetCrlAfterTimeUsage() != 0 ||
                                current.GetNotAfter() < now;
+
+        // The CRL: the extra store's first, else the client's.
         std::unique_ptr<X509Crl> foundCrl;  // from the extra store
         const X509Crl* crl = nullptr;       // found or the client's
         bool tryOcsp = false;
-
         if (X509ChainPolicy::IsRevCRLMode(mode)) {
             std::int64_t checkTime = m_verifyTime;
             const CautionPeriod caution = policy.GetCautionPeriod(current.GetSHA1HashHex());
             if (!caution.IsZero()) {
-                if (m_log->IsDebugEnabled()) {
-                    m_log->WriteFormat(
-                        LogLevel::Debug,
-                        L"FindRevocationElements: Applying caution period Days:%d "
-                        L"Hours:%d Minutes:%d Seconds:%d",
-                        static_cast<int>(caution.m_days), static_cast<int>(caution.m_hours),
-                        static_cast<int>(caution.m_minutes), static_cast<int>(caution.m_seconds));
-                }
+                TLOG_DEBUG(m_log,
+                           L"FindRevocationElements: Applying caution period Days:%d "
+                           L"Hours:%d Minutes:%d Seconds:%d",
+                           static_cast<int>(caution.m_days), static_cast<int>(caution.m_hours),
+                           static_cast<int>(caution.m_minutes),
+                           static_cast<int>(caution.m_seconds));
                 checkTime += caution.ToTimestamp();
             }
             if (extraStore != nullptr) {
-                if (m_log->IsDebugEnabled()) {
-                    m_log->Write(LogLevel::Debug,
-                                 L"FindRevocationElements: Try to find CRL in extra store ...");
-                }
+                TLOG_DEBUG(m_log, L"FindRevocationElements: Try to find CRL in extra store ...");
                 SearchExtraStore(
                     *m_log, L"FindRevocationElements: Error while finding CRL in extra store.",
                     [&] { foundCrl.reset(FindCrl(current, *issuer, checkTime, extraStore)); });
                 crl = foundCrl.get();
             }
             if (useClients && crl == nullptr && crlClient != nullptr) {
-                if (m_log->IsDebugEnabled()) {
-                    m_log->Write(LogLevel::Debug,
-                                 L"FindRevocationElements: Try to find CRL by client ...");
-                }
-                if (afterTime) {
-                    if (m_log->IsDebugEnabled()) {
-                        m_log->WriteFormat(LogLevel::Debug,
-                                           L"FindRevocationElements: after time %ls",
-                                           x509::FormatLogTime(checkTime).c_str());
-                    }
-                    crl = crlClient->GetCrlAfterTime(current, checkTime, issuer);
-                    if (crl == nullptr && mode == X509ChainPolicy::revOcspOrCrl) {
-                        crl = crlClient->GetCrl(current);
-                        tryOcsp = true;
-                    }
-                } else {
-                    crl = crlClient->GetCrl(current);
-                    if (mode == X509ChainPolicy::revOcspOrCrl) {
-                        // A CRL alone settles the certificate only when preferred and
-                        // not outdated at the check time.
-                        tryOcsp = !(crl != nullptr && policy.GetPreferCrl() != 0 &&
-                                    crl->GetNextUpdate() > checkTime);
-                    }
-                }
+                crl = AskCrlClient(*m_log, crlClient, policy, current, *issuer, afterTime,
+                                   checkTime, &tryOcsp);
             }
             if (crl != nullptr && crl->GetX509Crl() == nullptr) {
                 crl = nullptr;
@@ -421,23 +377,21 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
             if (crl != nullptr) {
                 CollectCrl(*m_log, m_pBuildCtx.get(), *crl);
             } else if (mode == X509ChainPolicy::revCrl) {
-                if (m_log->IsWarningEnabled()) {
-                    m_log->WriteFormat(LogLevel::Warning,
-                                       L"FindRevocationElements: Unable to obtain CRL. "
-                                       L"Certificate: %ls. Issuer: %ls. Time: %ls",
-                                       Subject(current).c_str(), Subject(*issuer).c_str(),
-                                       x509::FormatLogTime(checkTime).c_str());
-                }
-                CryptException::Throw(ErrRevocationUnknown,
-                                      L"GetCrl()=NULL or GetCrl()->GetX509Crl()=NULL");
-            } else if (m_log->IsDebugEnabled()) {
-                m_log->WriteFormat(LogLevel::Debug,
-                                   L"FindRevocationElements: Suitable CRL was not found. "
-                                   L"Certificate: %ls.",
-                                   Subject(current).c_str());
+                TLOG_WARNING(m_log,
+                             L"FindRevocationElements: Unable to obtain CRL. "
+                             L"Certificate: %ls. Issuer: %ls. Time: %ls",
+                             Subject(current).c_str(), Subject(*issuer).c_str(),
+                             x509::FormatLogTime(checkTime).c_str());
+                Fail(ErrRevocationUnknown, L"GetCrl()=NULL or GetCrl()->GetX509Crl()=NULL");
+            } else {
+                TLOG_DEBUG(m_log,
+                           L"FindRevocationElements: Suitable CRL was not found. "
+                           L"Certificate: %ls.",
+                           Subject(current).c_str());
             }
         }
 
+        // The OCSP response, unless a preferred CRL already settles it.
         const bool lookForOcsp = mode == X509ChainPolicy::revOcsp ||
                                  (mode == X509ChainPolicy::revOcspOrCrl &&
                                   !(crl != nullptr && policy.GetPreferCrl() != 0 && !tryOcsp));
@@ -445,11 +399,9 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
         const OcspResponse* ocsp = nullptr;       // found or the client's
         if (lookForOcsp) {
             if (extraStore != nullptr) {
-                if (m_log->IsDebugEnabled()) {
-                    m_log->Write(LogLevel::Debug,
-                                 L"FindRevocationElements: Try to find OCSP response in extra "
-                                 L"store ...");
-                }
+                TLOG_DEBUG(m_log,
+                           L"FindRevocationElements: Try to find OCSP response in extra "
+                           L"store ...");
                 SearchExtraStore(
                     *m_log,
                     L"FindRevocationElements: Error while finding OCSP response in extra store.",
@@ -460,16 +412,18 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
                 ocsp = AskOcspClient(*m_log, ocspClient, policy.GetTrustStore(), current, *issuer,
                                      afterTime, m_verifyTime);
             }
-            if (ocsp != nullptr && m_log->IsDebugEnabled()) {
-                m_log->WriteFormat(LogLevel::Debug,
-                                   L"FindRevocationElements: Suitable OCSP response was found - "
-                                   L"ProducedAt:%ls Status:%ls ResponderName:%ls",
-                                   x509::FormatLogTime(ocsp->GetProducedAt()).c_str(),
-                                   x509::Widen(ocsp->GetStatusString()).c_str(),
-                                   ocsp->GetResponderName().c_str());
+            if (ocsp != nullptr) {
+                TLOG_DEBUG(m_log,
+                           L"FindRevocationElements: Suitable OCSP response was found - "
+                           L"ProducedAt:%ls Status:%ls ResponderName:%ls",
+                           x509::FormatLogTime(ocsp->GetProducedAt()).c_str(),
+                           x509::Widen(ocsp->GetStatusString()).c_str(),
+                           ocsp->GetResponderName().c_str());
             }
         }
 
+        // OCSP when the mode demands it, when there is no CRL, or when the
+        // response is newer than the CRL (or the CRL alone did not settle it).
         bool useOcsp = false;
         if (mode == X509ChainPolicy::revOcsp) {
             RequireOcsp(*m_log, ocsp, current, L"RevocationMode == revOcsp && pCurrOcsp == NULL");
@@ -483,63 +437,47 @@ void X509Chain::FindRevocationElements(const X509Certificate* cert) {
         }
         if (useOcsp) {
             element.SetOcspResponse(*ocsp);
-            if (m_log->IsDebugEnabled()) {
-                m_log->WriteFormat(LogLevel::Debug,
-                                   L"FindRevocationElements: For certificate %ls will be used "
-                                   L"OCSP for revocation.",
-                                   Subject(current).c_str());
-            }
+            TLOG_DEBUG(m_log,
+                       L"FindRevocationElements: For certificate %ls will be used "
+                       L"OCSP for revocation.",
+                       Subject(current).c_str());
             continue;
         }
         if (crl == nullptr) {
-            if (m_log->IsWarningEnabled()) {
-                m_log->WriteFormat(
-                    LogLevel::Warning,
-                    L"FindRevocationElements: Unable to obtain CRL. Certificate: %ls",
-                    Subject(current).c_str());
-            }
-            CryptException::Throw(ErrRevocationUnknown, L"pCurrCrl == NULL");
+            TLOG_WARNING(m_log, L"FindRevocationElements: Unable to obtain CRL. Certificate: %ls",
+                         Subject(current).c_str());
+            Fail(ErrRevocationUnknown, L"pCurrCrl == NULL");
         }
         element.SetCrl(*crl);
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug,
-                               L"FindRevocationElements: For certificate %ls will be used CRL "
-                               L"for revocation.",
-                               Subject(current).c_str());
-        }
+        TLOG_DEBUG(m_log,
+                   L"FindRevocationElements: For certificate %ls will be used CRL "
+                   L"for revocation.",
+                   Subject(current).c_str());
     }
 }
 
 X509Crl* X509Chain::FindCrl(const X509Certificate& cert, const X509Certificate& issuer,
                             const std::int64_t& checkTime, const X509Store* store) const {
     if (store == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"FindCrl: pStore is NULL");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"pStore=NULL");
+        Fail(m_log, L"FindCrl: pStore is NULL", ErrInvalidParameter, L"pStore=NULL");
     }
     const qorstd::QorVector<X509Crl> crls = store->GetCrls();
     if (crls.GetSize() == 0) {
-        if (m_log->IsWarningEnabled()) {
-            m_log->Write(LogLevel::Warning, L"FindCrl: No CRLs in extra store.");
-        }
+        TLOG_WARNING(m_log, L"FindCrl: No CRLs in extra store.");
         return nullptr;
     }
     if (issuer.GetX509() == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"FindCrl: pIssuer is NULL");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"pIssuer=NULL");
+        Fail(m_log, L"FindCrl: pIssuer is NULL", ErrInvalidParameter, L"pIssuer=NULL");
     }
+    // The first CRL of the issuer that is recent enough for the check time
+    // and was issued while the certificate was valid.
     const bool byThisUpdate = RequirePolicy(m_policy).GetCheckRevocationThisUpdate() != 0;
     const X509_NAME* issuerName = X509_get_subject_name(issuer.GetX509());
     for (unsigned int i = 0; i < crls.GetSize(); ++i) {
         const X509Crl& candidate = crls.GetAt(i);
         if (candidate.GetX509Crl() == nullptr) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"FindCrl: crlNext.GetX509Crl() is NULL");
-            }
-            CryptException::Throw(ErrInternal, L"crlNext.GetX509Crl()=NULL");
+            Fail(m_log, L"FindCrl: crlNext.GetX509Crl() is NULL", ErrInternal,
+                 L"crlNext.GetX509Crl()=NULL");
         }
         const std::int64_t limit =
             byThisUpdate ? candidate.GetThisUpdate() : candidate.GetNextUpdate();
@@ -550,12 +488,9 @@ X509Crl* X509Chain::FindCrl(const X509Certificate& cert, const X509Certificate& 
             continue;
         }
         try {
-            return new X509Crl(candidate);
+            return new X509Crl(candidate);  // shares the decoded CRL
         } catch (const CryptException&) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"GetCrls: X509_CRL_dup() failed.");
-            }
-            CryptException::Throw(ErrInternal, L"pCrl=NULL");
+            Fail(m_log, L"GetCrls: X509_CRL_dup() failed.", ErrInternal, L"pCrl=NULL");
         }
     }
     return nullptr;
@@ -566,16 +501,12 @@ OcspResponse* X509Chain::FindOcspResponse(const X509Certificate& cert,
                                           const X509Store* store) const {
     ocspclient::CheckHandles(*m_log, L"FindOcspResponse", cert, issuer);
     if (store == nullptr) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"FindOcspResponse: Bad parameter - pStore is null");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"pStore=NULL");
+        Fail(m_log, L"FindOcspResponse: Bad parameter - pStore is null", ErrInvalidParameter,
+             L"pStore=NULL");
     }
     const OcspVector<OcspResponse> responses = store->GetOcspResponses();
     if (responses.GetSize() == 0) {
-        if (m_log->IsWarningEnabled()) {
-            m_log->Write(LogLevel::Warning, L"FindOcspResponse: No OCSP response in extra store.");
-        }
+        TLOG_WARNING(m_log, L"FindOcspResponse: No OCSP response in extra store.");
         return nullptr;
     }
     // The identifier of (cert, issuer) under each digest met so far.
@@ -586,19 +517,13 @@ OcspResponse* X509Chain::FindOcspResponse(const X509Certificate& cert,
         const OcspBasicRespPtr basic =
             DecodeWhole<OcspBasicRespPtr>(d2i_OCSP_BASICRESP, der.GetData(), der.GetSize());
         if (!basic) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"FindOcspResponse: Error d2i_OCSP_BASICRESP");
-            }
-            CryptException::Throw(ErrAsn1Decoding, L"");
+            Fail(m_log, L"FindOcspResponse: Error d2i_OCSP_BASICRESP", ErrAsn1Decoding);
         }
         const int count = OCSP_resp_count(basic.get());
         for (int s = 0; s < count; ++s) {
             OCSP_SINGLERESP* single = OCSP_resp_get0(basic.get(), s);
             if (single == nullptr) {
-                if (m_log->IsErrorEnabled()) {
-                    m_log->Write(LogLevel::Error, L"FindOcspResponse: Error OCSP_resp_get0");
-                }
-                CryptException::Throw(ErrInternal, L"");
+                Fail(m_log, L"FindOcspResponse: Error OCSP_resp_get0", ErrInternal);
             }
             const OCSP_CERTID* answered = OCSP_SINGLERESP_get0_id(single);
             ASN1_OBJECT* digestOid = nullptr;
@@ -606,21 +531,13 @@ OcspResponse* X509Chain::FindOcspResponse(const X509Certificate& cert,
                               const_cast<OCSP_CERTID*>(answered));
             const EVP_MD* digest = digestOid != nullptr ? EVP_get_digestbyobj(digestOid) : nullptr;
             if (digest == nullptr) {
-                if (m_log->IsErrorEnabled()) {
-                    m_log->Write(LogLevel::Error,
-                                 L"FindOcspResponse: Error in EVP_get_digestbyobj");
-                }
-                CryptException::Throw(ErrInternal, L"");
+                Fail(m_log, L"FindOcspResponse: Error in EVP_get_digestbyobj", ErrInternal);
             }
             OcspCertIdPtr& id = ids[digest];
             if (!id) {
                 id.reset(OCSP_cert_to_id(digest, cert.GetX509(), issuer.GetX509()));
                 if (!id) {
-                    if (m_log->IsErrorEnabled()) {
-                        m_log->Write(LogLevel::Error,
-                                     L"FindOcspResponse: Error in OCSP_cert_to_id");
-                    }
-                    CryptException::Throw(ErrInternal, L"");
+                    Fail(m_log, L"FindOcspResponse: Error in OCSP_cert_to_id", ErrInternal);
                 }
             }
             if (OCSP_id_cmp(id.get(), answered) == 0) {
@@ -642,67 +559,51 @@ void X509Chain::LoadCertificatesFromTrustStore(OcspVector<OcspCertificate>& out)
 void X509Chain::VerifyCertCrl(const X509Certificate* cert, const X509Crl& crl,
                               std::int64_t verifyTime, const CautionPeriod& cautionPeriod) {
     if (cert == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCert=NULL");
+        Fail(ErrInvalidParameter, L"pCert=NULL");
     }
     const std::int64_t thisUpdate = crl.GetThisUpdate();
     const std::int64_t nextUpdate = VerdictNextUpdate(crl);
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug,
-                           L"VerifyCertCrl(VerifyTime:%ls Certificate:%ls CRLNumber:%ls "
-                           L"CRLIssuer:%ls)",
-                           x509::FormatLogTime(verifyTime).c_str(), Subject(*cert).c_str(),
-                           x509::Widen(crl.GetCRLNumberDec()).c_str(),
-                           crl.GetIssuerStringX500().c_str());
-    }
+    TLOG_DEBUG(m_log,
+               L"VerifyCertCrl(VerifyTime:%ls Certificate:%ls CRLNumber:%ls "
+               L"CRLIssuer:%ls)",
+               x509::FormatLogTime(verifyTime).c_str(), Subject(*cert).c_str(),
+               x509::Widen(crl.GetCRLNumberDec()).c_str(), crl.GetIssuerStringX500().c_str());
+    // A CRL issued before the certificate cannot speak for it.
     if (thisUpdate < cert->GetNotBefore()) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error,
-                               L"VerifyCertCrl: CRL is not time valid, CRL(ThisUpdate:%ls) < "
-                               L"Cert(NotBefore:%ls)",
-                               x509::FormatLogTime(thisUpdate).c_str(),
-                               x509::FormatLogTime(cert->GetNotBefore()).c_str());
-        }
-        CryptException::Throw(ErrCrlNotTimeValid, L"");
+        TLOG_ERROR(m_log,
+                   L"VerifyCertCrl: CRL is not time valid, CRL(ThisUpdate:%ls) < "
+                   L"Cert(NotBefore:%ls)",
+                   x509::FormatLogTime(thisUpdate).c_str(),
+                   x509::FormatLogTime(cert->GetNotBefore()).c_str());
+        Fail(ErrCrlNotTimeValid);
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"Checking CRL time validity ...");
-        m_log->WriteFormat(LogLevel::Debug, L"CRL(ThisUpdate:%ls, NextUpdate:%ls)",
-                           x509::FormatLogTime(thisUpdate).c_str(),
-                           x509::FormatLogTime(nextUpdate).c_str());
-    }
+    TLOG_DEBUG(m_log, L"Checking CRL time validity ...");
+    TLOG_DEBUG(m_log, L"CRL(ThisUpdate:%ls, NextUpdate:%ls)",
+               x509::FormatLogTime(thisUpdate).c_str(), x509::FormatLogTime(nextUpdate).c_str());
+    // It must have been issued while the certificate was valid.
     if (!(cert->GetNotBefore() < thisUpdate && thisUpdate <= cert->GetNotAfter())) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug,
-                               L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
-                               L"CRL(ThisUpdate:%ls)",
-                               x509::FormatLogTime(cert->GetNotBefore()).c_str(),
-                               x509::FormatLogTime(cert->GetNotAfter()).c_str(),
-                               x509::FormatLogTime(thisUpdate).c_str());
-        }
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"VerifyCertCrl: Incomplete automatic verification. CRL not time valid.");
-        }
-        CryptException::Throw(ErrRevocationUnknown, L"");
+        TLOG_DEBUG(m_log,
+                   L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
+                   L"CRL(ThisUpdate:%ls)",
+                   x509::FormatLogTime(cert->GetNotBefore()).c_str(),
+                   x509::FormatLogTime(cert->GetNotAfter()).c_str(),
+                   x509::FormatLogTime(thisUpdate).c_str());
+        Fail(m_log, L"VerifyCertCrl: Incomplete automatic verification. CRL not time valid.",
+             ErrRevocationUnknown);
     }
+    // Listed: revoked from the revocation time on.
     X509CrlItem item;
     if (crl.GetCrlItem(*cert, item) != 0) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->Write(LogLevel::Debug, L"Certificate is identified in a CRL.");
-            m_log->WriteFormat(LogLevel::Debug, L"RevocationTime=%ls",
-                               x509::FormatLogTime(item.GetRevocationTime()).c_str());
-        }
+        TLOG_DEBUG(m_log, L"Certificate is identified in a CRL.");
+        TLOG_DEBUG(m_log, L"RevocationTime=%ls",
+                   x509::FormatLogTime(item.GetRevocationTime()).c_str());
         if (verifyTime >= item.GetRevocationTime()) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error, L"VerifyCertCrl: CRL certificate status revoked.");
-            }
-            CryptException::Throw(ErrCertRevoked, L"");
+            Fail(m_log, L"VerifyCertCrl: CRL certificate status revoked.", ErrCertRevoked);
         }
         return;
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"Certificate is not identified in a CRL.");
-    }
+    // Not listed: good when the CRL is fresh enough.
+    TLOG_DEBUG(m_log, L"Certificate is not identified in a CRL.");
     CheckFreshness(*m_log, kCrlTexts, RequirePolicy(m_policy).GetCheckRevocationThisUpdate() != 0,
                    thisUpdate, nextUpdate, verifyTime, cautionPeriod);
 }
@@ -711,69 +612,56 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
                                        std::int64_t verifyTime,
                                        const CautionPeriod& cautionPeriod) {
     if (cert == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCert=NULL");
+        Fail(ErrInvalidParameter, L"pCert=NULL");
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug,
-                           L"VerifyCertOcspResponse(VerifyTime:%ls Certificate:%ls "
-                           L"OCSPProducedAt:%ls OCSPResponderName:%ls)",
-                           x509::FormatLogTime(verifyTime).c_str(), Subject(*cert).c_str(),
-                           x509::FormatLogTime(response.GetProducedAt()).c_str(),
-                           response.GetResponderName().c_str());
-    }
+    TLOG_DEBUG(m_log,
+               L"VerifyCertOcspResponse(VerifyTime:%ls Certificate:%ls "
+               L"OCSPProducedAt:%ls OCSPResponderName:%ls)",
+               x509::FormatLogTime(verifyTime).c_str(), Subject(*cert).c_str(),
+               x509::FormatLogTime(response.GetProducedAt()).c_str(),
+               response.GetResponderName().c_str());
+    // Exactly one answer, produced after the certificate was issued.
     const OcspVector<OcspSingleResponse>& singles = response.GetSingleResponses();
     if (singles.GetSize() == 0) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error, L"VerifyCertOcspResponse: No single response found.");
-        }
-        CryptException::Throw(ErrInvalidParameter, L"ocsp.GetSingleResponses() is empty");
+        Fail(m_log, L"VerifyCertOcspResponse: No single response found.", ErrInvalidParameter,
+             L"ocsp.GetSingleResponses() is empty");
     }
     if (singles.GetSize() > 1) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"VerifyCertOcspResponse: Single responses occurs more than once.");
-        }
-        CryptException::Throw(ErrInternal, L"ocsp.GetSingleResponses().GetSize()>1");
+        Fail(m_log, L"VerifyCertOcspResponse: Single responses occurs more than once.", ErrInternal,
+             L"ocsp.GetSingleResponses().GetSize()>1");
     }
     if (response.GetProducedAt() < cert->GetNotBefore()) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error,
-                               L"VerifyCertOcspResponse: OCSP response is not time valid, "
-                               L"OCSP(ProducedAt:%ls) < Cert(NotBefore:%ls)",
-                               x509::FormatLogTime(response.GetProducedAt()).c_str(),
-                               x509::FormatLogTime(cert->GetNotBefore()).c_str());
-        }
+        TLOG_ERROR(m_log,
+                   L"VerifyCertOcspResponse: OCSP response is not time valid, "
+                   L"OCSP(ProducedAt:%ls) < Cert(NotBefore:%ls)",
+                   x509::FormatLogTime(response.GetProducedAt()).c_str(),
+                   x509::FormatLogTime(cert->GetNotBefore()).c_str());
         OcspException::Throw(OcspException::ocspErrResponseTooOld, nullptr);
     }
     const OcspSingleResponse& single = singles.GetAt(0);
     const std::int64_t thisUpdate = single.GetThisUpdate();
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"Checking OCSP time validity ...");
-        m_log->WriteFormat(LogLevel::Debug, L"OCSP(ThisUpdate:%ls, NextUpdate:%ls)",
-                           x509::FormatLogTime(thisUpdate).c_str(),
-                           x509::FormatLogTime(single.GetNextUpdate()).c_str());
-    }
+    TLOG_DEBUG(m_log, L"Checking OCSP time validity ...");
+    TLOG_DEBUG(m_log, L"OCSP(ThisUpdate:%ls, NextUpdate:%ls)",
+               x509::FormatLogTime(thisUpdate).c_str(),
+               x509::FormatLogTime(single.GetNextUpdate()).c_str());
+    // The answer must have been given while the certificate was valid.
     if (!(cert->GetNotBefore() < thisUpdate && thisUpdate <= cert->GetNotAfter())) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug,
-                               L"OCSP response is not time valid, Cert(NotBefore:%ls, "
-                               L"NotAfter:%ls) <- OCSP(ThisUpdate:%ls)",
-                               x509::FormatLogTime(cert->GetNotBefore()).c_str(),
-                               x509::FormatLogTime(cert->GetNotAfter()).c_str(),
-                               x509::FormatLogTime(thisUpdate).c_str());
-        }
-        if (m_log->IsErrorEnabled()) {
-            m_log->Write(LogLevel::Error,
-                         L"VerifyCertOcspResponse: Incomplete automatic verification. OCSP "
-                         L"response not time valid.");
-        }
-        CryptException::Throw(ErrRevocationUnknown, L"");
+        TLOG_DEBUG(m_log,
+                   L"OCSP response is not time valid, Cert(NotBefore:%ls, "
+                   L"NotAfter:%ls) <- OCSP(ThisUpdate:%ls)",
+                   x509::FormatLogTime(cert->GetNotBefore()).c_str(),
+                   x509::FormatLogTime(cert->GetNotAfter()).c_str(),
+                   x509::FormatLogTime(thisUpdate).c_str());
+        Fail(m_log,
+             L"VerifyCertOcspResponse: Incomplete automatic verification. OCSP "
+             L"response not time valid.",
+             ErrRevocationUnknown);
     }
     switch (single.GetCertStatus()) {
         case OcspSingleResponse::ocspStatusGood: {
-            if (m_log->IsDebugEnabled()) {
-                m_log->Write(LogLevel::Debug, L"CertificateStatus:Good");
-            }
+            // Good when fresh: by the policy's maximum age when it sets one,
+            // else by the same rule as a CRL.
+            TLOG_DEBUG(m_log, L"CertificateStatus:Good");
             const long maxFreshness = RequirePolicy(m_policy).GetMaxOcspFreshness();
             if (maxFreshness < 1) {
                 CheckFreshness(*m_log, kOcspTexts,
@@ -783,46 +671,34 @@ void X509Chain::VerifyCertOcspResponse(const X509Certificate* cert, const OcspRe
             }
             const std::int64_t oldest = verifyTime - maxFreshness;
             if (thisUpdate < oldest) {
-                if (m_log->IsDebugEnabled()) {
-                    m_log->WriteFormat(LogLevel::Debug,
-                                       L"OCSP response is not time valid, OCSP(ThisUpdate:%ls) < "
-                                       L"CheckTime:%ls",
-                                       x509::FormatLogTime(thisUpdate).c_str(),
-                                       x509::FormatLogTime(oldest).c_str());
-                }
-                if (m_log->IsErrorEnabled()) {
-                    m_log->Write(LogLevel::Error,
-                                 L"VerifyCertOcspResponse: Incomplete verification (OCSP response "
-                                 L"is not fresh).");
-                }
-                CryptException::Throw(ErrRevocationUnknown, L"");
+                TLOG_DEBUG(m_log,
+                           L"OCSP response is not time valid, OCSP(ThisUpdate:%ls) < "
+                           L"CheckTime:%ls",
+                           x509::FormatLogTime(thisUpdate).c_str(),
+                           x509::FormatLogTime(oldest).c_str());
+                Fail(m_log,
+                     L"VerifyCertOcspResponse: Incomplete verification (OCSP response "
+                     L"is not fresh).",
+                     ErrRevocationUnknown);
             }
             return;
         }
         case OcspSingleResponse::ocspStatusRevoked:
-            if (m_log->IsDebugEnabled()) {
-                m_log->Write(LogLevel::Debug, L"CertificateStatus:Revoked");
-                m_log->WriteFormat(LogLevel::Debug, L"RevocationTime=%ls",
-                                   x509::FormatLogTime(single.GetRevocationTime()).c_str());
-            }
+            // Revoked from the revocation time on.
+            TLOG_DEBUG(m_log, L"CertificateStatus:Revoked");
+            TLOG_DEBUG(m_log, L"RevocationTime=%ls",
+                       x509::FormatLogTime(single.GetRevocationTime()).c_str());
             if (verifyTime >= single.GetRevocationTime()) {
-                if (m_log->IsErrorEnabled()) {
-                    m_log->Write(LogLevel::Error,
-                                 L"VerifyCertOcspResponse: OCSP certificate status revoked.");
-                }
-                CryptException::Throw(ErrCertRevoked, L"");
+                Fail(m_log, L"VerifyCertOcspResponse: OCSP certificate status revoked.",
+                     ErrCertRevoked);
             }
             return;
         default:
-            if (m_log->IsDebugEnabled()) {
-                m_log->Write(LogLevel::Debug, L"CertificateStatus:Unknown");
-            }
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error,
-                             L"VerifyCertOcspResponse: Incomplete automatic verification. OCSP "
-                             L"certificate status unknown.");
-            }
-            CryptException::Throw(ErrRevocationUnknown, L"");
+            TLOG_DEBUG(m_log, L"CertificateStatus:Unknown");
+            Fail(m_log,
+                 L"VerifyCertOcspResponse: Incomplete automatic verification. OCSP "
+                 L"certificate status unknown.",
+                 ErrRevocationUnknown);
     }
 }
 
@@ -830,13 +706,13 @@ int X509Chain::VerifyCrl(X509_CRL* crl, const X509Certificate* cert, const X509C
                          const std::int64_t& time, const ValidationDataStore* poeStore,
                          std::int64_t* poeOut) const {
     if (crl == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCrl=NULL");
+        Fail(ErrInvalidParameter, L"pCrl=NULL");
     }
     if (cert == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCert=NULL");
+        Fail(ErrInvalidParameter, L"pCert=NULL");
     }
     if (issuer == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pIssuer=NULL");
+        Fail(ErrInvalidParameter, L"pIssuer=NULL");
     }
     std::int64_t thisUpdate = 0;
     if (!qortime::Asn1TimeToSeconds(X509_CRL_get0_lastUpdate(crl), &thisUpdate)) {
@@ -858,7 +734,7 @@ int X509Chain::VerifyCrl(X509_CRL* crl, const X509Certificate* cert, const X509C
     }
     const std::int64_t poe = 0;
     if (poeStore != nullptr) {
-        CryptException::Throw(ErrNotImplemented, L"VerifyCrl: proof-of-existence store");
+        Fail(ErrNotImplemented, L"VerifyCrl: proof-of-existence store");
     }
     EVP_PKEY* key = issuer->GetX509() != nullptr ? X509_get0_pubkey(issuer->GetX509()) : nullptr;
     if (key == nullptr || X509_CRL_verify(crl, key) != 1) {

@@ -10,6 +10,7 @@
 
 #include "CryptException.h"
 #include "CryptHash.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 #include "QorAsn1Time.h"
 #include "QorDer.h"
@@ -26,11 +27,6 @@ namespace TesseraLib {
 
 namespace {
 
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
-
 // Another reference to `crl`: nothing changes a CRL once it is read, and
 // duplicating one decodes the whole list again.
 X509_CRL* ShareCrl(const X509_CRL* crl) {
@@ -39,7 +35,7 @@ X509_CRL* ShareCrl(const X509_CRL* crl) {
     }
     X509_CRL* shared = const_cast<X509_CRL*>(crl);
     if (X509_CRL_up_ref(shared) != 1) {
-        Fail(ErrOutOfMemory, L"");
+        Fail(ErrOutOfMemory);
     }
     return shared;
 }
@@ -59,7 +55,7 @@ BIGNUM* DuplicateNumber(const BIGNUM* number) {
 // entry with reason removeFromCRL (which still counts as listed).
 int LookUp(const X509_CRL* crl, const X509Certificate& cert, X509_REVOKED** revoked) {
     if (cert.GetX509() == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"cert.GetX509()=NULL");
+        Fail(ErrInvalidParameter, L"cert.GetX509()=NULL");
     }
     if (crl == nullptr) {
         return 0;
@@ -79,7 +75,7 @@ X509CrlItem::X509CrlItem() : m_revocationTime(0), m_revocationReason(-1) {}
 
 X509CrlItem::X509CrlItem(const x509_revoked_st* revoked) : X509CrlItem() {
     if (revoked == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pRevoked=NULL");
+        Fail(ErrInvalidParameter, L"pRevoked=NULL");
     }
     if (!qortime::Asn1TimeToSeconds(X509_REVOKED_get0_revocationDate(revoked), &m_revocationTime)) {
         Fail(ErrAsn1Decoding);
@@ -112,7 +108,7 @@ X509Crl::X509Crl(const unsigned char* der, long size) : X509Crl() {
 
 X509Crl::X509Crl(const X509_crl_st* crl) : X509Crl() {
     if (crl == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCrl=NULL");
+        Fail(ErrInvalidParameter, L"pCrl=NULL");
     }
     // A duplicate: a CRL made in memory has not computed the digest that
     // comparisons use until it is decoded.
@@ -177,10 +173,10 @@ void X509Crl::Reset() {
 
 void X509Crl::Import(const unsigned char* der, long size) {
     if (der == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCrl=NULL");
+        Fail(ErrInvalidParameter, L"pCrl=NULL");
     }
     if (size <= 0) {
-        CryptException::Throw(ErrInvalidParameter, L"nSize<=0");
+        Fail(ErrInvalidParameter, L"nSize<=0");
     }
     Reset();
     // Bytes after the CRL would travel unnoticed with it into stores and
@@ -196,7 +192,7 @@ void X509Crl::Import(const unsigned char* der, long size) {
 void X509Crl::Parse() {
     X509_CRL* crl = m_crl.get();
     if (crl == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pCrl=NULL");
+        Fail(ErrInvalidParameter, L"pCrl=NULL");
     }
     m_version = static_cast<unsigned long>(X509_CRL_get_version(crl));
 
@@ -340,7 +336,7 @@ int X509Crl::GetCrlItem(const X509Certificate& cert, X509CrlItem& item) const {
         return 0;
     }
     if (revoked == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pRevoked=NULL");
+        Fail(ErrInvalidParameter, L"pRevoked=NULL");
     }
     item = X509CrlItem(revoked);
     return 1;

@@ -14,6 +14,7 @@
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
 #include "x509/X509Bytes.h"
+#include "Failure.h"
 
 namespace TesseraLib {
 
@@ -26,10 +27,12 @@ const char kHttpPrefix[] = "http://";
 // The platform retrieval waits this long for each URL.
 const long kWinTimeoutSeconds = 15;
 
-void LogError(const LogChannel& log, const wchar_t* text) {
-    if (log.IsErrorEnabled()) {
-        log.Write(LogLevel::Error, text);
-    }
+// The error line that carries a refused download's body, written whole.
+std::wstring BodyLine(const qorcurl::Response& answer) {
+    const std::string body(answer.body.begin(), answer.body.end());
+    const qorstd::QorStringW text = qorstd::text::NarrowToWide(
+        body.c_str(), static_cast<unsigned int>(body.size()), qorstd::text::kCharsetProcess);
+    return std::wstring(L"HTTP body: ") + text.c_str();
 }
 
 // The CRL distribution points of `cert`; null when it has none. An extension
@@ -40,9 +43,7 @@ CrlDistPointsPtr ReadDistributionPoints(const X509Certificate& cert, const LogCh
     CrlDistPointsPtr points(static_cast<CRL_DIST_POINTS*>(
         X509_get_ext_d2i(cert.GetX509(), NID_crl_distribution_points, &critical, nullptr)));
     if (!points && critical != -1) {
-        ERR_clear_error();
-        LogError(log, failure);
-        CryptException::Throw(code, message);
+        Fail(log, failure, code, message);
     }
     return points;
 }
@@ -100,20 +101,15 @@ X509CrlClientOnline::~X509CrlClientOnline() = default;
 
 void X509CrlClientOnline::WarnCaught(int code, const wchar_t* description,
                                      const wchar_t* message) const {
-    if (m_log->IsWarningEnabled()) {
-        m_log->WriteFormat(LogLevel::Warning,
-                           L"GetCrl: Cannot get CRL, CryptException caught: ErrorNumber = %d, "
+    TLOG_WARNING(m_log, L"GetCrl: Cannot get CRL, CryptException caught: ErrorNumber = %d, "
                            L"Description = %ls, Message = %ls",
                            code, description, message);
-    }
 }
 
 X509Crl* X509CrlClientOnline::GetCrl(const X509Certificate& cert) {
     try {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"GetCrl(Cert:%ls)",
+        TLOG_DEBUG(m_log, L"GetCrl(Cert:%ls)",
                                crlclients::Describe(cert).c_str());
-        }
         crlclients::RequireHandle(*m_log, cert, L"GetCrl");
         return GetCrlFromCertificate(cert);
     } catch (const CryptException& e) {
@@ -134,8 +130,7 @@ X509Crl* X509CrlClientOnline::GetCrlFromCertificate(const X509Certificate& cert)
     for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {
         const DIST_POINT* point = sk_DIST_POINT_value(points.get(), i);
         if (point == nullptr) {
-            LogError(*m_log, L"GetCrldpUrl: CRLDP not set");
-            CryptException::Throw(ErrInvalidParameter, L"");
+            Fail(m_log, L"GetCrldpUrl: CRLDP not set", ErrInvalidParameter, L"");
         }
         std::string url;
         for (const std::string& uri : FullNameUris(point)) {
@@ -181,18 +176,13 @@ X509Crl* X509CrlClientOnline::GetCrl(const wchar_t* url) {
 
 X509Crl* X509CrlClientOnline::GetCrlAfterTime(const X509Certificate& cert, const std::int64_t& time,
                                               const X509Certificate* /*issuer*/) {
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"GetCrlAfterTime(Time:%ls)",
+    TLOG_DEBUG(m_log, L"GetCrlAfterTime(Time:%ls)",
                            x509::FormatLogTime(time).c_str());
-    }
     X509Crl* crl = GetCrl(cert);
     if (crl != nullptr && crl->GetThisUpdate() < time) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug,
-                               L"GetCrlAfterTime: Cannot get CRL, CRL(ThisUpdate:%ls) < Time(%ls)",
+        TLOG_DEBUG(m_log, L"GetCrlAfterTime: Cannot get CRL, CRL(ThisUpdate:%ls) < Time(%ls)",
                                x509::FormatLogTime(crl->GetThisUpdate()).c_str(),
                                x509::FormatLogTime(time).c_str());
-        }
         return nullptr;
     }
     return crl;
@@ -223,16 +213,14 @@ X509CurlCrlClientOnline::~X509CurlCrlClientOnline() = default;
 void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
                                             qorstd::QorArray<unsigned char>& out) const {
     if (url == nullptr || url[0] == L'\0') {
-        LogError(*m_log, L"Server address not set");
-        CryptException::Throw(ErrInvalidParameter, L"");
+        Fail(m_log, L"Server address not set", ErrInvalidParameter, L"");
     }
     if (GetUseProxy() != 0) {
         if (GetProxyAddress().empty()) {
-            LogError(*m_log, L"UseProxy set true, but proxy server address not set");
-            CryptException::Throw(ErrInvalidParameter, L"");
+            Fail(m_log, L"UseProxy set true, but proxy server address not set", ErrInvalidParameter, L"");
         }
         // This transport talks to the server directly only.
-        CryptException::Throw(ErrNotImplemented, L"");
+        Fail(ErrNotImplemented, L"");
     }
     out = qorstd::QorArray<unsigned char>();
 
@@ -240,26 +228,17 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
     request.url = qorstd::text::WideToNarrow(url, true).c_str();
     request.connectTimeoutSeconds = m_connectTimeout;
     request.totalTimeoutSeconds = m_timeout;
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"URL: %ls", url);
-    }
+    TLOG_DEBUG(m_log, L"URL: %ls", url);
     const qorcurl::Response answer = qorcurl::Perform(request);
     if (answer.outcome != qorcurl::Outcome::Ok) {
         if (answer.curlCode == 0) {
-            LogError(*m_log, L"CURL init failed");
-            CryptException::Throw(ErrInternal, L"");
+            Fail(m_log, L"CURL init failed", ErrInternal, L"");
         }
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error, L"HTTP request failed. Result code=%d. Message=%ls",
+        TLOG_ERROR(m_log, L"HTTP request failed. Result code=%d. Message=%ls",
                                answer.curlCode, Widen(answer.error).c_str());
-        }
-        CryptException::Throw(
-            answer.outcome == qorcurl::Outcome::Timeout ? ErrCrlServiceTimeout : ErrCrlService,
-            L"");
+        Fail(answer.outcome == qorcurl::Outcome::Timeout ? ErrCrlServiceTimeout : ErrCrlService, L"");
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug, L"HTTP request succesful.");
-    }
+    TLOG_DEBUG(m_log, L"HTTP request succesful.");
     if (answer.status == 200) {
         if (!answer.body.empty()) {
             out.Assign(answer.body.data(), static_cast<unsigned int>(answer.body.size()));
@@ -267,24 +246,13 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
         return;
     }
     if (answer.status == 0) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error, L"Can't get HTTP status code from reply (URL=%ls)",
+        TLOG_ERROR(m_log, L"Can't get HTTP status code from reply (URL=%ls)",
                                url);
-        }
-        CryptException::Throw(ErrCrlService, L"Can't get HTTP status code from reply");
+        Fail(ErrCrlService, L"Can't get HTTP status code from reply");
     }
-    if (m_log->IsErrorEnabled()) {
-        m_log->WriteFormat(LogLevel::Error,
-                           L"Server HTTP reply contains HTTP status code %ld (URL=%ls)",
-                           answer.status, url);
-        const std::string body(answer.body.begin(), answer.body.end());
-        const qorstd::QorStringW text = qorstd::text::NarrowToWide(
-            body.c_str(), static_cast<unsigned int>(body.size()), qorstd::text::kCharsetProcess);
-        const std::wstring line = std::wstring(L"HTTP body: ") + text.c_str();
-        m_log->Write(LogLevel::Error, line.c_str());
-    }
-    CryptException::Throw(
-        answer.status == 503 ? ErrCrlServiceUnavailable : ErrCrlServiceBadResponse, L"");
+    TLOG_ERROR(m_log, L"Server HTTP reply contains HTTP status code %ld (URL=%ls)", answer.status,
+               url);
+    Fail(m_log, BodyLine(answer).c_str(), answer.status == 503 ? ErrCrlServiceUnavailable : ErrCrlServiceBadResponse, L"");
 }
 
 // ---------------------------------------------------------------- platform
@@ -303,16 +271,13 @@ X509WinCrlClientOnline::~X509WinCrlClientOnline() = default;
 
 X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
     crlclients::RequireHandle(*m_log, cert, L"GetCrl");
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"GetCrl(Cert:%ls)",
+    TLOG_DEBUG(m_log, L"GetCrl(Cert:%ls)",
                            crlclients::Describe(cert).c_str());
-    }
     const CrlDistPointsPtr points = ReadDistributionPoints(
         cert, *m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.",
         ErrRevocationUnknown, L"");
     if (!points) {
-        LogError(*m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.");
-        CryptException::Throw(ErrRevocationUnknown, L"");
+        Fail(m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.", ErrRevocationUnknown, L"");
     }
     std::vector<std::string> urls;
     for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {
@@ -321,9 +286,7 @@ X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
         }
     }
     for (const std::string& url : urls) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"URL: %ls", Widen(url).c_str());
-        }
+        TLOG_DEBUG(m_log, L"URL: %ls", Widen(url).c_str());
         qorcurl::Request request;
         request.url = url;
         request.protocols = "all";
@@ -335,10 +298,8 @@ X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
         const bool http = url.compare(0, 4, "http") == 0 || url.compare(0, 4, "HTTP") == 0;
         if (answer.outcome != qorcurl::Outcome::Ok || answer.body.empty() ||
             (http && answer.status != 200)) {
-            if (m_log->IsDebugEnabled()) {
-                m_log->WriteFormat(LogLevel::Debug, L"GetCrl: no CRL from %ls (status %ld)",
+            TLOG_DEBUG(m_log, L"GetCrl: no CRL from %ls (status %ld)",
                                    Widen(url).c_str(), answer.status);
-            }
             continue;
         }
         try {
@@ -347,14 +308,11 @@ X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
             m_lastCrl = std::move(crl);
             return m_lastCrl.get();
         } catch (const CryptException&) {
-            if (m_log->IsDebugEnabled()) {
-                m_log->WriteFormat(LogLevel::Debug, L"GetCrl: %ls delivered no CRL",
+            TLOG_DEBUG(m_log, L"GetCrl: %ls delivered no CRL",
                                    Widen(url).c_str());
-            }
         }
     }
-    LogError(*m_log, L"GetCrlFromCertificate: Unable to retrieve CRL.");
-    CryptException::Throw(ErrCrlService, L"hCrlContext=NULL");
+    Fail(m_log, L"GetCrlFromCertificate: Unable to retrieve CRL.", ErrCrlService, L"hCrlContext=NULL");
 }
 
 X509Crl* X509WinCrlClientOnline::GetCrlAfterTime(const X509Certificate& cert,

@@ -5,6 +5,7 @@
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
 #include "x509/X509Bytes.h"
+#include "Failure.h"
 
 template class TesseraLib::X509ClientStack<TesseraLib::X509CrlClient*>;
 
@@ -20,10 +21,8 @@ void RequireHandle(const LogChannel& log, const X509Certificate& cert, const wch
     if (cert.GetX509() != nullptr) {
         return;
     }
-    if (log.IsErrorEnabled()) {
-        log.WriteFormat(LogLevel::Error, L"%ls: Bad parameter - cert.GetX509() is null", operation);
-    }
-    CryptException::Throw(ErrInvalidParameter, L"cert.GetX509()=NULL");
+    TLOG_ERROR(log, L"%ls: Bad parameter - cert.GetX509() is null", operation);
+    Fail(ErrInvalidParameter, L"cert.GetX509()=NULL");
 }
 
 }  // namespace crlclients
@@ -32,7 +31,7 @@ namespace {
 
 X509CrlClient* RequireClient(X509CrlClient* client) {
     if (client == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"_crlClient=NULL");
+        Fail(ErrInvalidParameter, L"_crlClient=NULL");
     }
     return client;
 }
@@ -189,14 +188,11 @@ X509Crl* X509CrlClientValidator::Check(const X509Certificate& cert, X509Crl* crl
     if (thisUpdate >= cert.GetNotBefore() && thisUpdate <= cert.GetNotAfter()) {
         return crl;
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug,
-                           L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
+    TLOG_DEBUG(m_log, L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
                            L"CRL(ThisUpdate:%ls)",
                            x509::FormatLogTime(cert.GetNotBefore()).c_str(),
                            x509::FormatLogTime(cert.GetNotAfter()).c_str(),
                            x509::FormatLogTime(thisUpdate).c_str());
-    }
     return nullptr;
 }
 

@@ -46,31 +46,22 @@ X509GetOneCrlClient& X509GetOneCrlClient::operator=(const X509GetOneCrlClient& o
 X509GetOneCrlClient::~X509GetOneCrlClient() = default;
 
 X509Crl* X509GetOneCrlClient::GetCrl(const X509Certificate& /*cert*/) {
-    if (m_log->IsWarningEnabled()) {
-        m_log->Write(LogLevel::Warning, L"GetCrl: Cannot get CRL, not implemented");
-    }
+    TLOG_WARNING(m_log, L"GetCrl: Cannot get CRL, not implemented");
     return nullptr;
 }
 
 X509Crl* X509GetOneCrlClient::GetCrlAfterTime(const X509Certificate& cert, const std::int64_t& time,
                                               const X509Certificate* issuer) {
     try {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(
-                LogLevel::Debug, L"GetCrlAfterTime(Cert:%ls, Time:%ls, IssuerCert:%ls)",
-                crlclients::Describe(cert).c_str(), x509::FormatLogTime(time).c_str(),
-                issuer != nullptr ? crlclients::Describe(*issuer).c_str() : L"NULL");
-        }
+        TLOG_DEBUG(m_log, L"GetCrlAfterTime(Cert:%ls, Time:%ls, IssuerCert:%ls)",
+                   crlclients::Describe(cert).c_str(), x509::FormatLogTime(time).c_str(),
+                   issuer != nullptr ? crlclients::Describe(*issuer).c_str() : L"NULL");
         if (issuer == nullptr) {
-            if (m_log->IsWarningEnabled()) {
-                m_log->Write(LogLevel::Warning, L"GetCrlAfterTime: issuerCert is null");
-            }
+            TLOG_WARNING(m_log, L"GetCrlAfterTime: issuerCert is null");
             return nullptr;
         }
         const qorstd::QorString key = issuer->GetSHA1HashHex();
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"IssuerSHA1=%s", key.c_str());
-        }
+        TLOG_DEBUG(m_log, L"IssuerSHA1=%s", key.c_str());
         QorGetOneCrlLib::CrlClient* service = nullptr;
         for (unsigned int i = 0; i < m_crlParameters.GetSize() && service == nullptr; ++i) {
             X509GetOneCrlParameters& entry = m_crlParameters[i];
@@ -80,11 +71,8 @@ X509Crl* X509GetOneCrlClient::GetCrlAfterTime(const X509Certificate& cert, const
             }
         }
         if (service == nullptr) {
-            if (m_log->IsWarningEnabled()) {
-                m_log->WriteFormat(LogLevel::Warning,
-                                   L"GetCrlAfterTime: GetOneCrl parameters not set. IssuerCert:%ls",
-                                   crlclients::Describe(*issuer).c_str());
-            }
+            TLOG_WARNING(m_log, L"GetCrlAfterTime: GetOneCrl parameters not set. IssuerCert:%ls",
+                         crlclients::Describe(*issuer).c_str());
             return nullptr;
         }
 
@@ -95,16 +83,13 @@ X509Crl* X509GetOneCrlClient::GetCrlAfterTime(const X509Certificate& cert, const
         qorstd::QorString issuerBase64;
         CryptUtils::Base64Encode(issuer->GetSubject(), issuerBase64, CryptUtils::cptLineBreakNone);
         service->SetIssuer(issuerBase64);
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"IssuerDNBase64=%s", issuerBase64.c_str());
-        }
+        TLOG_DEBUG(m_log, L"IssuerDNBase64=%s", issuerBase64.c_str());
 
         QorGetOneCrlLib::CrlResponse response;
         service->SendRequest(response);
-        if (response.GetErrorCode() != 0 && m_log->IsWarningEnabled()) {
-            m_log->WriteFormat(LogLevel::Warning,
-                               L"GetCrlAfterTime: Bad CRL response (Error code=%d, Message=%ls)",
-                               response.GetErrorCode(), response.GetErrorMessage().c_str());
+        if (response.GetErrorCode() != 0) {
+            TLOG_WARNING(m_log, L"GetCrlAfterTime: Bad CRL response (Error code=%d, Message=%ls)",
+                         response.GetErrorCode(), response.GetErrorMessage().c_str());
         }
         if (const QorGetOneCrlLib::Crl* crl = response.GetCrl()) {
             const qorstd::QorArray<unsigned char> der = crl->Export();
@@ -115,30 +100,21 @@ X509Crl* X509GetOneCrlClient::GetCrlAfterTime(const X509Certificate& cert, const
         }
         return nullptr;
     } catch (const QorGetOneCrlLib::CrlException& e) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error,
-                               L"GetCrlAfterTime: QORGETONECRL_NAMESPACE::CrlException caught "
-                               L"(Error code=%d, Message=%ls, Description=%ls)",
-                               e.GetErrorCode(), e.GetErrorMessage().c_str(),
-                               e.GetErrorDescription().c_str());
-        }
+        TLOG_ERROR(m_log,
+                   L"GetCrlAfterTime: QORGETONECRL_NAMESPACE::CrlException caught "
+                   L"(Error code=%d, Message=%ls, Description=%ls)",
+                   e.GetErrorCode(), e.GetErrorMessage().c_str(), e.GetErrorDescription().c_str());
     } catch (const CryptException& e) {
-        if (m_log->IsErrorEnabled()) {
-            m_log->WriteFormat(LogLevel::Error,
-                               L"GetCrlAfterTime: CryptException caught (Error code=%d, "
-                               L"Message=%ls, Description=%ls)",
-                               e.GetErrorCode(), e.GetErrorMessage().c_str(),
-                               e.GetErrorDescription().c_str());
-        }
+        TLOG_ERROR(m_log,
+                   L"GetCrlAfterTime: CryptException caught (Error code=%d, "
+                   L"Message=%ls, Description=%ls)",
+                   e.GetErrorCode(), e.GetErrorMessage().c_str(), e.GetErrorDescription().c_str());
     } catch (const qorstd::QorException& e) {
-        if (m_log->IsErrorEnabled()) {
-            const qorstd::QorString className = e.GetClassNameW();
-            m_log->WriteFormat(LogLevel::Error,
-                               L"GetCrlAfterTime: QorException caught (ClassName=%s, Error "
-                               L"code=%d, Message=%ls, Description=%ls)",
-                               className.c_str(), e.GetErrorCode(), e.GetErrorMessage().c_str(),
-                               e.GetErrorDescription().c_str());
-        }
+        TLOG_ERROR(m_log,
+                   L"GetCrlAfterTime: QorException caught (ClassName=%s, Error "
+                   L"code=%d, Message=%ls, Description=%ls)",
+                   e.GetClassNameW().c_str(), e.GetErrorCode(), e.GetErrorMessage().c_str(),
+                   e.GetErrorDescription().c_str());
     }
     return nullptr;
 }

@@ -10,6 +10,7 @@
 #include "CryptException.h"
 #include "CryptKey.h"
 #include "CryptKey/KeyInternals.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "QorTextConv.h"
@@ -19,11 +20,6 @@
 namespace TesseraLib {
 
 namespace {
-
-[[noreturn]] void Fail(int code, const wchar_t* message = L"") {
-    ERR_clear_error();
-    CryptException::Throw(code, message);
-}
 
 // Index of the first element equal to `item`, or -1.
 template <class T, class Equal>
@@ -232,10 +228,10 @@ QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> X509MemoryStore::GetOcspRespo
 
 void X509MemoryStore::ImportPEM(const char* pem) {
     if (pem == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pData=NULL");
+        Fail(ErrInvalidParameter, L"pData=NULL");
     }
     if (pem[0] == '\0') {
-        CryptException::Throw(ErrInvalidParameter, L"nDataLength<=0");
+        Fail(ErrInvalidParameter, L"nDataLength<=0");
     }
     // -1: OpenSSL measures the text itself, whatever its length.
     BioPtr bio(BIO_new_mem_buf(pem, -1));
@@ -253,10 +249,10 @@ void X509MemoryStore::ImportPEM(const char* pem) {
 
 void X509MemoryStore::ImportPKCS12(const unsigned char* data, long size, const char* password) {
     if (data == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pData=NULL");
+        Fail(ErrInvalidParameter, L"pData=NULL");
     }
     if (size <= 0) {
-        CryptException::Throw(ErrInvalidParameter, L"nSize<=0");
+        Fail(ErrInvalidParameter, L"nSize<=0");
     }
     Pkcs12Ptr pkcs12 = keys::DecodePkcs12(data, size);
     if (!pkcs12) {
@@ -295,7 +291,7 @@ void X509MemoryStore::ImportPKCS12(const unsigned char* data, long size, const w
     if (password != nullptr) {
         ascii = qorstd::text::WideToNarrow(password, true);
         if (password[0] != L'\0' && ascii.empty()) {
-            CryptException::Throw(ErrPasswordInvalidChars, L"");
+            Fail(ErrPasswordInvalidChars, L"");
         }
     }
     ImportPKCS12(data, size, password != nullptr ? ascii.c_str() : nullptr);

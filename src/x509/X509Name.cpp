@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 #include "QorTextConv.h"
 #include "x509/X509Bytes.h"
@@ -28,8 +29,7 @@ X509_NAME* DuplicateName(const X509_NAME* name) {
     }
     X509_NAME* copy = X509_NAME_dup(name);
     if (copy == nullptr) {
-        ERR_clear_error();
-        CryptException::Throw(ErrAsn1Decoding, L"X509_NAME_dup() failed");
+        Fail(ErrAsn1Decoding, L"X509_NAME_dup() failed");
     }
     return copy;
 }
@@ -53,7 +53,7 @@ X509Name::X509Name() = default;
 
 X509Name::X509Name(const X509_name_st* name) {
     if (name == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pName=NULL");
+        Fail(ErrInvalidParameter, L"pName=NULL");
     }
     m_name.reset(DuplicateName(name), X509_NAME_free);
     Parse();
@@ -61,7 +61,7 @@ X509Name::X509Name(const X509_name_st* name) {
 
 X509Name::X509Name(const X509_name_st* name, std::shared_ptr<const void> owner) {
     if (name == nullptr) {
-        CryptException::Throw(ErrInvalidParameter, L"pName=NULL");
+        Fail(ErrInvalidParameter, L"pName=NULL");
     }
     // Shares the owner's lifetime; the structure is only ever read.
     m_name = std::shared_ptr<X509_name_st>(std::move(owner), const_cast<X509_name_st*>(name));
@@ -111,7 +111,7 @@ void X509Name::Parse() {
 
     std::vector<x509::NameEntry> entries;
     if (!x509::ListNameEntries(m_name.get(), entries)) {
-        CryptException::Throw(ErrAsn1Decoding, L"pNameValues=NULL");
+        Fail(ErrAsn1Decoding, L"pNameValues=NULL");
     }
     ClearAttributes();
     for (const x509::NameEntry& entry : entries) {
@@ -148,7 +148,7 @@ qorstd::QorArray<unsigned char> X509Name::Export() const {
     }
     std::vector<unsigned char> der;
     if (!EncodeName(m_name.get(), der)) {
-        CryptException::Throw(ErrAsn1Encoding, L"i2d_X509_NAME() failed");
+        Fail(ErrAsn1Encoding, L"i2d_X509_NAME() failed");
     }
     out.Assign(der.data(), static_cast<unsigned>(der.size()));
     return out;
@@ -164,8 +164,7 @@ qorstd::QorArray<unsigned char> X509Name::GetSHA1Hash() const {
     unsigned int digestLength = 0;
     if (!EncodeName(m_name.get(), der) ||
         EVP_Digest(der.data(), der.size(), digest, &digestLength, EVP_sha1(), nullptr) != 1) {
-        ERR_clear_error();
-        CryptException::Throw(ErrAsn1Decoding, L"QOR_X509Name_SHA1() failed");
+        Fail(ErrAsn1Decoding, L"QOR_X509Name_SHA1() failed");
     }
     out.Assign(digest, digestLength);
     return out;
@@ -181,7 +180,7 @@ qorstd::QorStringW X509Name::GetStringX500() const {
         return out;
     }
     if (!x509::PrintName(m_name.get(), x509::kNamePrintX500Flags, out)) {
-        CryptException::Throw(ErrAsn1Decoding, L"QOR_X509Name_Print() failed");
+        Fail(ErrAsn1Decoding, L"QOR_X509Name_Print() failed");
     }
     return out;
 }

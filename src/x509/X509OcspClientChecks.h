@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "OcspResponse.h"
 #include "X509Certificate.h"
@@ -16,18 +17,12 @@ namespace ocspclient {
 inline void CheckHandles(const LogChannel& log, const wchar_t* operation,
                          const X509Certificate& cert, const X509Certificate& issuer) {
     if (cert.GetX509() == nullptr) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(LogLevel::Error, L"%ls: Bad parameter - cert.GetX509() is null",
-                            operation);
-        }
-        CryptException::Throw(ErrInvalidParameter, L"cert.GetX509()=NULL");
+        TLOG_ERROR(log, L"%ls: Bad parameter - cert.GetX509() is null", operation);
+        Fail(ErrInvalidParameter, L"cert.GetX509()=NULL");
     }
     if (issuer.GetX509() == nullptr) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(LogLevel::Error, L"%ls: Bad parameter - issuer.GetX509() is null",
-                            operation);
-        }
-        CryptException::Throw(ErrInvalidParameter, L"issuer.GetX509()=NULL");
+        TLOG_ERROR(log, L"%ls: Bad parameter - issuer.GetX509() is null", operation);
+        Fail(ErrInvalidParameter, L"issuer.GetX509()=NULL");
     }
 }
 
@@ -45,10 +40,8 @@ inline void AppendTrustedCertificates(const LogChannel& log, const wchar_t* oper
     for (unsigned int i = 0; i < certificates.GetSize(); ++i) {
         const X509Certificate& cert = certificates.GetAt(i);
         if (cert.GetX509() == nullptr) {
-            if (log.IsErrorEnabled()) {
-                log.WriteFormat(LogLevel::Error, L"%ls: px509 is null", operation);
-            }
-            CryptException::Throw(ErrInternal, L"px509=NULL");
+            TLOG_ERROR(log, L"%ls: px509 is null", operation);
+            Fail(ErrInternal, L"px509=NULL");
         }
         out.Add(QorOcsp2Lib::OcspCertificate(cert.GetX509()));
     }

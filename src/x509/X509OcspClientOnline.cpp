@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "Failure.h"
 #include "QorTextConv.h"
 #include "X509OcspClient.h"
 #include "X509OcspClientChecks.h"
@@ -71,34 +72,23 @@ X509OcspClientOnline::~X509OcspClientOnline() = default;
 
 OcspResponse* X509OcspClientOnline::GetOcspResponse(const X509Certificate& cert,
                                                     const X509Certificate& issuer) {
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"GetOcspResponse(Cert:%ls)",
-                           cert.GetSubjectName().GetStringX500().c_str());
-    }
+    TLOG_DEBUG(m_log, L"GetOcspResponse(Cert:%ls)", cert.GetSubjectName().GetStringX500().c_str());
     ocspclient::CheckHandles(*m_log, L"GetOcspResponse", cert, issuer);
     m_lastResponse.reset();
 
     QorOcsp2Lib::OcspClient client;
     if (!m_url.empty()) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"GetOcspResponse: URL=%ls", m_url.c_str());
-        }
+        TLOG_DEBUG(m_log, L"GetOcspResponse: URL=%ls", m_url.c_str());
         client.SetUrl(m_url.c_str());
     } else {
         const qorstd::QorString& fromCert = cert.GetOcspResponderUrl();
         if (fromCert.empty()) {
-            if (m_log->IsErrorEnabled()) {
-                m_log->Write(LogLevel::Error,
-                             L"GetOcspResponse: Certificate does not contain OCSP responder URL");
-            }
-            CryptException::Throw(ErrChainVerification, L"cert.GetOcspResponderUrl() is empty");
+            Fail(m_log, L"GetOcspResponse: Certificate does not contain OCSP responder URL",
+                 ErrChainVerification, L"cert.GetOcspResponderUrl() is empty");
         }
         const qorstd::QorStringW url =
             qorstd::text::NarrowToWide(fromCert.c_str(), 0, qorstd::text::kCharsetProcess);
-        if (m_log->IsDebugEnabled()) {
-            m_log->WriteFormat(LogLevel::Debug, L"GetOcspResponse: URL(from certificate)=%ls",
-                               url.c_str());
-        }
+        TLOG_DEBUG(m_log, L"GetOcspResponse: URL(from certificate)=%ls", url.c_str());
         client.SetUrl(url.c_str());
     }
     OcspVector<OcspCertificate> issuers;
@@ -121,18 +111,12 @@ OcspResponse* X509OcspClientOnline::GetOcspResponse(const X509Certificate& cert,
 OcspResponse* X509OcspClientOnline::GetOcspResponseAfterTime(const X509Certificate& cert,
                                                              const X509Certificate& issuer,
                                                              const std::int64_t& time) {
-    if (m_log->IsDebugEnabled()) {
-        m_log->WriteFormat(LogLevel::Debug, L"GetOcspResponseAfterTime(Time:%ls)",
-                           x509::FormatLogTime(time).c_str());
-    }
+    TLOG_DEBUG(m_log, L"GetOcspResponseAfterTime(Time:%ls)", x509::FormatLogTime(time).c_str());
     OcspResponse* response = GetOcspResponse(cert, issuer);
     if (response->GetProducedAt() >= time) {
         return response;
     }
-    if (m_log->IsDebugEnabled()) {
-        m_log->Write(LogLevel::Debug,
-                     L"Cannot get OCSP response, ocspResponse.GetProducedAt() < Time");
-    }
+    TLOG_DEBUG(m_log, L"Cannot get OCSP response, ocspResponse.GetProducedAt() < Time");
     m_lastResponse.reset();
     return nullptr;
 }

@@ -66,23 +66,15 @@ X509OcspClient* X509OcspClientMap::Route(const X509Certificate& issuer) const {
                                       : issuer.GetSHA1HashHex();
     const auto found = m_clients.find(key);
     if (found != m_clients.end() && found->second != nullptr) {
-        if (m_log->IsDebugEnabled()) {
-            const qorstd::QorStringW wideKey =
-                qorstd::text::NarrowToWide(key.c_str(), 0, qorstd::text::kCharsetAscii);
-            m_log->WriteFormat(LogLevel::Debug, L"OCSP client for issuer %ls was found",
-                               wideKey.c_str());
-        }
+        TLOG_DEBUG(m_log, L"OCSP client for issuer %ls was found",
+                   qorstd::text::NarrowToWide(key.c_str(), 0, qorstd::text::kCharsetAscii).c_str());
         return found->second;
     }
     if (m_defaultClient != nullptr) {
-        if (m_log->IsDebugEnabled()) {
-            m_log->Write(LogLevel::Debug, L"Use the default OCSP client");
-        }
+        TLOG_DEBUG(m_log, L"Use the default OCSP client");
         return m_defaultClient;
     }
-    if (m_log->IsWarningEnabled()) {
-        m_log->Write(LogLevel::Warning, L"OCSP client not found");
-    }
+    TLOG_WARNING(m_log, L"OCSP client not found");
     return nullptr;
 }
 

@@ -6,6 +6,7 @@
 #include <openssl/x509v3.h>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 #include "x509/X509Bytes.h"
 
@@ -71,14 +72,13 @@ X509_STORE* X509Store::GetX509Store() {
     X509Store::FreeStore();
     X509StorePtr store(X509_STORE_new());
     if (!store) {
-        ERR_clear_error();
-        CryptException::Throw(ErrInternal, L"m_pX509Store=NULL");
+        Fail(ErrInternal, L"m_pX509Store=NULL");
     }
     const qorstd::QorVector<X509Certificate> certificates = GetCertificates();
     for (unsigned i = 0; i < certificates.GetSize(); ++i) {
         X509* certificate = certificates.GetAt(i).GetX509();
         if (certificate == nullptr) {
-            CryptException::Throw(ErrInternal, L"cert.GetX509()=NULL");
+            Fail(ErrInternal, L"cert.GetX509()=NULL");
         }
         // A certificate already in the store is refused; the store then holds
         // it once, which is all path building needs.

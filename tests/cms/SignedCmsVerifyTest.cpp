@@ -53,13 +53,8 @@ struct Pki {
            revoked = Make("Revoked", 13, KeyKind::Rsa2048, 3, &ca),
            expired = Make("Expired", 14, KeyKind::Rsa2048, 2, &ca, UtcTime(2023, 1, 1)),
            aliceTwin = Make("Alice", 11, KeyKind::Rsa2048, 3, &ca);
-    CrlPtr crl = [this] {
-        CrlPlan list;
-        list.thisUpdate = UtcTime(2024, 6, 10);
-        list.nextUpdate = UtcTime(2024, 7, 10);
-        list.revoked = {RevokedEntry{13, UtcTime(2024, 6, 1, 12)}};
-        return IssueCrl(list, ca);
-    }();
+    CrlPtr crl = IssueCrl(ca, UtcTime(2024, 6, 10), UtcTime(2024, 7, 10),
+                          {RevokedEntry{13, UtcTime(2024, 6, 1, 12)}});
 };
 
 const Pki& P() {

@@ -48,16 +48,14 @@ protected:
 
 }  // namespace
 
+// The fields of a response are read in OcspResponseTest; here the answers
+// must be the responder's about the certificate asked for.
 TEST_F(OcspClientTest, GoodRevokedAndUnknownAnswers) {
     const OcspResponse good = Ask("good");
-    ASSERT_EQ(good.GetSingleResponses().GetSize(), 1u);
-    const OcspSingleResponse& answer = good.GetSingleResponses().GetAt(0);
-    EXPECT_EQ(answer.GetCertStatus(), 0) << "good";
-    EXPECT_EQ(answer.GetNextUpdate() - answer.GetThisUpdate(), 3600)
-        << "the responder runs with -nmin 60";
-    EXPECT_STREQ(answer.GetSerialNumberHex().c_str(), "1001");
-    EXPECT_STREQ(good.GetResponderName().c_str(), L"CN=Tessera Test OCSP Responder,O=Tessera Test");
-    EXPECT_GE(good.GetProducedAt(), answer.GetThisUpdate() - 5);
+    ASSERT_EQ(good.GetSingleResponses().GetSize(), 1u) << "one answer";
+    EXPECT_EQ(good.GetSingleResponses().GetAt(0).GetCertStatus(), 0) << "good";
+    EXPECT_STREQ(good.GetSingleResponses().GetAt(0).GetSerialNumberHex().c_str(), "1001")
+        << "about the certificate asked for";
 
     const OcspResponse revoked = Ask("revoked");
     const OcspSingleResponse& r = revoked.GetSingleResponses().GetAt(0);

@@ -72,15 +72,9 @@ protected:
         });
     }
     OcspResponsePlan Answer(X509* subject) {
-        OcspResponsePlan profile;
-        profile.signer = &pki.responder;
-        profile.issuer = pki.ca.cert.get();
-        profile.producedAt = UtcTime(2024, 6, 2);
-        OcspAnswer answer;
-        answer.certificate = subject;
-        answer.thisUpdate = UtcTime(2024, 6, 2);
-        profile.answers.push_back(answer);
-        return profile;
+        const std::int64_t at = UtcTime(2024, 6, 2);
+        return OcspPlan(&pki.responder, pki.ca.cert.get(),
+                        {{subject, V_OCSP_CERTSTATUS_GOOD, -1, 0, at, 0}}, at);
     }
 
     static const Pki pki;
@@ -97,20 +91,21 @@ TEST_F(OcspFaultTest, TransportFailuresHaveTheirOwnCodes) {
     transport.SetTimeout(1);
     client.SetHttpClient(&transport);
 
-    client.SetUrl(Wide(base + "/status/404").c_str());
-    EXPECT_EQ(Ask(), 137) << "HTTP 404";
-    client.SetUrl(Wide(base + "/status/500").c_str());
-    EXPECT_EQ(Ask(), 137) << "HTTP 500";
-    client.SetUrl(Wide(base + "/garbage").c_str());
-    EXPECT_EQ(Ask(), 131) << "a body that is no OCSP response";
-    client.SetUrl(Wide(base + "/empty").c_str());
-    EXPECT_EQ(Ask(), 131) << "an empty body";
-    client.SetUrl(Wide(base + "/slow/3").c_str());
-    EXPECT_EQ(Ask(), 135) << "no answer within the 1 s limit";
-    client.SetUrl(Wide(base + "/drop").c_str());
-    EXPECT_EQ(Ask(), 136) << "connection closed without an answer";
-    client.SetUrl(L"http://127.0.0.1:1/");
-    EXPECT_EQ(Ask(), 134) << "nothing listens on port 1";
+    const struct {
+        std::string url;
+        int code;
+        const char* what;
+    } cases[] = {{base + "/status/404", 137, "HTTP 404"},
+                 {base + "/status/500", 137, "HTTP 500"},
+                 {base + "/garbage", 131, "a body that is no OCSP response"},
+                 {base + "/empty", 131, "an empty body"},
+                 {base + "/slow/3", 135, "no answer within the 1 s limit"},
+                 {base + "/drop", 136, "connection closed without an answer"},
+                 {"http://127.0.0.1:1/", 134, "nothing listens on port 1"}};
+    for (const auto& c : cases) {
+        client.SetUrl(Wide(c.url).c_str());
+        EXPECT_EQ(Ask(), c.code) << c.what;
+    }
 }
 
 TEST_F(OcspFaultTest, NonceMustBeEchoedUnchangedWhenPresent) {

@@ -60,17 +60,9 @@ private:
 };
 
 OcspResponsePlan GoodFor(const Issued& subject, const Issued& signer) {
-    const Pki& pki = Pki::Get();
-    OcspResponsePlan profile;
-    profile.signer = &signer;
-    profile.issuer = pki.ca.cert.get();
-    profile.producedAt = kProducedAt;
-    OcspAnswer answer;
-    answer.certificate = subject.cert.get();
-    answer.thisUpdate = kThisUpdate;
-    answer.nextUpdate = kNextUpdate;
-    profile.answers.push_back(answer);
-    return profile;
+    return OcspPlan(&signer, Pki::Get().ca.cert.get(),
+                    {{subject.cert.get(), V_OCSP_CERTSTATUS_GOOD, -1, 0, kThisUpdate, kNextUpdate}},
+                    kProducedAt);
 }
 
 OcspResponse Decoded(const std::vector<unsigned char>& der) {

@@ -1,14 +1,15 @@
-// Key identifiers of PKCS#11 keys and loading the fixture's key through the
-// engine "pkcs11" (libp11 over SoftHSM2).
+// Key identifiers of PKCS#11 keys, and loading the fixture's key through the
+// engine "pkcs11" (libp11 over SoftHSM2) and decrypting with it.
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 
-#include <algorithm>
 #include <climits>
 #include <string>
 #include <vector>
 
+#include "CryptKey.h"
+#include "EncryptionUtils.h"
 #include "OpenSslPtr.h"
 #include "Pkcs11Key.h"
 #include "Pkcs11Manager.h"
@@ -114,40 +115,24 @@ TEST_F(SoftHsmKey, TokenObjectsGiveTheFixturesKeyIdentifier) {
         << "slot id and CKA_ID of the certificate name the key the fixture stored";
 }
 
-TEST_F(SoftHsmKey, LoadedKeySignsAndTheCertificateVerifies) {
+TEST_F(SoftHsmKey, LoadedKeyDecryptsWhatTheCertificateKeyEncrypted) {
     SetPin(softhsm::Value("pin"));
-    EvpPkeyPtr key = Load(softhsm::Value("keyid"));
-    ASSERT_TRUE(key) << "the key loads by its hexadecimal-slot identifier";
-
-    const unsigned char data[] = "data signed on the token";
-    EvpMdCtxPtr signing(EVP_MD_CTX_new());
-    // A null engine: the key carries its engine already.
-    ASSERT_EQ(EVP_DigestSignInit(signing.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1)
-        << "signing starts with the engine key";
-    std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_get_size(key.get())));
-    size_t length = signature.size();
-    ASSERT_EQ(EVP_DigestSign(signing.get(), signature.data(), &length, data, sizeof(data)), 1)
-        << "the token signs";
-    EXPECT_EQ(length, 256u) << "an RSA-2048 signature is 256 bytes";
-
+    EvpPkeyPtr tokenKey = Load(softhsm::Value("keyid"));
+    ASSERT_TRUE(tokenKey) << "the key loads by its hexadecimal-slot identifier";
     const tessera_test::CertPtr cert =
         tessera_test::ReadPemCertificate(tessera_test::ServerDir("softhsm") + "/cert.pem");
     ASSERT_TRUE(cert) << "the fixture's certificate decodes";
-    unsigned char changed[sizeof(data)];
-    std::copy(data, data + sizeof(data), changed);
-    changed[0] ^= 1;
-    for (const unsigned char* message : {data, static_cast<const unsigned char*>(changed)}) {
-        EvpMdCtxPtr verifying(EVP_MD_CTX_new());
-        ASSERT_EQ(EVP_DigestVerifyInit(verifying.get(), nullptr, EVP_sha256(), nullptr,
-                                       X509_get0_pubkey(cert.get())),
-                  1)
-            << "verification starts with the certificate's key";
-        EXPECT_EQ(
-            EVP_DigestVerify(verifying.get(), signature.data(), length, message, sizeof(data)),
-            message == data ? 1 : 0)
-            << (message == data ? "the signature verifies with the certificate"
-                                : "a changed message does not verify");
-    }
+    EXPECT_EQ(EVP_PKEY_eq(tokenKey.get(), X509_get0_pubkey(cert.get())), 1)
+        << "the loaded key is the certificate's (signing with it: SignedCmsTokenTest)";
+
+    CryptKeyRSA publicKey(X509_get0_pubkey(cert.get()));
+    CryptKeyRSA token(tokenKey.get());
+    const unsigned char secret[] = "a content-encryption key";
+    const qorstd::QorArray<unsigned char> plain(secret, sizeof(secret));
+    const CryptArray decrypted = EncryptionUtils::RsaDecryptPkcs1v15(
+        token, EncryptionUtils::RsaEncryptPkcs1v15(publicKey, plain));
+    EXPECT_TRUE(qorstd::QorArray<unsigned char>(decrypted) == plain)
+        << "the token decrypts the cryptogram";
     ERR_clear_error();
 }
 

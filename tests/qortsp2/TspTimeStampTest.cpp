@@ -1,6 +1,6 @@
 // Decoding time-stamp tokens built in-process: the fields a verifier reads,
 // exact byte round trips, value semantics, and refusal of anything that is
-// not exactly one token. Also the exception type and its wrapper.
+// not exactly one token. Also the exception type.
 #include <gtest/gtest.h>
 
 #include <openssl/cms.h>
@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "QorExceptionStore.h"
 #include "TestTsa.h"
 #include "TspException.h"
 #include "TspTestUtil.h"
@@ -242,22 +241,5 @@ TEST(TspExceptionTest, CarriesCodeMessageAndDescription) {
         EXPECT_NE(qorstd::QorStringW(TspException::GetCodeDescription(code)),
                   qorstd::QorStringW(L"Unspecified error"))
             << "code " << code << " has a description";
-    }
-}
-
-TEST(TspExceptionTest, WrapperRethrowsTheTimeStampException) {
-    const TspException original(TspErrTimeout, L"slow");
-    TesseraLib::QorExceptionStore store;
-    store.SetException(TesseraLib::QorExceptionWrapper<TspException>(
-        original, original.GetErrorCode(), original.GetErrorMessage().c_str(),
-        original.GetErrorDescription().c_str()));
-    try {
-        store.ReThrow();
-        FAIL() << "ReThrow returned";
-    } catch (const TspException& e) {
-        EXPECT_EQ(e.GetErrorCode(), TspErrTimeout) << "caught as TspException, code kept";
-        EXPECT_EQ(e.GetErrorMessage(), qorstd::QorStringW(L"slow")) << "message kept";
-    } catch (...) {
-        FAIL() << "ReThrow threw something other than TspException";
     }
 }

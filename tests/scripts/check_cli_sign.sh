@@ -55,6 +55,40 @@ check "estimate --pem: the PEM size" $?
 ok "sign from PKCS#12 with the whole chain" \
     "$cli" sign --p12 signer.p12 --password p12pass --include whole --trust root.pem in.bin whole.der
 [ "$(certs_in whole.der)" -eq 2 ]; check "--include whole: signer and root" $?
+
+# A signer under an intermediate CA, the chain coming with the PKCS#12 file or
+# from --extra instead of being looked up in the --trust files alone.
+ec_csr sub "/CN=CLI Sub CA"
+printf 'basicConstraints=critical,CA:TRUE\nkeyUsage=keyCertSign\n' >ca-ext.cnf
+openssl x509 -req -in sub.csr -CA root.pem -CAkey root.key -set_serial 8 -days 30 \
+    -extfile ca-ext.cnf -out sub.pem 2>/dev/null
+# RSA, as estimate's size is exact only for signatures of fixed length.
+openssl req -newkey rsa:2048 -nodes -keyout leaf.key -out leaf.csr -subj "/CN=CLI Sub Signer" \
+    2>/dev/null
+openssl x509 -req -in leaf.csr -CA sub.pem -CAkey sub.key -set_serial 9 -days 30 \
+    -extfile ext.cnf -out leaf.pem 2>/dev/null
+cat sub.pem root.pem >cas.pem
+p12() { openssl pkcs12 -export -inkey leaf.key -in leaf.pem -certfile "$1" -passout pass:p -out "$2"; }
+p12 cas.pem chain.p12
+p12 sub.pem sub.p12
+names_in() {  # the CNs of a signature's certificates, sorted
+    openssl pkcs7 -inform DER -in "$1" -print_certs | sed -n 's/^subject=.*CN *= *//p' | sort |
+        paste -sd,
+}
+ok "--include chain from the PKCS#12 file alone" \
+    "$cli" sign --p12 chain.p12 --password p --include chain in.bin p12-chain.der
+[ "$(names_in p12-chain.der)" = "CLI Sub CA,CLI Sub Signer" ]; check "p12 chain: signer and CA" $?
+verify p12-chain.der; check "p12 chain: openssl verifies up to the root" $?
+ok "the PKCS#12 file's CA under a --trust anchor" \
+    "$cli" sign --p12 sub.p12 --password p --include whole --trust root.pem in.bin p12-whole.der
+[ "$(names_in p12-whole.der)" = "CLI Root,CLI Sub CA,CLI Sub Signer" ]
+check "p12 whole: with the anchor" $?
+sub=(--cert leaf.pem --key leaf.key --include chain --extra sub.pem)
+ok "--extra" "$cli" sign "${sub[@]}" --trust root.pem in.bin extra.der
+[ "$(names_in extra.der)" = "CLI Sub CA,CLI Sub Signer" ]; check "--extra: signer and CA" $?
+[ "$("$cli" estimate "${sub[@]}" --trust root.pem in.bin)" = "$(stat -c %s extra.der)" ]
+check "estimate --extra: the size" $?
+usage "--include chain without any anchor" "$cli" sign "${sub[@]}" in.bin x.der
 "$cli" sign "${key[@]}" --include none in.bin none.der >/dev/null
 [ "$(certs_in none.der)" -eq 0 ]; check "--include none: no certificates" $?
 verify none.der -certfile signer.pem; check "--include none: verifies with the signer given" $?

@@ -50,6 +50,14 @@ bool RecordingLog::Has(const std::wstring& channel, Level level, const std::wstr
     });
 }
 
+bool RecordingLog::Contains(const std::wstring& channel, Level level,
+                            const std::wstring& fragment) const {
+    return std::any_of(m_lines.begin(), m_lines.end(), [&](const LogLine& line) {
+        return line.channel == channel && line.level == level &&
+               line.text.find(fragment) != std::wstring::npos;
+    });
+}
+
 int RecordingLog::Open(const wchar_t* name, LogChannelHandle* handle) {
     RecordingLog& log = Instance();
     log.m_opened.push_back(name);

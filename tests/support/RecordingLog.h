@@ -42,6 +42,8 @@ public:
     bool WasOpened(const std::wstring& channel) const;
     // Whether `channel` got the line `text` at `level`.
     bool Has(const std::wstring& channel, Level level, const std::wstring& text) const;
+    // Whether `channel` got a line at `level` that contains `fragment`.
+    bool Contains(const std::wstring& channel, Level level, const std::wstring& fragment) const;
 
 private:
     static int Open(const wchar_t* name, LogChannelHandle* handle);

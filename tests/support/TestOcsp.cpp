@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace tessera_test {
 
@@ -55,6 +56,16 @@ void PinProducedAt(OCSP_BASICRESP* basic, const OcspResponsePlan& profile) {
 }
 
 }  // namespace
+
+OcspResponsePlan OcspPlan(const Issued* signer, X509* issuer, std::vector<OcspAnswer> answers,
+                          std::int64_t producedAt) {
+    OcspResponsePlan plan;
+    plan.signer = signer;
+    plan.issuer = issuer;
+    plan.answers = std::move(answers);
+    plan.producedAt = producedAt;
+    return plan;
+}
 
 std::vector<unsigned char> MakeOcspResponse(const OcspResponsePlan& profile) {
     std::unique_ptr<OCSP_RESPONSE, ResponseFree> response;

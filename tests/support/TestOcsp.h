@@ -32,6 +32,11 @@ struct OcspResponsePlan {
     int responseStatus = OCSP_RESPONSE_STATUS_SUCCESSFUL;
 };
 
+// A plan of a successful response: `signer` answers about certificates of
+// `issuer`, produced at `producedAt`; the other settings as above.
+OcspResponsePlan OcspPlan(const Issued* signer, X509* issuer, std::vector<OcspAnswer> answers,
+                          std::int64_t producedAt);
+
 // The DER of an OCSPResponse.
 std::vector<unsigned char> MakeOcspResponse(const OcspResponsePlan& profile);
 

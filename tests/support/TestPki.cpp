@@ -514,6 +514,15 @@ CrlPtr IssueCrl(const CrlPlan& profile, const Issued& issuer) {
     return crl;
 }
 
+CrlPtr IssueCrl(const Issued& issuer, std::int64_t thisUpdate, std::int64_t nextUpdate,
+                const std::vector<RevokedEntry>& revoked) {
+    CrlPlan profile;
+    profile.thisUpdate = thisUpdate;
+    profile.nextUpdate = nextUpdate;
+    profile.revoked = revoked;
+    return IssueCrl(profile, issuer);
+}
+
 std::vector<unsigned char> CrlToDer(X509_CRL* crl) {
     return ToDer(crl, i2d_X509_CRL, "CRL");
 }

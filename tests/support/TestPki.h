@@ -195,6 +195,9 @@ struct CrlPlan {
 
 // A CRL issued (signed) by `issuer`.
 CrlPtr IssueCrl(const CrlPlan& profile, const Issued& issuer);
+// A v2 CRL of `issuer` from `thisUpdate` to `nextUpdate` listing `revoked`.
+CrlPtr IssueCrl(const Issued& issuer, std::int64_t thisUpdate, std::int64_t nextUpdate,
+                const std::vector<RevokedEntry>& revoked = {});
 std::vector<unsigned char> CrlToDer(X509_CRL* crl);
 std::string CrlToPem(X509_CRL* crl);
 

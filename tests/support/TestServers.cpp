@@ -1,7 +1,12 @@
 #include "TestServers.h"
 
+#include <openssl/evp.h>
+
 #include <cstdlib>
 #include <fstream>
+#include <vector>
+
+#include "TestPki.h"
 
 namespace tessera_test {
 
@@ -22,6 +27,22 @@ std::string ServerFile(const std::string& name, const std::string& file) {
     std::string line;
     std::getline(in, line);
     return line;
+}
+
+void PublishToCrlService(X509_CRL* crl, std::int64_t thisUpdate) {
+    unsigned char* name = nullptr;
+    const int length = i2d_X509_NAME(X509_CRL_get_issuer(crl), &name);
+    std::vector<unsigned char> text(4 * (static_cast<std::size_t>(length) + 2) / 3 + 1);
+    const int written = EVP_EncodeBlock(text.data(), name, length);
+    OPENSSL_free(name);
+    std::string key(text.begin(), text.begin() + written);
+    for (char& c : key) {
+        c = c == '+' ? '-' : c == '/' ? '_' : c;
+    }
+    const std::vector<unsigned char> der = CrlToDer(crl);
+    WriteTextFile(ServerDir("crlservice") + "/root/" + key.substr(0, key.find('=')) + "." +
+                      std::to_string(thisUpdate) + ".der",
+                  std::string(der.begin(), der.end()));
 }
 
 }  // namespace tessera_test

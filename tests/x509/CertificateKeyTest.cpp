@@ -1,16 +1,12 @@
 // Keys taken from certificates: the public key, an attached private key, and
-// the modulus-only key that signs through an application callback.
+// the modulus-only stand-in that a private-encrypt callback completes.
 //
 //   Self-signed "Key Holder" (RSA 2048, pooled key), with and without the
 //   private key attached; "EC Holder" (EC P-256), self-signed.
 #include <gtest/gtest.h>
 
 #include <openssl/evp.h>
-#include <openssl/rsa.h>
 #include <openssl/x509.h>
-
-#include <memory>
-#include <string>
 
 #include "CryptKey.h"
 #include "TestTessera.h"
@@ -19,17 +15,6 @@ using namespace TesseraLib;
 using namespace tessera_test;
 
 namespace {
-
-EVP_PKEY* g_realKey = nullptr;
-int g_callbackCalls = 0;
-
-// Stands in for a device that holds the private key.
-int SignOnDevice(int length, const unsigned char* from, unsigned char* to, RSA* /*rsa*/,
-                 int padding) {
-    ++g_callbackCalls;
-    return RSA_private_encrypt(length, from, to, const_cast<RSA*>(EVP_PKEY_get0_RSA(g_realKey)),
-                               padding);
-}
 
 struct Holders {
     KeyPtr rsaKey = CachedKey(KeyKind::Rsa2048, 2);
@@ -61,6 +46,12 @@ TEST(CertificateKeyTest, PublicAndAttachedPrivateKeys) {
     EXPECT_EQ(EVP_PKEY_eq(publicKey.GetKeyEVP(), Certs().rsaKey.get()), 1)
         << "the certificate's key";
 
+    CryptKeyRSA standIn;
+    standIn.ImportX509(rsa, CryptKey::cptKeyRsaPrivate);
+    EXPECT_EQ(standIn.GetKeyType(), CryptKey::cptKeyRsaPublic)
+        << "no key attached: the modulus-only stand-in (signing through it: KeyInternalsTest)";
+    EXPECT_NE(standIn.GetKeyEVP(), X509_get0_pubkey(Certs().rsa.cert.get())) << "a key of its own";
+
     CryptKeyRSA attachedKey(Certs().rsaKey.get());
     rsa.SetPrivateKey(&attachedKey);
     CryptKeyRSA privateKey;
@@ -91,37 +82,4 @@ TEST(CertificateKeyTest, WrongTypesAndEmptyCertificate) {
         Catch([&] { rsaKey.ImportX509(X509Certificate(), CryptKey::cptKeyRsaPublic); }).message,
         "CryptKey - cert.GetX509()=NULL")
         << "an empty certificate has no key";
-}
-
-TEST(CertificateKeyTest, ModulusOnlyKeySignsThroughTheCallback) {
-    const X509Certificate rsa = Cert(Certs().rsa);
-    CryptKeyRSA key;
-    key.ImportX509(rsa, CryptKey::cptKeyRsaPrivate);
-    EXPECT_EQ(key.GetKeyType(), CryptKey::cptKeyRsaPublic)
-        << "without an attached key only modulus and exponent are held";
-    EXPECT_NE(key.GetKeyEVP(), X509_get0_pubkey(Certs().rsa.cert.get())) << "a key of its own";
-
-    g_realKey = Certs().rsaKey.get();
-    g_callbackCalls = 0;
-    key.SetPrivateEncryptCallback(SignOnDevice);
-    const std::string data = "document to sign";
-    unsigned char signature[512];
-    std::size_t signatureLength = sizeof signature;
-    using MdCtx = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
-    const MdCtx sign(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-    ASSERT_EQ(EVP_DigestSignInit(sign.get(), nullptr, EVP_sha256(), nullptr, key.GetKeyEVP()), 1)
-        << "signing context";
-    ASSERT_EQ(EVP_DigestSign(sign.get(), signature, &signatureLength,
-                             reinterpret_cast<const unsigned char*>(data.data()), data.size()),
-              1)
-        << "signing with the modulus-only key";
-    EXPECT_GE(g_callbackCalls, 1) << "the callback did the private-key operation";
-
-    const MdCtx verify(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-    EVP_DigestVerifyInit(verify.get(), nullptr, EVP_sha256(), nullptr,
-                         X509_get0_pubkey(Certs().rsa.cert.get()));
-    EXPECT_EQ(EVP_DigestVerify(verify.get(), signature, signatureLength,
-                               reinterpret_cast<const unsigned char*>(data.data()), data.size()),
-              1)
-        << "the signature verifies with the certificate";
 }

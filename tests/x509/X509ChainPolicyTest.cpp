@@ -191,20 +191,15 @@ protected:
     }
 
     static X509Crl RootCrl() {
-        CrlPlan profile;
-        profile.thisUpdate = UtcTime(2024, 1, 1);
-        profile.nextUpdate = UtcTime(2024, 1, 2);
-        profile.revoked = {{2, kRevoked, CRL_REASON_KEY_COMPROMISE}};
-        const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, Certs().root).get());
-        return X509Crl(der.data(), static_cast<long>(der.size()));
+        return X509Crl(IssueCrl(Certs().root, UtcTime(2024, 1, 1), UtcTime(2024, 1, 2),
+                                {{2, kRevoked, CRL_REASON_KEY_COMPROMISE}})
+                           .get());
     }
 
     // One answer per (leaf, status, reason); a revoked answer dates kRevoked.
     static OcspResponse Response(const std::vector<std::tuple<const Issued*, int, int>>& answers) {
-        OcspResponsePlan profile;
-        profile.signer = &Certs().responder;
-        profile.issuer = Certs().root.cert.get();
-        profile.producedAt = UtcTime(2024, 1, 1);
+        OcspResponsePlan profile =
+            OcspPlan(&Certs().responder, Certs().root.cert.get(), {}, UtcTime(2024, 1, 1));
         for (const auto& [leaf, status, reason] : answers) {
             const std::int64_t revoked = status == V_OCSP_CERTSTATUS_REVOKED ? kRevoked : 0;
             profile.answers.push_back({leaf->cert.get(), status, reason, revoked,

@@ -67,13 +67,9 @@ struct MiniPki {
 };
 
 CrlPtr MakeCrl(const Issued& ca, std::int64_t thisUpdate, bool listsRevoked) {
-    CrlPlan profile;
-    profile.thisUpdate = thisUpdate;
-    profile.nextUpdate = UtcTime(2024, 7, 1);
-    if (listsRevoked) {
-        profile.revoked = {RevokedEntry{0x62, UtcTime(2024, 5, 15), -1, nullptr}};
-    }
-    return IssueCrl(profile, ca);
+    return IssueCrl(ca, thisUpdate, UtcTime(2024, 7, 1),
+                    listsRevoked ? std::vector<RevokedEntry>{{0x62, UtcTime(2024, 5, 15)}}
+                                 : std::vector<RevokedEntry>{});
 }
 
 }  // namespace
@@ -114,21 +110,10 @@ TEST(X509ChainServers, CrlServiceDeliversTheCrlIssuedAfterTheTime) {
     ASSERT_FALSE(url.empty()) << "the crlservice fixture must be running";
     const MiniPki pki(false);
     const X509Certificate root = Cert(pki.root);
-    // The service's file names: Base64url of the issuer's subject DER (no
-    // padding), then thisUpdate. The older CRL does not list the revocation yet.
-    qorstd::QorString base64;
-    CryptUtils::Base64Encode(root.GetSubject(), base64, CryptUtils::cptLineBreakNone);
-    std::string key = base64.c_str();
-    for (char& c : key) {
-        c = c == '+' ? '-' : c == '/' ? '_' : c;
-    }
-    key = key.substr(0, key.find('='));
+    // The older CRL does not list the revocation yet.
     const std::int64_t newer = kVerifyTime + 86400;
     for (const std::int64_t thisUpdate : {UtcTime(2024, 5, 1), newer}) {
-        const Bytes der = CrlToDer(MakeCrl(pki.root, thisUpdate, thisUpdate == newer).get());
-        WriteTextFile(
-            ServerDir("crlservice") + "/root/" + key + "." + std::to_string(thisUpdate) + ".der",
-            std::string(der.begin(), der.end()));
+        PublishToCrlService(MakeCrl(pki.root, thisUpdate, thisUpdate == newer).get(), thisUpdate);
     }
     QorGetOneCrlLib::CrlClient service;
     service.SetUrl(std::wstring(url.begin(), url.end()).c_str());

@@ -80,11 +80,7 @@ const Pki& P() {
 
 X509Crl Crl(const Issued& ca, const std::vector<RevokedEntry>& revoked = {},
             std::int64_t thisUpdate = kCrlThisUpdate, std::int64_t nextUpdate = kCrlNextUpdate) {
-    CrlPlan profile;
-    profile.thisUpdate = thisUpdate;
-    profile.nextUpdate = nextUpdate;
-    profile.revoked = revoked;
-    return X509Crl(IssueCrl(profile, ca).get());
+    return X509Crl(IssueCrl(ca, thisUpdate, nextUpdate, revoked).get());
 }
 
 OcspAnswer Good(const Issued& cert, std::int64_t thisUpdate, std::int64_t nextUpdate) {
@@ -94,12 +90,8 @@ OcspAnswer Good(const Issued& cert, std::int64_t thisUpdate, std::int64_t nextUp
 // A response signed by `signer` about certificates issued by `issuer`.
 OcspResponse Ocsp(const std::vector<OcspAnswer>& answers, std::int64_t producedAt,
                   const Issued& issuer = P().sub, const Issued* signer = nullptr) {
-    OcspResponsePlan profile;
-    profile.signer = signer != nullptr ? signer : &issuer;
-    profile.issuer = issuer.cert.get();
-    profile.answers = answers;
-    profile.producedAt = producedAt;
-    return DecodedOcsp(profile);
+    return DecodedOcsp(
+        OcspPlan(signer != nullptr ? signer : &issuer, issuer.cert.get(), answers, producedAt));
 }
 
 // "GetCrlAfterTime(T+3600)": the call and the time it asked for, relative to
@@ -394,10 +386,7 @@ TEST(X509ChainScenarios, RevocationByCrl) {
         {"a CRL with a bad signature", ErrRevocationUnknown, crlSignature, "", "", "C--",
          [](Bench& b) {
              const Issued forger{CertPtr(X509_dup(P().sub.cert.get())), NewKey(KeyKind::EcP256)};
-             CrlPlan profile;
-             profile.thisUpdate = kCrlThisUpdate;
-             profile.nextUpdate = kCrlNextUpdate;
-             b.FromStore(X509Crl(IssueCrl(profile, forger).get()));
+             b.FromStore(X509Crl(IssueCrl(forger, kCrlThisUpdate, kCrlNextUpdate).get()));
          }},
     });
 }
@@ -519,6 +508,8 @@ TEST(X509ChainScenarios, ElementsAndEnumerationsFollowThePath) {
     ASSERT_EQ(crls.GetSize(), 2u) << "only the checked certificates carry a CRL";
     EXPECT_TRUE(crls.GetAt(0).Equals(subCrl) && crls.GetAt(1).Equals(rootCrl))
         << "each certificate carries its issuer's CRL, in path order";
+    EXPECT_EQ(crls.GetAt(0).GetX509Crl(), subCrl.GetX509Crl())
+        << "the element shares the store's decoded CRL instead of decoding it again";
     EXPECT_EQ(chain.EnumOcspResponses().GetSize(), 0u) << "no OCSP in CRL mode";
 
     Bench o;

@@ -1,6 +1,7 @@
 // CRLs as an application sees them: the decoded fields of v1 and v2 lists,
 // the revoked entry of a certificate, comparison and copies, and bad input.
-// CRLs written by `openssl ca -gencrl` are read in check_cli_crl.sh.
+// CRLs written by `openssl ca -gencrl` are read in check_cli_crl.sh, which
+// also checks the printed issuer and key identifier.
 #include <gtest/gtest.h>
 
 #include <openssl/evp.h>
@@ -74,11 +75,6 @@ TEST_F(X509CrlTest, ReadsTheFieldsOfAVersion2Crl) {
     const std::vector<unsigned char> expectedKeyId(rootKeyId->data,
                                                    rootKeyId->data + rootKeyId->length);
     EXPECT_EQ(ToBytes(crl.GetAuthorityKeyId()), expectedKeyId) << "AKI is the issuer's key id";
-    EXPECT_EQ(crl.GetAuthorityKeyIdStringHex().length(), 2 * expectedKeyId.size())
-        << "two hex digits per key id byte";
-
-    EXPECT_STREQ(crl.GetIssuerStringX500().c_str(), L"O=Tessera Test,CN=Test Root")
-        << "issuer printed in encoded order";
     EXPECT_EQ(
         X509_NAME_cmp(crl.GetIssuerName().GetX509Name(), X509_get_subject_name(root->cert.get())),
         0)

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "CryptUtils.h"
 #include "QorGetOneCrl.h"
 #include "TestServers.h"
 #include "TestTessera.h"
@@ -42,34 +41,12 @@ const Pki& PkiOf(const std::string& caName) {
     return found->second;
 }
 
-// The service's file name prefix: Base64url of the subject DER, no padding.
-std::string IssuerKey(const X509Certificate& ca) {
-    qorstd::QorString base64;
-    CryptUtils::Base64Encode(ca.GetSubject(), base64, CryptUtils::cptLineBreakNone);
-    std::string key;
-    for (const char* c = base64.c_str(); *c != '\0'; ++c) {
-        key += *c == '+' ? '-' : *c == '/' ? '_' : *c;
-    }
-    return key.substr(0, key.find('='));
-}
-
 void Publish(const Pki& pki, std::int64_t thisUpdate) {
-    CrlPlan profile;
-    profile.thisUpdate = thisUpdate;
-    profile.nextUpdate = thisUpdate + 86400;
-    const std::vector<unsigned char> der = CrlToDer(IssueCrl(profile, pki.ca).get());
-    WriteTextFile(ServerDir("crlservice") + "/root/" + IssuerKey(pki.caCert) + "." +
-                      std::to_string(thisUpdate) + ".der",
-                  std::string(der.begin(), der.end()));
+    PublishToCrlService(IssueCrl(pki.ca, thisUpdate, thisUpdate + 86400).get(), thisUpdate);
 }
 
 bool Logged(Level level, const std::wstring& fragment) {
-    for (const auto& line : RecordingLog::Instance().LinesOf(L"Tessera.X509GetOneCrlClient")) {
-        if (line.level == level && line.text.find(fragment) != std::wstring::npos) {
-            return true;
-        }
-    }
-    return false;
+    return RecordingLog::Instance().Contains(L"Tessera.X509GetOneCrlClient", level, fragment);
 }
 
 class GetOneCrlClientTest : public ::testing::Test {

@@ -93,12 +93,8 @@ TEST_F(X509MemoryStoreTest, KeepsDuplicatesAndRemovesTheFirstEqual) {
     store.RemoveCrlRange(crls);
     EXPECT_EQ(store.GetCrls().GetSize(), 1u) << "each element of a range removes one CRL";
 
-    OcspResponsePlan ocsp;
-    ocsp.signer = rootA;
-    ocsp.issuer = rootA->cert.get();
-    ocsp.producedAt = UtcTime(2024, 7, 1);
-    ocsp.answers = {{intermediate->cert.get()}};
-    const QorOcsp2Lib::OcspResponse response = DecodedOcsp(ocsp);
+    const QorOcsp2Lib::OcspResponse response = DecodedOcsp(
+        OcspPlan(rootA, rootA->cert.get(), {{intermediate->cert.get()}}, UtcTime(2024, 7, 1)));
     store.AddOcspResponse(response);
     store.AddOcspResponse(response);
     store.RemoveOcspResponse(response);

@@ -1,59 +1,18 @@
-// X509OcspClientOnline against the ocsp fixture's `openssl ocsp` responders
-// (tests/servers/ocsp_start.sh: good, revoked and unknown end entities whose
-// AIA names the trusted responder), and over a canned transport where the
-// response's producedAt must be pinned.
+// X509OcspClientOnline over a canned transport, where the response's
+// producedAt can be pinned. Against the ocsp fixture's responders it is run by
+// X509ChainServersTest (the URL from each certificate's AIA) and by
+// check_cli_ocsp.sh (a set URL and the trust store's responder certificates).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
-#include "TestServers.h"
 #include "TestTessera.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
 using QorOcsp2Lib::OcspResponse;
-
-namespace {
-
-X509Certificate FixtureCert(const std::string& name) {
-    const CertPtr cert = ReadPemCertificate(ServerDir("ocsp") + "/pki/" + name + ".pem");
-    EXPECT_TRUE(cert) << name << ".pem from the ocsp fixture";
-    return cert ? X509Certificate(cert.get()) : X509Certificate();
-}
-
-}  // namespace
-
-TEST(X509OcspClientOnlineServer, UrlFromTheCertificateAnswersEveryStatus) {
-    const X509Certificate ca = FixtureCert("ca");
-    X509OcspClientOnline client;
-    const char* const names[] = {"good", "revoked", "unknown"};
-    for (int status = 0; status < 3; ++status) {
-        OcspResponse* response = client.GetOcspResponse(FixtureCert(names[status]), ca);
-        ASSERT_NE(response, nullptr) << names[status];
-        EXPECT_EQ(response->GetSingleResponses().GetAt(0).GetCertStatus(), status)
-            << "status of " << names[status] << " (URL from AIA)";
-    }
-}
-
-TEST(X509OcspClientOnlineServer, ConfiguredUrlWinsAndTrustStoreCertificatesAreTrusted) {
-    const X509Certificate ca = FixtureCert("ca");
-    const X509Certificate good = FixtureCert("good");
-    X509OcspClientOnline client;
-    const std::string url = ServerFile("ocsp", "untrusted-url");
-    client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
-    EXPECT_EQ(CodeOf([&] { client.GetOcspResponse(good, ca); }), 141)
-        << "the set URL is asked, the responder of another CA is refused with the library's code";
-    X509MemoryStore trust;
-    trust.AddCertificate(FixtureCert("untrusted-ocsp"));
-    client.SetTrustStore(&trust);
-    const OcspResponse* response = client.GetOcspResponse(good, ca);
-    ASSERT_NE(response, nullptr) << "a responder certificate of the trust store is trusted";
-    EXPECT_STREQ(response->GetResponderName().c_str(),
-                 L"CN=Untrusted OCSP Responder,O=Tessera Test")
-        << "answered by the untrusted responder";
-}
 
 namespace {
 
@@ -83,12 +42,9 @@ protected:
         certProfile.serial = 77;
         certProfile.extensions = {{"authorityInfoAccess", "OCSP;URI:http://127.0.0.1:9/aia"}};
         ee = IssueCertificate(certProfile, &ca);
-        OcspResponsePlan profile;
-        profile.signer = &ca;
-        profile.issuer = ca.cert.get();
-        profile.answers = {OcspAnswer{ee.cert.get(), V_OCSP_CERTSTATUS_GOOD, -1, 0, producedAt, 0}};
-        profile.producedAt = producedAt;
-        transport.answer = MakeOcspResponse(profile);
+        transport.answer = MakeOcspResponse(
+            OcspPlan(&ca, ca.cert.get(),
+                     {{ee.cert.get(), V_OCSP_CERTSTATUS_GOOD, -1, 0, producedAt, 0}}, producedAt));
         client.SetHttpClient(&transport);
     }
     X509Certificate Ca() const { return Cert(ca); }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include "CryptUtils.h"
 #include "X509Crl.h"
@@ -16,7 +17,9 @@ using TesseraLib::X509Crl;
 using TesseraLib::X509MemoryStore;
 
 bool IsPem(const std::vector<unsigned char>& bytes) {
-    return std::string(bytes.begin(), bytes.end()).find("-----BEGIN") != std::string::npos;
+    static const char kBegin[] = "-----BEGIN";
+    return std::search(bytes.begin(), bytes.end(), kBegin, kBegin + sizeof(kBegin) - 1) !=
+           bytes.end();
 }
 
 std::vector<std::vector<unsigned char>> PemBlocks(const std::string& text,
@@ -93,7 +96,9 @@ bool ReadCrlFile(const std::string& command, const std::string& path, X509Memory
         if (IsPem(bytes)) {
             blocks = PemBlocks(std::string(bytes.begin(), bytes.end()), "X509 CRL");
         } else {
-            blocks.push_back(bytes);
+            // The file's bytes themselves: a copy of a large CRL would stay
+            // alive beside its decoded form.
+            blocks.push_back(std::move(bytes));
         }
         if (blocks.empty()) {
             std::fprintf(stderr, "tessera %s: no CRL in %s\n", command.c_str(), path.c_str());

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -14,16 +16,50 @@ enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitUsage = 2 };
 
 struct Command {
     const char* name;
-    const char* synopsis;  // arguments, shown by `tessera help`
-    const char* summary;   // one line
+    const char* synopsis;  // the arguments; help wraps it at kHelpWidth
+    const char* summary;   // what the command does, in a sentence or two
+    std::string options;   // one "OPTION\tEXPLANATION" per line
+    std::string examples;  // whole command lines, one per line
     int (*run)(const std::vector<std::string>& args);
 };
+
+// No line of a help text is wider.
+constexpr std::size_t kHelpWidth = 100;
 
 // Every subcommand, in the order `tessera help` lists them.
 const std::vector<Command>& Commands();
 
+// The subcommand called `name`, or null.
+const Command* FindCommand(const std::string& name);
+
+// The list of subcommands, each synopsis with its summary below it.
+void PrintUsage(std::FILE* out);
+
+// One subcommand's synopsis, summary, options and examples.
+void PrintCommandHelp(const Command& command, std::FILE* out);
+
 // Prints the usage text to stderr and returns kExitUsage.
 int UsageError(const std::string& problem);
+
+// What a failed call threw, as the tool reports it. The library and the
+// libraries beside it throw exception families without a common base; each
+// has a code, a description of the code and a message.
+struct Failure {
+    bool coded = false;  // one of the families; otherwise only `text` is set
+    int code = 0;
+    std::string description;
+    std::string message;
+    std::string text;  // what() of a standard exception, or a fixed text
+};
+
+// Runs `action`; true when it returned, false with `failure` filled when it
+// threw anything at all.
+bool RunCatching(const std::function<void()>& action, Failure* failure);
+
+// Prints "tessera COMMAND: error CODE: DESCRIPTION (MESSAGE)", or
+// "tessera COMMAND: TEXT" for a failure without a code, to stderr and
+// returns kExitFailure.
+int PrintFailure(const std::string& command, const Failure& failure);
 
 // "--name value" options and positional arguments of a subcommand.
 struct Arguments {

@@ -13,14 +13,12 @@
 #include <vector>
 
 #include "Cli.h"
-#include "CryptException.h"
 #include "X509Certificate.h"
 
 namespace tessera_cli {
 
 namespace {
 
-using TesseraLib::CryptException;
 using TesseraLib::X509Certificate;
 
 bool LooksLikePem(const std::vector<unsigned char>& bytes) {
@@ -183,20 +181,14 @@ int RunCert(const std::vector<std::string>& args) {
         return kExitFailure;
     }
 
-    Report report;
-    try {
-        X509Certificate cert;
-        if (LooksLikePem(bytes)) {
-            const std::string text(bytes.begin(), bytes.end());
-            cert.ImportPEM(text.c_str());
-        } else {
-            cert.Import(bytes.data(), static_cast<long>(bytes.size()));
-        }
-        report = Describe(cert);
-    } catch (const CryptException& e) {
-        return PrintError("cert", e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
+    X509Certificate cert;
+    if (LooksLikePem(bytes)) {
+        const std::string text(bytes.begin(), bytes.end());
+        cert.ImportPEM(text.c_str());
+    } else {
+        cert.Import(bytes.data(), static_cast<long>(bytes.size()));
     }
+    const Report report = Describe(cert);
     if (json) {
         PrintJson(report);
     } else {

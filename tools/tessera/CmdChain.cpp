@@ -1,4 +1,4 @@
-// tessera chain CERT --trust FILE... [--extra FILE...] [--crl FILE...]
+// tessera chain CERT --trust FILE [--extra FILE] [--crl FILE]
 //               [--mode crl|ocsp|either] [--option none|end|chain|whole] [--fetch]
 //               [--time ISO8601] [--purpose smime|timestamp|none]
 //
@@ -22,7 +22,6 @@
 
 #include "ChainCli.h"
 #include "Cli.h"
-#include "OcspException.h"
 #include "X509Certificate.h"
 #include "X509Chain.h"
 #include "X509ChainPolicy.h"
@@ -115,15 +114,7 @@ int RunChain(const std::vector<std::string>& args) {
 
     std::printf("Verification time: %s\n", FormatUtc(setup.verifyTime).c_str());
     TesseraLib::X509Chain chain(&setup.policy);
-    try {
-        chain.Build(&subject[0], setup.verifyTime);
-    } catch (const qorstd::QorException& e) {
-        return PrintError(kCommand, e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
-    } catch (const QorOcsp2Lib::OcspException& e) {
-        return PrintError(kCommand, e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
-    }
+    chain.Build(&subject[0], setup.verifyTime);
     const qorstd::QorVector<TesseraLib::X509ChainElement>& elements = chain.GetElements();
     for (unsigned int i = 0; i < elements.GetSize(); ++i) {
         const X509Certificate* cert = elements[i].GetCertificate();

@@ -67,25 +67,20 @@ int RunKeyinfo(const std::vector<std::string>& args) {
 
     LoadedKey key;
     try {
-        try {
-            key.ImportPEM(bytes.data(), static_cast<int>(bytes.size()), pass);
-        } catch (const CryptException& pemError) {
-            if (pemError.GetErrorCode() != TesseraLib::ErrPrivateKeyRead) {
-                throw;
-            }
-            try {
-                key.ImportPKCS12(bytes.data(), static_cast<long>(bytes.size()), pass);
-            } catch (const CryptException& pkcs12Error) {
-                // Not PKCS#12 either: what the PEM reader said is the better answer.
-                if (pkcs12Error.GetErrorCode() == TesseraLib::ErrPkcs12Decoding) {
-                    throw pemError;
-                }
-                throw;
-            }
+        key.ImportPEM(bytes.data(), static_cast<int>(bytes.size()), pass);
+    } catch (const CryptException& pemError) {
+        if (pemError.GetErrorCode() != TesseraLib::ErrPrivateKeyRead) {
+            throw;
         }
-    } catch (const CryptException& e) {
-        return PrintError("keyinfo", e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
+        try {
+            key.ImportPKCS12(bytes.data(), static_cast<long>(bytes.size()), pass);
+        } catch (const CryptException& pkcs12Error) {
+            // Not PKCS#12 either: what the PEM reader said is the better answer.
+            if (pkcs12Error.GetErrorCode() == TesseraLib::ErrPkcs12Decoding) {
+                throw pemError;
+            }
+            throw;
+        }
     }
 
     const std::unique_ptr<CryptKey> typed(CryptKey::CreateKey(key.GetKeyEVP()));

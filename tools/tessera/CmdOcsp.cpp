@@ -1,11 +1,12 @@
-// tessera ocsp --url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem]...
+// tessera ocsp --url URL --issuer ISSUER.pem --cert CERT.pem [--trust CA.pem]
 //              [--hash sha1|sha256|...] [--no-nonce] [--out RESPONSE.der]
 // tessera ocsp --client [--url URL] --issuer ISSUER.pem --cert CERT.pem
-//              [--trust CA.pem]... [--hash ...] [--out RESPONSE.der]
+//              [--trust CA.pem] [--hash ...] [--out RESPONSE.der]
 //
 // Asks an OCSP responder about one certificate and prints its answer. The
 // response must be signed by the issuer, a responder it delegated, or a
-// responder certified by one of the --trust certificates.
+// responder certified by one of the --trust certificates (one file each, the
+// option repeated for more).
 //
 // Plain, the command drives the OCSP library directly. With --client it goes
 // through Tessera's X509OcspClientOnline, as the revocation search does: the
@@ -99,29 +100,21 @@ bool WriteResponse(const QorOcsp2Lib::OcspResponse& response, const std::string&
 int AskThroughClient(const std::string& url, X509* issuer, X509* subject,
                      const std::vector<CertPtr>& trusted,
                      QorOcsp2Lib::OcspHash::ocspHashAlgorithm hash, const std::string& out) {
-    try {
-        TesseraLib::X509MemoryStore trustStore;
-        for (const CertPtr& cert : trusted) {
-            trustStore.AddCertificate(TesseraLib::X509Certificate(cert.get()));
-        }
-        TesseraLib::X509OcspClientOnline client;
-        if (!url.empty()) {
-            client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
-        }
-        client.SetTrustStore(&trustStore);
-        client.SetHashAlgorithm(hash);
-        const QorOcsp2Lib::OcspResponse* response = client.GetOcspResponse(
-            TesseraLib::X509Certificate(subject), TesseraLib::X509Certificate(issuer));
-        PrintResponse(*response);
-        if (!out.empty() && !WriteResponse(*response, out)) {
-            return kExitFailure;
-        }
-    } catch (const QorOcsp2Lib::OcspException& e) {
-        return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
-    } catch (const TesseraLib::CryptException& e) {
-        return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
+    TesseraLib::X509MemoryStore trustStore;
+    for (const CertPtr& cert : trusted) {
+        trustStore.AddCertificate(TesseraLib::X509Certificate(cert.get()));
+    }
+    TesseraLib::X509OcspClientOnline client;
+    if (!url.empty()) {
+        client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
+    }
+    client.SetTrustStore(&trustStore);
+    client.SetHashAlgorithm(hash);
+    const QorOcsp2Lib::OcspResponse* response = client.GetOcspResponse(
+        TesseraLib::X509Certificate(subject), TesseraLib::X509Certificate(issuer));
+    PrintResponse(*response);
+    if (!out.empty() && !WriteResponse(*response, out)) {
+        return kExitFailure;
     }
     return kExitOk;
 }
@@ -191,23 +184,18 @@ int RunOcsp(const std::vector<std::string>& args) {
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate> issuers;
     issuers.Add(QorOcsp2Lib::OcspCertificate(issuer.get()));
 
-    try {
-        QorOcsp2Lib::OcspClient client;
-        client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
-        client.SetIssuerCertificates(issuers);
-        client.SetCACertificates(trusted);
-        client.SetHashAlgorithm(hash);
-        client.SetVerifyResponse(1);
-        QorOcsp2Lib::OcspResponse response;
-        client.SendRequest(QorOcsp2Lib::OcspCertificate(subject.get()), response, nonce ? 1 : 0);
-        PrintResponse(response);
-        const std::string out = parsed.Get("--out");
-        if (!out.empty() && !WriteResponse(response, out)) {
-            return kExitFailure;
-        }
-    } catch (const QorOcsp2Lib::OcspException& e) {
-        return PrintError("ocsp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
+    QorOcsp2Lib::OcspClient client;
+    client.SetUrl(std::wstring(url.begin(), url.end()).c_str());
+    client.SetIssuerCertificates(issuers);
+    client.SetCACertificates(trusted);
+    client.SetHashAlgorithm(hash);
+    client.SetVerifyResponse(1);
+    QorOcsp2Lib::OcspResponse response;
+    client.SendRequest(QorOcsp2Lib::OcspCertificate(subject.get()), response, nonce ? 1 : 0);
+    PrintResponse(response);
+    const std::string out = parsed.Get("--out");
+    if (!out.empty() && !WriteResponse(response, out)) {
+        return kExitFailure;
     }
     return kExitOk;
 }

@@ -5,7 +5,7 @@
 //
 // SIGNER: --cert CERT (--key KEY [--password P] | --p12 FILE --password P |
 //         --pkcs11 MODULE --key-id slot_X-id_Y --pin PIN)
-//         [--include none|signer|chain|whole --trust FILE...]
+//         [--include none|signer|chain|whole] [--trust FILE] [--extra FILE]
 //         [--hash sha1|sha256|sha384|sha512]
 //
 // sign makes a CMS signature of IN (attached, or --detached); sign-digest
@@ -18,8 +18,10 @@
 //
 // --include chooses the signer's certificates carried (default: the signer
 // certificate; chain: its path without the anchor, whole: with it, both
-// built from the --trust anchors). --no-attrs leaves out the signed
-// attributes (message digest, content type, signing time).
+// built from the --trust anchors through the CA certificates of --p12 and
+// the --extra files, which take one file each and may be repeated).
+// --no-attrs leaves out the signed attributes (message digest, content type,
+// signing time).
 #include <cstdio>
 #include <set>
 #include <string>

@@ -100,31 +100,26 @@ int RunTimestamp(const std::vector<std::string>& args) {
     if (!HashFile(input, QorTsp2Lib::GetHashName(algorithm), &digest)) {
         return kExitFailure;
     }
-    try {
-        QorTsp2Lib::TspClient client(std::wstring(url.begin(), url.end()).c_str());
-        client.SetHashAlgorithm(algorithm);
-        const QorTsp2Lib::TspTimeStamp stamp =
-            client.TimeStamp(digest.data(), static_cast<unsigned int>(digest.size()), 0);
-        const QorTsp2Lib::TspMessageImprint& imprint = stamp.GetMessageImprint();
-        std::printf("genTime: %s\n", stamp.GetGeneralizedTime().c_str());
-        std::printf("imprint: %s %s\n", QorTsp2Lib::GetHashName(imprint.GetHashAlgorithm()),
-                    Hex(imprint.GetHashedMessage().GetData(), imprint.GetHashedMessage().GetSize())
-                        .c_str());
-        std::printf("serial:  %s\n", stamp.GetSerialNumberHex().c_str());
-        std::printf("policy:  %s\n", stamp.GetPolicyId().c_str());
-        if (stamp.GetTsaCertificate() != nullptr) {
-            std::printf("tsa:     %s\n", stamp.GetTsaCertificate()->GetSubjectText().c_str());
+    QorTsp2Lib::TspClient client(std::wstring(url.begin(), url.end()).c_str());
+    client.SetHashAlgorithm(algorithm);
+    const QorTsp2Lib::TspTimeStamp stamp =
+        client.TimeStamp(digest.data(), static_cast<unsigned int>(digest.size()), 0);
+    const QorTsp2Lib::TspMessageImprint& imprint = stamp.GetMessageImprint();
+    std::printf("genTime: %s\n", stamp.GetGeneralizedTime().c_str());
+    std::printf(
+        "imprint: %s %s\n", QorTsp2Lib::GetHashName(imprint.GetHashAlgorithm()),
+        Hex(imprint.GetHashedMessage().GetData(), imprint.GetHashedMessage().GetSize()).c_str());
+    std::printf("serial:  %s\n", stamp.GetSerialNumberHex().c_str());
+    std::printf("policy:  %s\n", stamp.GetPolicyId().c_str());
+    if (stamp.GetTsaCertificate() != nullptr) {
+        std::printf("tsa:     %s\n", stamp.GetTsaCertificate()->GetSubjectText().c_str());
+    }
+    if (!out.empty()) {
+        if (!WriteFile(out, stamp.Encode(0))) {
+            std::fprintf(stderr, "tessera timestamp: cannot write %s\n", out.c_str());
+            return kExitFailure;
         }
-        if (!out.empty()) {
-            if (!WriteFile(out, stamp.Encode(0))) {
-                std::fprintf(stderr, "tessera timestamp: cannot write %s\n", out.c_str());
-                return kExitFailure;
-            }
-            std::printf("token:   %s (%u bytes)\n", out.c_str(), stamp.Encode(0).GetSize());
-        }
-    } catch (const QorTsp2Lib::TspException& e) {
-        return PrintError("timestamp", e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                          e.GetErrorMessage().c_str());
+        std::printf("token:   %s (%u bytes)\n", out.c_str(), stamp.Encode(0).GetSize());
     }
     return kExitOk;
 }

@@ -1,5 +1,5 @@
 // tessera verify SIG [--content FILE | --digest HEX]
-//                [--trust FILE... --extra FILE... --crl FILE... --mode crl|ocsp|either --fetch]
+//                [--trust FILE] [--extra FILE] [--crl FILE] [--mode crl|ocsp|either] [--fetch]
 //                [--time ISO8601] [--verify none|signer|chain]
 //
 // Verifies every signer of the CMS signature SIG (DER, or PEM labelled CMS or
@@ -22,10 +22,7 @@
 #include "ChainCli.h"
 #include "Cli.h"
 #include "CmsCli.h"
-#include "CryptException.h"
-#include "OcspException.h"
 #include "SignedCms.h"
-#include "TspException.h"
 #include "VerifierCms.h"
 
 namespace tessera_cli {
@@ -58,11 +55,14 @@ std::string ChecksPassed(unsigned long bits, VerifierCms::cptVerifyOption option
     return text.empty() ? "none" : text;
 }
 
-void PrintFailure(int code, const qorstd::QorStringW& description,
-                  const qorstd::QorStringW& message) {
-    std::printf("    Error:   %d: %s", code, Narrow(description.c_str()).c_str());
-    if (!message.empty()) {
-        std::printf(" (%s)", Narrow(message.c_str()).c_str());
+void PrintSignerFailure(const Failure& failure) {
+    if (!failure.coded) {
+        std::printf("    Error:   %s\n", failure.text.c_str());
+        return;
+    }
+    std::printf("    Error:   %d: %s", failure.code, failure.description.c_str());
+    if (!failure.message.empty()) {
+        std::printf(" (%s)", failure.message.c_str());
     }
     std::printf("\n");
 }
@@ -133,36 +133,25 @@ int RunVerify(const std::vector<std::string>& args) {
     unsigned int passed = 0;
     for (unsigned int i = 0; i < count; ++i) {
         SignedCms::SignerInfo& signer = *cms.GetSignerInfo(i);
-        bool ok = false;
-        int code = 0;
-        qorstd::QorStringW description, message;
-        try {
-            if (digestText.empty()) {
-                signer.Verify(verifier, SignedCms::cptCmsNone);
-            } else {
-                signer.VerifyDigest(verifier, hash, SignedCms::cptCmsNone);
-            }
-            ok = true;
-        } catch (const qorstd::QorException& e) {
-            code = e.GetErrorCode();
-            description = e.GetErrorDescription();
-            message = e.GetErrorMessage();
-        } catch (const QorTsp2Lib::TspException& e) {
-            code = e.GetErrorCode();
-            description = e.GetErrorDescription();
-            message = e.GetErrorMessage();
-        } catch (const QorOcsp2Lib::OcspException& e) {
-            code = e.GetErrorCode();
-            description = e.GetErrorDescription();
-            message = e.GetErrorMessage();
-        }
+        // A failure ends this signer's check, not the command: the others
+        // are still checked.
+        Failure failure;
+        const bool ok = RunCatching(
+            [&] {
+                if (digestText.empty()) {
+                    signer.Verify(verifier, SignedCms::cptCmsNone);
+                } else {
+                    signer.VerifyDigest(verifier, hash, SignedCms::cptCmsNone);
+                }
+            },
+            &failure);
         const qorstd::QorStringW subject = signer.GetCertificate().GetSubjectStringX500(0);
         std::printf("Signer %u: %s\n", i + 1,
                     subject.empty() ? "(certificate not found)" : Narrow(subject.c_str()).c_str());
         std::printf("    Result:  %s\n", ok ? "valid" : "invalid");
         std::printf("    Checked: %s\n", ChecksPassed(signer.GetVerifyInfo(), option).c_str());
         if (!ok) {
-            PrintFailure(code, description, message);
+            PrintSignerFailure(failure);
         }
         passed += ok ? 1 : 0;
     }

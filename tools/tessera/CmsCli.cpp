@@ -25,6 +25,7 @@ using TesseraLib::CryptException;
 using TesseraLib::CryptKey;
 using TesseraLib::SignerCms;
 using TesseraLib::X509Certificate;
+using TesseraLib::X509MemoryStore;
 
 // The engine "pkcs11" of Debian's libengine-pkcs11-openssl.
 const wchar_t kEngineLibrary[] = L"/usr/lib/x86_64-linux-gnu/engines-3/libpkcs11.so";
@@ -146,7 +147,7 @@ SignerCms::cptIncludeOption IncludeOption(const std::string& name, bool* known) 
 const std::set<std::string>& SignerOptions() {
     static const std::set<std::string> options = {"--cert",   "--key",    "--password", "--p12",
                                                   "--pkcs11", "--key-id", "--pin",      "--include",
-                                                  "--trust",  "--hash"};
+                                                  "--trust",  "--extra",  "--hash"};
     return options;
 }
 
@@ -175,11 +176,14 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
     if (!knownInclude) {
         return UsageError(command + ": --include takes none, signer, chain or whole");
     }
-    const auto trust = parsed.options.find("--trust");
+    const bool withTrust = parsed.options.count("--trust") != 0;
     const bool withChain = include == SignerCms::cptIncludeChainWithoutRoot ||
                            include == SignerCms::cptIncludeWholeChain;
-    if (withChain && trust == parsed.options.end()) {
-        return UsageError(command + ": --include chain and whole need --trust");
+    const char* const noAnchor =
+        ": --include chain and whole need --trust, or a self-signed CA certificate in --p12 or "
+        "--extra";
+    if (withChain && !withTrust && !fromP12 && parsed.options.count("--extra") == 0) {
+        return UsageError(command + noAnchor);
     }
     const std::string hash = parsed.Get("--hash");
     if (!hash.empty() && hash != "sha1" && hash != "sha256" && hash != "sha384" &&
@@ -217,6 +221,13 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
         } else {
             cert.SetPrivateKey(bundled.GetPrivateKey());
         }
+        // The CA certificates a PKCS#12 file usually carries beside the
+        // signer's: the store lists the signer's first, then these.
+        const X509MemoryStore p12(bytes.data(), static_cast<long>(bytes.size()), pass);
+        const qorstd::QorVector<X509Certificate>& bundledCerts = p12.GetCertificateList();
+        for (unsigned int i = 1; i < bundledCerts.GetSize(); ++i) {
+            setup->extraStore.AddCertificate(bundledCerts[i]);
+        }
     } else {
         const int status = LoadTokenKey(command, parsed, setup, &cert);
         if (status != kExitOk) {
@@ -224,17 +235,42 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
         }
     }
 
-    if (trust != parsed.options.end()) {
-        for (const std::string& path : trust->second) {
+    for (const char* option : {"--trust", "--extra"}) {
+        const auto paths = parsed.options.find(option);
+        if (paths == parsed.options.end()) {
+            continue;
+        }
+        X509MemoryStore& store =
+            std::string(option) == "--trust" ? setup->trustStore : setup->extraStore;
+        for (const std::string& path : paths->second) {
             std::vector<X509Certificate> certs;
             if (!ReadCertificateFile(command, path, &certs)) {
                 return kExitFailure;
             }
-            for (const X509Certificate& anchor : certs) {
-                setup->trustStore.AddCertificate(anchor);
+            for (const X509Certificate& one : certs) {
+                store.AddCertificate(one);
             }
         }
+    }
+    if (withChain && !withTrust) {
+        // The self-signed CA certificates handed over end the path. Nothing
+        // is trusted by that: the path only decides which certificates the
+        // signature carries, and whoever verifies it chooses the anchors.
+        const qorstd::QorVector<X509Certificate>& extra = setup->extraStore.GetCertificateList();
+        for (unsigned int i = 0; i < extra.GetSize(); ++i) {
+            if (extra[i].IsSelfSigned() == 1) {
+                setup->trustStore.AddCertificate(extra[i]);
+            }
+        }
+        if (setup->trustStore.GetCertificateList().GetSize() == 0) {
+            return UsageError(command + noAnchor);
+        }
+    }
+    if (withTrust || withChain) {
         setup->signer.SetTrustStore(&setup->trustStore);
+    }
+    if (setup->extraStore.GetCertificateList().GetSize() != 0) {
+        setup->signer.SetExtraStore(&setup->extraStore);
     }
     setup->signer.SetCertificate(cert);
     setup->signer.SetIncludeOption(include);

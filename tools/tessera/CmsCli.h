@@ -15,14 +15,16 @@
 namespace tessera_cli {
 
 // The options LoadSigner reads, each taking a value: --cert, --key,
-// --password, --p12, --pkcs11, --key-id, --pin, --include, --trust, --hash.
+// --password, --p12, --pkcs11, --key-id, --pin, --include, --trust, --extra,
+// --hash.
 const std::set<std::string>& SignerOptions();
 
 // What one signing command signs with. Not copyable: the signer points at
-// the trust store beside it. A PKCS#11 set-up is undone on destruction,
+// the stores beside it. A PKCS#11 set-up is undone on destruction,
 // after the signer has let go of the token's key.
 struct SignerSetup {
     TesseraLib::X509MemoryStore trustStore;
+    TesseraLib::X509MemoryStore extraStore;
     TesseraLib::SignerCms signer;
     bool pkcs11 = false;
 
@@ -34,11 +36,14 @@ struct SignerSetup {
 
 // Fills `setup` from the signer options: the certificate (--cert; with
 // --p12 it may come from the PKCS#12 file instead), exactly one key source,
-// --include none|signer|chain|whole (default signer; chain and whole need
-// --trust), --hash (default: the certificate's), and signed attributes
-// unless `noAttributes` (--no-attrs). Returns kExitOk, or the exit code after
-// a usage error or an unreadable file (already reported). Library failures
-// (a wrong password or PIN ...) are thrown.
+// --include none|signer|chain|whole (default signer), --hash (default: the
+// certificate's), and signed attributes unless `noAttributes` (--no-attrs).
+// The path of --include chain and whole runs from the --trust anchors
+// through the CA certificates of the PKCS#12 file and the --extra files;
+// without --trust, the self-signed ones among these are the anchors.
+// Returns kExitOk, or the exit code after a usage error or an unreadable
+// file (already reported). Library failures (a wrong password or PIN ...)
+// are thrown.
 int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttributes,
                SignerSetup* setup);
 

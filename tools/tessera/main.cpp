@@ -9,59 +9,12 @@
 #include <vector>
 
 #include "Cli.h"
-#include "Tessera.h"
+#include "CrlException.h"
+#include "OcspException.h"
+#include "QorException.h"
+#include "TspException.h"
 
 namespace tessera_cli {
-
-const std::vector<Command>& Commands() {
-    static const std::vector<Command> commands = {
-        {"help", "", "show the subcommands", RunHelp},
-        {"version", "", "print the library's version text", RunVersion},
-        {"errors", "", "list the error codes with their names and descriptions", RunErrors},
-        {"hash", "[--alg sha256] FILE...", "print the digests of files, like sha256sum", RunHash},
-        {"base64", "encode|decode [--crlf|--lf|--none] [IN [OUT]]",
-         "Base64-encode or decode a file or standard input", RunBase64},
-        {"keyinfo", "KEYFILE [--password P]", "show the type and size of a private key",
-         RunKeyinfo},
-        {"cert", "FILE [--json]", "show a certificate (DER or PEM)", RunCert},
-        {"crl", "FILE [--cert CERT] [--json]", "show a CRL and the entry of a certificate", RunCrl},
-        {"fetch-crl", "CERT [--out FILE] [--timeout SECONDS]",
-         "download the CRL of a certificate from its distribution points", RunFetchCrl},
-        {"timestamp", "--url URL [--hash sha256] [--out TOKEN] FILE",
-         "ask a time-stamp authority for a token over FILE's digest", RunTimestamp},
-        {"ocsp",
-         "(--url URL | --client [--url URL]) --issuer ISSUER.pem --cert CERT.pem "
-         "[--trust CA.pem] [--hash sha1] [--no-nonce] [--out RESPONSE.der]",
-         "ask an OCSP responder for a certificate's status", RunOcsp},
-        {"info", "SIG",
-         "show what a CMS signature carries: content, certificates, CRLs, OCSP "
-         "responses and signers",
-         RunInfo},
-        {"chain",
-         "CERT --trust FILE... [--extra FILE...] [--crl FILE...] [--mode crl|ocsp|either] "
-         "[--option none|end|chain|whole] [--fetch] [--time ISO8601] "
-         "[--purpose smime|timestamp|none]",
-         "build and check a certificate's path to a trust anchor, with revocation", RunChain},
-        {"sign",
-         "--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
-         "--key-id slot_X-id_Y --pin PIN) [--detached] [--no-attrs] "
-         "[--include none|signer|chain|whole --trust FILE...] [--hash sha1|sha256|sha384|sha512] "
-         "[--pem] IN OUT",
-         "make a CMS signature of a file", RunSign},
-        {"sign-digest", "SIGNER [--no-attrs] [--pem] --digest HEX OUT",
-         "make a detached CMS signature over a digest of the content (signer options as for sign)",
-         RunSignDigest},
-        {"cosign", "SIGNER [--no-attrs] [--pem] [--content FILE] SIG OUT",
-         "add a signer to a CMS signature (signer options as for sign)", RunCosign},
-        {"estimate", "SIGNER [--detached] [--no-attrs] [--pem] IN [OUT]",
-         "print the size of the signature sign would write, without signing", RunEstimate},
-        {"verify",
-         "SIG [--content FILE | --digest HEX] [--trust FILE... --extra FILE... --crl FILE... "
-         "--mode crl|ocsp|either --fetch] [--time ISO8601] [--verify none|signer|chain]",
-         "verify every signer of a CMS signature", RunVerify},
-    };
-    return commands;
-}
 
 std::string Narrow(const wchar_t* text) {
     if (text == nullptr) {
@@ -111,14 +64,62 @@ Arguments ParseArguments(const std::string& command, const std::vector<std::stri
     return parsed;
 }
 
-int PrintError(const std::string& command, int code, const wchar_t* description,
-               const wchar_t* message) {
-    std::fprintf(stderr, "tessera %s: error %d: %s", command.c_str(), code,
-                 Narrow(description).c_str());
-    if (message != nullptr && message[0] != L'\0') {
-        std::fprintf(stderr, " (%s)", Narrow(message).c_str());
+namespace {
+
+int PrintCoded(const std::string& command, int code, const std::string& description,
+               const std::string& message) {
+    std::fprintf(stderr, "tessera %s: error %d: %s", command.c_str(), code, description.c_str());
+    if (!message.empty()) {
+        std::fprintf(stderr, " (%s)", message.c_str());
     }
     std::fprintf(stderr, "\n");
+    return kExitFailure;
+}
+
+// The code, description and message of an exception of any family: they
+// agree on these three accessors, not on a base class.
+template <class Exception>
+void Describe(const Exception& e, Failure* failure) {
+    failure->coded = true;
+    failure->code = e.GetErrorCode();
+    failure->description = Narrow(e.GetErrorDescription().c_str());
+    failure->message = Narrow(e.GetErrorMessage().c_str());
+}
+
+}  // namespace
+
+int PrintError(const std::string& command, int code, const wchar_t* description,
+               const wchar_t* message) {
+    return PrintCoded(command, code, Narrow(description), Narrow(message));
+}
+
+// One catch per exception family, so that no command can forget one. Tessera's
+// own exceptions and the PKCS#11 wrapper's derive from qorstd::QorException.
+bool RunCatching(const std::function<void()>& action, Failure* failure) {
+    try {
+        action();
+        return true;
+    } catch (const qorstd::QorException& e) {
+        Describe(e, failure);
+    } catch (const QorTsp2Lib::TspException& e) {
+        Describe(e, failure);
+    } catch (const QorOcsp2Lib::OcspException& e) {
+        Describe(e, failure);
+    } catch (const QorGetOneCrlLib::CrlException& e) {
+        Describe(e, failure);
+    } catch (const std::exception& e) {
+        failure->text = e.what();
+    } catch (...) {
+        failure->text = "failed with an exception of unknown type";
+    }
+    return false;
+}
+
+int PrintFailure(const std::string& command, const Failure& failure) {
+    if (failure.coded) {
+        return PrintCoded(command, failure.code, failure.description, failure.message);
+    }
+    std::fprintf(stderr, "tessera %s: %s\n", command.c_str(), failure.text.c_str());
     return kExitFailure;
 }
 
@@ -199,29 +200,36 @@ std::string FormatUtc(long long seconds) {
     return text;
 }
 
-static void PrintUsage(std::FILE* out) {
-    std::fprintf(out, "usage: tessera <command> [arguments]\n\ncommands:\n");
-    for (const Command& command : Commands()) {
-        const std::string head =
-            std::string(command.name) + (command.synopsis[0] != '\0' ? " " : "") + command.synopsis;
-        std::fprintf(out, "  %-34s %s\n", head.c_str(), command.summary);
-    }
-}
-
 int UsageError(const std::string& problem) {
     std::fprintf(stderr, "tessera: %s\n\n", problem.c_str());
     PrintUsage(stderr);
     return kExitUsage;
 }
 
-int RunHelp(const std::vector<std::string>& /*args*/) {
-    PrintUsage(stdout);
-    return kExitOk;
-}
-
 }  // namespace tessera_cli
 
 using namespace tessera_cli;
+
+namespace {
+
+// Runs a subcommand, or prints its help when any argument asks for it. Every
+// failure the command lets escape is reported here.
+int RunCommand(const Command& command, const std::vector<std::string>& args) {
+    for (const std::string& arg : args) {
+        if (arg == "--help") {
+            PrintCommandHelp(command, stdout);
+            return kExitOk;
+        }
+    }
+    int status = kExitFailure;
+    Failure failure;
+    if (!RunCatching([&] { status = command.run(args); }, &failure)) {
+        return PrintFailure(command.name, failure);
+    }
+    return status;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
@@ -229,20 +237,9 @@ int main(int argc, char** argv) {
         return UsageError("no command given");
     }
     const std::string name = argv[1];
-    const std::vector<std::string> args(argv + 2, argv + argc);
-    for (const Command& command : Commands()) {
-        if (name != command.name) {
-            continue;
-        }
-        try {
-            return command.run(args);
-        } catch (const qorstd::QorException& e) {
-            return PrintError(command.name, e.GetErrorCode(), e.GetErrorDescription().c_str(),
-                              e.GetErrorMessage().c_str());
-        } catch (const std::exception& e) {
-            std::fprintf(stderr, "tessera %s: %s\n", command.name, e.what());
-            return kExitFailure;
-        }
+    const Command* command = FindCommand(name);
+    if (command == nullptr) {
+        return UsageError("unknown command '" + name + "'");
     }
-    return UsageError("unknown command '" + name + "'");
+    return RunCommand(*command, std::vector<std::string>(argv + 2, argv + argc));
 }

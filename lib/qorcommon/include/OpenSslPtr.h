@@ -102,6 +102,32 @@ inline void FreeOpenSslText(char* text) {
 }
 using OpenSslTextPtr = OpenSslPtr<char, FreeOpenSslText>;
 
+// Another reference to a handle that something else owns, for as long as
+// the result lives. Null for a null handle or when OpenSSL refuses the
+// reference (its error queue is left as it is).
+//
+//     X509Ptr mine = UpRef(borrowed);
+//     if (!mine) { Fail(ErrOutOfMemory); }
+inline X509Ptr UpRef(const X509* handle) {
+    X509* mutableHandle = const_cast<X509*>(handle);
+    return X509Ptr(handle != nullptr && X509_up_ref(mutableHandle) == 1 ? mutableHandle : nullptr);
+}
+inline X509CrlPtr UpRef(const X509_CRL* handle) {
+    X509_CRL* mutableHandle = const_cast<X509_CRL*>(handle);
+    return X509CrlPtr(handle != nullptr && X509_CRL_up_ref(mutableHandle) == 1 ? mutableHandle
+                                                                                : nullptr);
+}
+inline EvpPkeyPtr UpRef(const EVP_PKEY* handle) {
+    EVP_PKEY* mutableHandle = const_cast<EVP_PKEY*>(handle);
+    return EvpPkeyPtr(handle != nullptr && EVP_PKEY_up_ref(mutableHandle) == 1 ? mutableHandle
+                                                                                : nullptr);
+}
+inline EvpMdPtr UpRef(const EVP_MD* handle) {
+    EVP_MD* mutableHandle = const_cast<EVP_MD*>(handle);
+    return EvpMdPtr(handle != nullptr && EVP_MD_up_ref(mutableHandle) == 1 ? mutableHandle
+                                                                            : nullptr);
+}
+
 }  // namespace qorssl
 
 // Tessera's own sources name the aliases without qualification.

@@ -30,6 +30,28 @@ Ptr DecodeWhole(T* (*d2i)(T**, const unsigned char**, long), const unsigned char
     return decoded;
 }
 
+// The first encoding of T at `data`, or an empty pointer; whatever follows it
+// is left alone, as OpenSSL's own readers do. `*consumed` (optional) gets the
+// length of the encoding read.
+template <class Ptr, class T>
+Ptr DecodeFirst(T* (*d2i)(T**, const unsigned char**, long), const unsigned char* data,
+                std::size_t length, std::size_t* consumed = nullptr) {
+    if (consumed != nullptr) {
+        *consumed = 0;
+    }
+    if (data == nullptr || length == 0 || length > static_cast<std::size_t>(LONG_MAX)) {
+        return Ptr();
+    }
+    const unsigned char* cursor = data;
+    Ptr decoded(d2i(nullptr, &cursor, static_cast<long>(length)));
+    if (!decoded) {
+        ERR_clear_error();
+    } else if (consumed != nullptr) {
+        *consumed = static_cast<std::size_t>(cursor - data);
+    }
+    return decoded;
+}
+
 // The DER of `value`; empty when encoding fails.
 template <class T>
 std::vector<unsigned char> Encode(int (*i2d)(const T*, unsigned char**), const T* value) {

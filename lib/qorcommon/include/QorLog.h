@@ -5,8 +5,18 @@
 // the channel-name prefix, guarded by one mutex. A Channel copies the table
 // when it is constructed and keeps the handle the application's open
 // callback gave it; installing a new table later does not affect it.
+//
+// Code writes lines only through the TLOG_* macros at the end of this file:
+//
+//     TLOG_DEBUG(m_log, L"Sign(Signer:%ls)", subject.c_str());
+//     TLOG_ERROR(log, L"Verify: Signer is not present.");
+//     TLOG_CRYPTO_ERRORS(m_log, "Sign: CMS_sign() failed.");
+//
+// The level is checked first, so the arguments are evaluated only for a
+// line that will be written.
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -69,4 +79,45 @@ private:
     LoggingCallbacks m_callbacks;
 };
 
+// The channel behind whatever a class keeps: a reference, a pointer (null
+// allowed: nothing is written) or a unique_ptr.
+inline const Channel* ChannelOf(const Channel& channel) {
+    return &channel;
+}
+inline const Channel* ChannelOf(const Channel* channel) {
+    return channel;
+}
+template <class C, class D>
+const Channel* ChannelOf(const std::unique_ptr<C, D>& channel) {
+    return channel.get();
+}
+
+// One text is written as it is; a format with arguments goes through the
+// 1024-character buffer.
+inline void Emit(const Channel& channel, LogLevel level, const wchar_t* text) {
+    channel.Write(level, text);
+}
+template <class... Args>
+void Emit(const Channel& channel, LogLevel level, const wchar_t* format, const Args&... args) {
+    channel.WriteFormat(level, format, args...);
+}
+
+// The OpenSSL dump of a failed call: written when the channel takes Error
+// lines; the calling thread's error queue is empty afterwards in every case.
+void EmitCryptoErrors(const Channel* channel, const char* text);
+
 }  // namespace qorlog
+
+#define TLOG_AT(level, log, ...)                                                \
+    do {                                                                        \
+        const ::qorlog::Channel* const tlogChannel_ = ::qorlog::ChannelOf(log); \
+        if (tlogChannel_ != nullptr && tlogChannel_->IsEnabled(level) != 0) {   \
+            ::qorlog::Emit(*tlogChannel_, level, __VA_ARGS__);                  \
+        }                                                                       \
+    } while (false)
+
+#define TLOG_ERROR(log, ...) TLOG_AT(::qorlog::LogLevel::Error, log, __VA_ARGS__)
+#define TLOG_WARNING(log, ...) TLOG_AT(::qorlog::LogLevel::Warning, log, __VA_ARGS__)
+#define TLOG_INFO(log, ...) TLOG_AT(::qorlog::LogLevel::Info, log, __VA_ARGS__)
+#define TLOG_DEBUG(log, ...) TLOG_AT(::qorlog::LogLevel::Debug, log, __VA_ARGS__)
+#define TLOG_CRYPTO_ERRORS(log, text) ::qorlog::EmitCryptoErrors(::qorlog::ChannelOf(log), text)

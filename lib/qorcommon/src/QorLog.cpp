@@ -153,4 +153,11 @@ void Channel::WriteCryptoErrors(const char* message) const {
     ERR_clear_error();
 }
 
+void EmitCryptoErrors(const Channel* channel, const char* text) {
+    if (channel != nullptr && channel->IsEnabled(LogLevel::Error) != 0) {
+        channel->WriteCryptoErrors(text);
+    }
+    ERR_clear_error();
+}
+
 }  // namespace qorlog

@@ -68,15 +68,11 @@ void CrlClient::SendRequest(CrlResponse& response) const {
     response.Reset();
     const qorstd::QorString url = GetRequestUrl();
     if (url.empty()) {
-        if (log.IsErrorEnabled()) {
-            log.Write(qorlog::LogLevel::Error, L"SendRequest: service URL or issuer not set");
-        }
+        TLOG_ERROR(log, L"SendRequest: service URL or issuer not set");
         CrlException::Throw(CrlException::crlErrInvalidParameter,
                             m_url.empty() ? L"URL not set" : L"Issuer not set");
     }
-    if (log.IsInfoEnabled()) {
-        log.WriteFormat(qorlog::LogLevel::Info, L"SendRequest(URL:%s)", url.c_str());
-    }
+    TLOG_INFO(log, L"SendRequest(URL:%s)", url.c_str());
 
     qorcurl::Request request;
     request.url = url.c_str();
@@ -84,10 +80,7 @@ void CrlClient::SendRequest(CrlResponse& response) const {
     request.totalTimeoutSeconds = m_timeout;
     const qorcurl::Response answer = qorcurl::Perform(request);
     if (answer.outcome != qorcurl::Outcome::Ok) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(qorlog::LogLevel::Error, L"SendRequest: HTTP request failed: %s",
-                            answer.error.c_str());
-        }
+        TLOG_ERROR(log, L"SendRequest: HTTP request failed: %s", answer.error.c_str());
         const qorstd::QorStringW text =
             qorstd::text::NarrowToWide(answer.error.c_str(), 0, qorstd::text::kCharsetProcess);
         switch (answer.outcome) {
@@ -100,25 +93,18 @@ void CrlClient::SendRequest(CrlResponse& response) const {
         }
     }
     if (answer.status == 404) {
-        if (log.IsDebugEnabled()) {
-            log.Write(qorlog::LogLevel::Debug, L"SendRequest: CRL not found");
-        }
+        TLOG_DEBUG(log, L"SendRequest: CRL not found");
         response.SetError(CrlException::crlErrNotFound, L"CRL not found");
         return;
     }
     if (answer.status != 200) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(qorlog::LogLevel::Error, L"SendRequest: HTTP status %ld",
-                            answer.status);
-        }
+        TLOG_ERROR(log, L"SendRequest: HTTP status %ld", answer.status);
         const std::wstring message = L"HTTP status " + std::to_wstring(answer.status);
         CrlException::Throw(CrlException::crlErrHttpStatus, message.c_str());
     }
     response.SetCrl(Crl(answer.body.data(), static_cast<unsigned int>(answer.body.size())));
-    if (log.IsDebugEnabled()) {
-        log.WriteFormat(qorlog::LogLevel::Debug, L"SendRequest: CRL of %u bytes received",
-                        static_cast<unsigned int>(answer.body.size()));
-    }
+    TLOG_DEBUG(log, L"SendRequest: CRL of %u bytes received",
+               static_cast<unsigned int>(answer.body.size()));
 }
 
 }  // namespace QorGetOneCrlLib

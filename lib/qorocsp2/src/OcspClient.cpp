@@ -123,11 +123,8 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
     }
     const qorstd::QorString url =
         qorstd::text::WideToCharset(m_url.c_str(), qorstd::text::kCharsetUtf8);
-    if (log.IsInfoEnabled()) {
-        log.WriteFormat(LogLevel::Info, L"SendRequest(URL:%ls Hash:%s Nonce:%d Verify:%d)",
-                        m_url.c_str(), OcspHash::GetName(m_hashAlgorithm).c_str(), addNonce,
-                        m_verifyResponse);
-    }
+    TLOG_INFO(log, L"SendRequest(URL:%ls Hash:%s Nonce:%d Verify:%d)", m_url.c_str(),
+              OcspHash::GetName(m_hashAlgorithm).c_str(), addNonce, m_verifyResponse);
     X509* issuer = FindIssuer(m_issuers, subject);
     if (issuer == nullptr) {
         log.Write(LogLevel::Error, L"SendRequest: no issuer certificate for the certificate.");
@@ -156,10 +153,8 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
         transport->Post(StlString(url), "application/ocsp-request", RequestDer(request.get()),
                         answer);
     } catch (const OcspException& e) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(LogLevel::Error, L"SendRequest: exchange failed (%d): %ls",
-                            e.GetErrorCode(), e.GetErrorMessage().c_str());
-        }
+        TLOG_ERROR(log, L"SendRequest: exchange failed (%d): %ls", e.GetErrorCode(),
+                   e.GetErrorMessage().c_str());
         throw;
     }
 
@@ -195,10 +190,7 @@ void OcspClient::SendRequest(const OcspCertificate& certificate, OcspResponse& r
                   L"SendRequest: the response does not answer for the certificate.");
         OcspException::Throw(OcspException::ocspErrCertNotAnswered, nullptr);
     }
-    if (log.IsDebugEnabled()) {
-        log.WriteFormat(LogLevel::Debug, L"SendRequest: status %s",
-                        received.GetStatusString().c_str());
-    }
+    TLOG_DEBUG(log, L"SendRequest: status %s", received.GetStatusString().c_str());
     response = received;
 }
 

@@ -293,11 +293,8 @@ void OcspResponse::Verify(OcspVector<OcspCertificate>* trusted) const {
         // Trusted certificates are anchors (an issuing CA need not be a root)
         // and, when they signed the response themselves, trusted signers.
         X509_STORE_add_cert(store.get(), certificate);
-        if (X509_up_ref(certificate) != 1) {
-            continue;
-        }
-        qorssl::X509Ptr reference(certificate);
-        if (sk_X509_push(certificates.get(), reference.get()) > 0) {
+        qorssl::X509Ptr reference = qorssl::UpRef(certificate);
+        if (reference && sk_X509_push(certificates.get(), reference.get()) > 0) {
             reference.release();  // the stack owns it now
         }
     }

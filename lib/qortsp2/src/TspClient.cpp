@@ -97,10 +97,7 @@ TspTimeStamp TspClient::TimeStamp(const unsigned char* imprint, unsigned int len
         if (url.empty()) {
             protocol::Fail(TspErrInvalidParameter, "TimeStamp: the URL is empty or not ASCII");
         }
-        if (log.IsInfoEnabled()) {
-            log.WriteFormat(LogLevel::Info, L"TimeStamp(URL:%s Hash:%s)", url.c_str(),
-                            GetHashName(m_hashAlgorithm));
-        }
+        TLOG_INFO(log, L"TimeStamp(URL:%s Hash:%s)", url.c_str(), GetHashName(m_hashAlgorithm));
 
         protocol::RequestFacts facts;
         facts.algorithm = m_hashAlgorithm;
@@ -116,12 +113,10 @@ TspTimeStamp TspClient::TimeStamp(const unsigned char* imprint, unsigned int len
         request.totalTimeoutSeconds = m_totalTimeout;
         request.user = Utf8(m_user);
         request.password = Utf8(m_password);
-        if (log.IsDebugEnabled()) {
-            log.WriteFormat(LogLevel::Debug, L"TimeStamp: request %u bytes, nonce %s, policy %s",
-                            static_cast<unsigned int>(request.body.size()),
-                            protocol::NonceHex(facts.nonce).c_str(),
-                            facts.policyId.empty() ? "(TSA's choice)" : facts.policyId.c_str());
-        }
+        TLOG_DEBUG(log, L"TimeStamp: request %u bytes, nonce %s, policy %s",
+                   static_cast<unsigned int>(request.body.size()),
+                   protocol::NonceHex(facts.nonce).c_str(),
+                   facts.policyId.empty() ? "(TSA's choice)" : facts.policyId.c_str());
 
         const qorcurl::Response response = qorcurl::Perform(request);
         switch (response.outcome) {
@@ -134,28 +129,21 @@ TspTimeStamp TspClient::TimeStamp(const unsigned char* imprint, unsigned int len
             case qorcurl::Outcome::Transport:
                 protocol::Fail(TspErrTransport, "TimeStamp: " + response.error);
         }
-        if (log.IsDebugEnabled()) {
-            log.WriteFormat(LogLevel::Debug, L"TimeStamp: HTTP %ld, %u bytes, type %s",
-                            response.status, static_cast<unsigned int>(response.body.size()),
-                            response.contentType.c_str());
-        }
+        TLOG_DEBUG(log, L"TimeStamp: HTTP %ld, %u bytes, type %s", response.status,
+                   static_cast<unsigned int>(response.body.size()), response.contentType.c_str());
         if (response.status != 200) {
             protocol::Fail(TspErrHttpStatus,
                            "TimeStamp: HTTP status " + std::to_string(response.status));
         }
         TspTimeStamp stamp =
             protocol::CheckResponse(response.body.data(), response.body.size(), facts);
-        if (log.IsDebugEnabled()) {
-            log.WriteFormat(LogLevel::Debug, L"TimeStamp: genTime %s, serial %s, policy %s",
-                            stamp.GetGeneralizedTime().c_str(), stamp.GetSerialNumberHex().c_str(),
-                            stamp.GetPolicyId().c_str());
-        }
+        TLOG_DEBUG(log, L"TimeStamp: genTime %s, serial %s, policy %s",
+                   stamp.GetGeneralizedTime().c_str(), stamp.GetSerialNumberHex().c_str(),
+                   stamp.GetPolicyId().c_str());
         return stamp;
     } catch (const TspException& e) {
-        if (log.IsErrorEnabled()) {
-            log.WriteFormat(LogLevel::Error, L"TimeStamp failed (%d): %ls", e.GetErrorCode(),
-                            e.GetErrorMessage().c_str());
-        }
+        TLOG_ERROR(log, L"TimeStamp failed (%d): %ls", e.GetErrorCode(),
+                   e.GetErrorMessage().c_str());
         throw;
     }
 }

@@ -14,6 +14,7 @@
 
 #include "OpenSslPtr.h"
 #include "QorDer.h"
+#include "QorFail.h"
 #include "QorTextConv.h"
 #include "TspException.h"
 
@@ -178,8 +179,7 @@ std::wstring Widen(const std::string& utf8) {
 }
 
 void Fail(int code, const std::string& message) {
-    ERR_clear_error();
-    TspException::Throw(code, Widen(message).c_str());
+    qorlog::Fail<TspException>(code, Widen(message).c_str());
 }
 
 std::vector<unsigned char> NewNonce() {

@@ -50,7 +50,8 @@ TspTimeStamp CheckResponse(const unsigned char* der, std::size_t length, const R
 // UTF-8 to wide text; characters that do not convert become '?'.
 std::wstring Widen(const std::string& utf8);
 
-// Throws TspException(code, Widen(message)) and clears OpenSSL's error queue.
+// The time-stamp library's binding of the shared failure idiom (QorFail.h):
+// throws TspException(code, Widen(message)), OpenSSL's error queue emptied.
 [[noreturn]] void Fail(int code, const std::string& message);
 
 }  // namespace protocol

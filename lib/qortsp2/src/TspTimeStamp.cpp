@@ -96,11 +96,7 @@ TspCertificate::TspCertificate(const unsigned char* der, unsigned int length) : 
     m_cert = cert.release();
 }
 
-TspCertificate::TspCertificate(x509_st* cert) : m_cert(nullptr) {
-    if (cert != nullptr && X509_up_ref(cert) == 1) {
-        m_cert = cert;
-    }
-}
+TspCertificate::TspCertificate(x509_st* cert) : m_cert(qorssl::UpRef(cert).release()) {}
 
 TspCertificate::TspCertificate(const TspCertificate& other) : TspCertificate(other.m_cert) {}
 

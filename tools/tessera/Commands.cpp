@@ -1,0 +1,331 @@
+// The subcommands with their help texts, and `tessera help`.
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Cli.h"
+
+namespace tessera_cli {
+
+namespace {
+
+// The options of the signing commands (sign, sign-digest, cosign, estimate).
+const std::string kSignerOptions =
+    "--cert CERT\tthe signer certificate, PEM or DER; with --p12 it may be left out and is "
+    "then the PKCS#12 file's\n"
+    "--key KEY\tthe private key as a PEM file, encrypted or not\n"
+    "--p12 FILE\ta PKCS#12 file with the private key; the CA certificates it carries serve "
+    "--include chain and whole\n"
+    "--password P\tthe password of --key or --p12\n"
+    "--pkcs11 MODULE\tthe PKCS#11 module of a token that holds the private key\n"
+    "--key-id slot_X-id_Y\tthe token key: slot and key identifier in hexadecimal\n"
+    "--pin PIN\tthe token's user PIN\n"
+    "--include WHICH\tthe signer's certificates the signature carries: none, signer (default), "
+    "chain (the path without its anchor) or whole (with it)\n"
+    "--trust FILE\tanchors (PEM or DER) for the path of --include chain and whole (repeatable); "
+    "without it, the self-signed CA certificates of --p12 and --extra serve\n"
+    "--extra FILE\tintermediate certificates (PEM or DER) for that path (repeatable)\n"
+    "--hash NAME\tthe digest algorithm: sha1, sha256, sha384 or sha512 (default: the one of the "
+    "certificate's signature)\n"
+    "--no-attrs\tsign the content digest alone, without signed attributes (message digest, "
+    "content type, signing time)\n"
+    "--pem\twrite PEM labelled CMS instead of DER\n";
+
+// The options of the commands that check certification paths.
+const std::string kPathOptions =
+    "--trust FILE\ttrust anchors, PEM or DER, one or more certificates a file (repeatable)\n"
+    "--extra FILE\tfurther certificates the path may use (repeatable)\n"
+    "--crl FILE\tCRLs, PEM or DER, for the revocation checks (repeatable)\n"
+    "--mode MODE\tthe revocation data to use: crl (default), ocsp, or either\n"
+    "--fetch\tlet the checks download CRLs from distribution points and ask the OCSP "
+    "responders the certificates name\n"
+    "--time ISO8601\tcheck at this UTC time, as 2024-06-01T12:00:00Z or 2024-06-01 "
+    "(default: now)\n";
+
+const std::string kSigner = "--cert signer.pem --key signer.key";
+
+}  // namespace
+
+const std::vector<Command>& Commands() {
+    static const std::vector<Command> commands = {
+        {"help", "[COMMAND]", "show the subcommands, or one subcommand's options and examples", "",
+         "tessera help\ntessera help sign\n", RunHelp},
+        {"version", "", "print the library's version text", "", "tessera version\n", RunVersion},
+        {"errors", "", "list the error codes with their names and descriptions", "",
+         "tessera errors\n", RunErrors},
+        {"hash", "[--alg NAME] [FILE...]",
+         "print the digests of files, in the lines sha256sum prints; standard input for - or "
+         "when no FILE is given",
+         "--alg NAME\tsha1, sha224, sha256 (default), sha384 or sha512\n",
+         "tessera hash document.pdf\ntessera hash --alg sha512 a.bin b.bin\n", RunHash},
+        {"base64", "encode|decode [--crlf|--lf|--none] [IN [OUT]]",
+         "Base64-encode or decode a file; IN and OUT default to standard input and output, and "
+         "- names them too",
+         "--lf\tencode with a line break after every 76 characters and at the end (default)\n"
+         "--crlf\tthe same with CR LF line breaks\n"
+         "--none\tencode as one line without a final line break\n",
+         "tessera base64 encode cert.der cert.b64\ntessera base64 decode < cert.b64 > cert.der\n",
+         RunBase64},
+        {"keyinfo", "KEYFILE [--password P]",
+         "show the type and size of a private key: PEM (traditional or PKCS#8, encrypted or "
+         "not) or PKCS#12",
+         "--password P\tthe password of an encrypted key or of the PKCS#12 file\n",
+         "tessera keyinfo signer.key\ntessera keyinfo signer.p12 --password secret\n", RunKeyinfo},
+        {"cert", "FILE [--json]",
+         "show a certificate (DER or PEM): names, serial, validity, key, usages, policies, OCSP "
+         "responder, qualified statements and SHA-1",
+         "--json\tprint one JSON object instead of text\n",
+         "tessera cert signer.pem\ntessera cert signer.der --json\n", RunCert},
+        {"crl", "FILE [--cert CERT] [--json]",
+         "show a CRL (DER or PEM) and, with --cert, whether a certificate is listed on it",
+         "--cert CERT\talso show whether this certificate (DER or PEM) is listed, with the "
+         "revocation time and reason\n"
+         "--json\tprint one JSON object instead of text\n",
+         "tessera crl ca.crl --cert signer.pem\n", RunCrl},
+        {"fetch-crl", "CERT [--out FILE] [--timeout SECONDS]",
+         "download the CRL of a certificate from its http:// distribution points and show it; "
+         "when none delivers, the failure of the last one is printed",
+         "--out FILE\twrite the CRL's DER\n"
+         "--timeout SECONDS\tthe limit for each download (default 0: none)\n",
+         "tessera fetch-crl signer.pem --out signer-ca.crl --timeout 10\n", RunFetchCrl},
+        {"timestamp", "--url URL [--hash NAME] [--out TOKEN] FILE",
+         "ask a time-stamp authority for a token over FILE's digest and show the token",
+         "--url URL\tthe time-stamp authority's address (required)\n"
+         "--hash NAME\tthe digest sent: sha1, sha224, sha256 (default), sha384 or sha512\n"
+         "--out TOKEN\twrite the token's DER\n",
+         "tessera timestamp --url http://tsa.example/ --out document.tst document.pdf\n",
+         RunTimestamp},
+        {"ocsp",
+         "(--url URL | --client [--url URL]) --issuer ISSUER.pem --cert CERT.pem "
+         "[--trust CA.pem] [--hash NAME] [--no-nonce] [--out RESPONSE.der]",
+         "ask an OCSP responder for a certificate's status; the response must be signed by the "
+         "issuer, a responder it delegated, or one certified by a --trust certificate",
+         "--url URL\tthe responder's address; with --client the default is the certificate's "
+         "AIA\n"
+         "--client\task through the revocation client the chain checks use; it always sends a "
+         "nonce\n"
+         "--issuer ISSUER.pem\tthe certificate's issuer (PEM)\n"
+         "--cert CERT.pem\tthe certificate asked about (PEM)\n"
+         "--trust CA.pem\ta certificate (PEM) that may certify the responder (repeatable)\n"
+         "--hash NAME\tthe digest of the certificate identifier: sha1 (default), sha224, sha256, "
+         "sha384 or sha512\n"
+         "--no-nonce\tsend no nonce\n"
+         "--out RESPONSE.der\twrite the response's DER\n",
+         "tessera ocsp --url http://ocsp.example/ --issuer ca.pem --cert signer.pem\n"
+         "tessera ocsp --client --issuer ca.pem --cert signer.pem --out status.der\n",
+         RunOcsp},
+        {"info", "SIG",
+         "show what a CMS signature (DER, or PEM labelled CMS or PKCS7) carries: content, "
+         "certificates, CRLs, OCSP responses and signers, without verifying anything",
+         "", "tessera info document.p7s\n", RunInfo},
+        {"chain",
+         "CERT --trust FILE [--extra FILE] [--crl FILE] [--mode crl|ocsp|either] "
+         "[--option none|end|chain|whole] [--fetch] [--time ISO8601] "
+         "[--purpose smime|timestamp|none]",
+         "build and check a certificate's path to a trust anchor, with revocation, and show "
+         "each certificate with the data that decided its status; further certificates in "
+         "CERT's file join --extra",
+         kPathOptions +
+             "--option WHICH\tthe certificates checked for revocation: none, end (CERT only), "
+             "chain (all but self-signed ones; default) or whole (all)\n"
+             "--purpose NAME\tthe purpose CERT must serve: smime (default), timestamp or none\n",
+         "tessera chain signer.pem --trust root.pem --extra sub-ca.pem --crl sub-ca.crl\n"
+         "tessera chain signer.pem --trust root.pem --mode either --fetch\n",
+         RunChain},
+        {"sign",
+         "--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
+         "--key-id slot_X-id_Y --pin PIN) [--include none|signer|chain|whole] [--trust FILE] "
+         "[--extra FILE] [--hash sha1|sha256|sha384|sha512] [--detached] [--no-attrs] [--pem] "
+         "IN OUT",
+         "make a CMS signature of a file", kSignerOptions + "--detached\tleave the content out\n",
+         "tessera sign " + kSigner +
+             " --detached document.pdf document.p7s\n"
+             "tessera sign --p12 signer.p12 --password secret --include chain document.pdf "
+             "document.p7s\n",
+         RunSign},
+        {"sign-digest", "SIGNER [--no-attrs] [--pem] --digest HEX OUT",
+         "make a detached CMS signature over a digest of the content made elsewhere with the "
+         "signer's digest algorithm (SIGNER: the signer options of sign)",
+         kSignerOptions + "--digest HEX\tthe content's digest in hexadecimal (required)\n",
+         "d=$(sha256sum document.pdf | cut -c1-64)\ntessera sign-digest " + kSigner +
+             " --digest $d document.p7s\n",
+         RunSignDigest},
+        {"cosign", "SIGNER [--no-attrs] [--pem] [--content FILE] SIG OUT",
+         "add a signer to the CMS signature SIG (SIGNER: the signer options of sign)",
+         kSignerOptions +
+             "--content FILE\tthe signed content: needed for a detached SIG, and equal to the "
+             "embedded content of an attached one\n",
+         "tessera cosign " + kSigner + " --content document.pdf first.p7s both.p7s\n", RunCosign},
+        {"estimate", "SIGNER [--detached] [--no-attrs] [--pem] IN [OUT]",
+         "print the size in bytes of the file sign would write with the same arguments, without "
+         "signing (SIGNER: the signer options of sign)",
+         kSignerOptions + "--detached\tfor a signature without the content\n",
+         "tessera estimate " + kSigner + " --detached document.pdf\n", RunEstimate},
+        {"verify",
+         "SIG [--content FILE | --digest HEX] [--trust FILE] [--extra FILE] [--crl FILE] "
+         "[--mode crl|ocsp|either] [--fetch] [--time ISO8601] [--verify none|signer|chain]",
+         "verify every signer of a CMS signature (DER, or PEM labelled CMS or PKCS7) and show "
+         "the checks each passed; the exit status is 0 only when all signers are valid",
+         "--content FILE\tthe signed content of a detached signature\n"
+         "--digest HEX\tinstead of --content, the content's digest in hexadecimal, made with the "
+         "signer's digest algorithm\n" +
+             kPathOptions +
+             "--verify LEVEL\thow far the signer certificate is checked: none, signer (its "
+             "validity and, when the issuer is at hand, the issuer's signature) or chain (the "
+             "path to a --trust anchor with revocation); default chain with --trust, else "
+             "signer\n",
+         "tessera verify document.p7s --content document.pdf --trust root.pem --crl ca.crl\n"
+         "tessera verify attached.p7s --verify signer\n",
+         RunVerify},
+    };
+    return commands;
+}
+
+const Command* FindCommand(const std::string& name) {
+    for (const Command& command : Commands()) {
+        if (name == command.name) {
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+namespace {
+
+std::vector<std::string> Words(const std::string& text) {
+    std::istringstream split(text);
+    std::vector<std::string> words;
+    for (std::string word; split >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+// The pieces of a synopsis a line break must not tear apart: a word stays
+// with the one before it unless it starts an option or a group, so that
+// "--hash sha1|sha256" or "IN OUT" keeps together.
+std::vector<std::string> SynopsisPieces(const std::string& synopsis) {
+    std::vector<std::string> pieces;
+    for (const std::string& word : Words(synopsis)) {
+        const bool starts = word[0] == '-' || word[0] == '[' || word[0] == '(';
+        if (pieces.empty() || starts) {
+            pieces.push_back(word);
+        } else {
+            pieces.back() += " " + word;
+        }
+    }
+    return pieces;
+}
+
+// `lead`, then the pieces separated by spaces, broken into lines of at most
+// kHelpWidth columns; lines after the first are indented as wide as `lead`.
+// A piece too long for any line is broken between its words.
+void PrintWrapped(std::FILE* out, const std::string& lead, const std::vector<std::string>& pieces) {
+    const std::string margin(lead.size(), ' ');
+    std::string line = lead;
+    bool empty = true;  // nothing after the lead or margin yet
+    const auto place = [&](const std::string& piece) {
+        if (!empty && line.size() + 1 + piece.size() > kHelpWidth) {
+            std::fprintf(out, "%s\n", line.c_str());
+            line = margin;
+            empty = true;
+        }
+        line += (empty ? "" : " ") + piece;
+        empty = false;
+    };
+    for (const std::string& piece : pieces) {
+        if (margin.size() + piece.size() > kHelpWidth) {
+            for (const std::string& word : Words(piece)) {
+                place(word);
+            }
+        } else {
+            place(piece);
+        }
+    }
+    std::fprintf(out, "%s\n", line.c_str());
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream split(text);
+    for (std::string line; std::getline(split, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// The options, one a line: the option, then its explanation in a column of
+// its own; an option too wide for the column puts its explanation below it.
+void PrintOptions(std::FILE* out, const std::string& options) {
+    constexpr std::size_t kMaxColumn = 26;
+    std::vector<std::pair<std::string, std::string>> rows;
+    std::size_t column = 0;
+    for (const std::string& line : Lines(options)) {
+        const std::size_t tab = line.find('\t');
+        rows.emplace_back(line.substr(0, tab), line.substr(tab + 1));
+        column = std::max(column, std::min(kMaxColumn, 2 + rows.back().first.size() + 2));
+    }
+    for (const auto& row : rows) {
+        std::string lead = "  " + row.first;
+        if (lead.size() + 2 > column) {
+            std::fprintf(out, "%s\n", lead.c_str());
+            lead.clear();
+        }
+        lead.resize(column, ' ');
+        PrintWrapped(out, lead, Words(row.second));
+    }
+}
+
+std::string Head(const Command& command) {
+    return std::string(command.name) + (command.synopsis[0] != '\0' ? " " : "");
+}
+
+}  // namespace
+
+void PrintUsage(std::FILE* out) {
+    std::fprintf(out,
+                 "usage: tessera COMMAND [ARGUMENTS]\n"
+                 "       tessera help COMMAND, or tessera COMMAND --help: its options and "
+                 "examples\n\ncommands:\n");
+    for (const Command& command : Commands()) {
+        PrintWrapped(out, "  " + Head(command), SynopsisPieces(command.synopsis));
+        PrintWrapped(out, "      ", Words(command.summary));
+    }
+    std::fprintf(out, "\n--trust, --extra and --crl take one file each and may be repeated.\n");
+}
+
+void PrintCommandHelp(const Command& command, std::FILE* out) {
+    PrintWrapped(out, "usage: tessera " + Head(command), SynopsisPieces(command.synopsis));
+    std::fprintf(out, "\n");
+    PrintWrapped(out, "", Words(command.summary));
+    if (!command.options.empty()) {
+        std::fprintf(out, "\noptions:\n");
+        PrintOptions(out, command.options);
+    }
+    std::fprintf(out, "\nexamples:\n");
+    // Unbroken, so that they can be copied; each fits the width.
+    for (const std::string& example : Lines(command.examples)) {
+        std::fprintf(out, "  %s\n", example.c_str());
+    }
+}
+
+int RunHelp(const std::vector<std::string>& args) {
+    if (args.size() > 1) {
+        return UsageError("help takes at most one COMMAND");
+    }
+    if (args.empty()) {
+        PrintUsage(stdout);
+        return kExitOk;
+    }
+    const Command* command = FindCommand(args[0]);
+    if (command == nullptr) {
+        return UsageError("unknown command '" + args[0] + "'");
+    }
+    PrintCommandHelp(*command, stdout);
+    return kExitOk;
+}
+
+}  // namespace tessera_cli
