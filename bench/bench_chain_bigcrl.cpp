@@ -129,14 +129,11 @@ std::string OpenSslCheck(const std::vector<unsigned char>& der) {
     }
     crl.release();  // now the stack's
     // The stack owns a reference of its own.
-    X509* intermediate = pki.intermediate.cert.get();
-    if (X509_up_ref(intermediate) != 1) {
+    X509Ptr intermediate = UpRef(pki.intermediate.cert.get());
+    if (!intermediate || sk_X509_push(untrusted.get(), intermediate.get()) <= 0) {
         return "set-up failed";
     }
-    if (sk_X509_push(untrusted.get(), intermediate) <= 0) {
-        X509_free(intermediate);  // the reference just taken
-        return "set-up failed";
-    }
+    intermediate.release();
     if (X509_STORE_CTX_init(ctx.get(), store.get(), pki.leaf.cert.get(), untrusted.get()) != 1) {
         return "X509_STORE_CTX_init failed";
     }

@@ -92,6 +92,13 @@ step "Verify both signers with path building and the CA's CRL" \
 step "OpenSSL agrees" \
      "openssl cms -verify -binary -inform DER -in cosigned.p7s -CAfile pki/ca.pem -out /dev/null"
 step "The path of the first signer, with the CRL that decided" "tessera chain pki/Alice.pem $trust"
+openssl pkcs12 -export -in "$pki/Alice.pem" -inkey "$pki/Alice.key" -certfile "$pki/ca.pem" \
+    -passout pass:secret -out "$work/Alice.p12" >/dev/null 2>&1
+step "A PKCS#12 file brings its own CA certificates for the whole chain" \
+     "tessera sign --p12 Alice.p12 --password secret --include whole document.txt p12.p7s && tessera info p12.p7s | grep "^certificate""
+cp "$work/signed.p7s" "$work/padded.p7s" && head -c 4096 /dev/zero >>"$work/padded.p7s"
+step "A signature zero-padded to a reserved size (as in a PDF field) still verifies" \
+     "tessera verify padded.p7s $trust --verify chain"
 (
     cd "$pki" &&
         openssl ca -config ca.cnf -revoke Bob.pem -keyfile ca.key -cert ca.pem &&

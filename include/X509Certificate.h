@@ -131,9 +131,13 @@ public:
     // DER of the subject and issuer names.
     const qorstd::QorArray<unsigned char>& GetSubject() const { return m_decoded.subject; }
     const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_decoded.issuer; }
-    const qorstd::QorArray<unsigned char>& GetSubjectKeyId() const { return m_decoded.subjectKeyId; }
+    const qorstd::QorArray<unsigned char>& GetSubjectKeyId() const {
+        return m_decoded.subjectKeyId;
+    }
     // The keyIdentifier part of the authority key identifier.
-    const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const { return m_decoded.authorityKeyId; }
+    const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const {
+        return m_decoded.authorityKeyId;
+    }
     // KeyUsageBits OR-ed together.
     unsigned long GetKeyUsage() const { return m_decoded.keyUsage; }
     // Dotted OIDs, in extension order.

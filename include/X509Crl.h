@@ -82,19 +82,21 @@ public:
     // The held CRL itself (not a copy); null when empty.
     X509_crl_st* GetX509Crl() const { return m_crl.get(); }
     // The version field as encoded: 0 for v1, 1 for v2.
-    unsigned long GetVersion() const { return m_version; }
+    unsigned long GetVersion() const { return m_decoded.version; }
     // Seconds since 1970 UTC.
-    std::int64_t GetThisUpdate() const { return m_thisUpdate; }
+    std::int64_t GetThisUpdate() const { return m_decoded.thisUpdate; }
     // kNoNextUpdate when the CRL has none.
-    std::int64_t GetNextUpdate() const { return m_nextUpdate; }
+    std::int64_t GetNextUpdate() const { return m_decoded.nextUpdate; }
     // Not read from the CRL: always 0.
-    std::int64_t GetExpiredCertOnCRL() const { return m_expiredCertsOnCrl; }
-    int GetSignatureAlgorithmNID() const { return m_signatureNid; }
-    const X509Name& GetIssuerName() const { return m_issuerName; }
+    std::int64_t GetExpiredCertOnCRL() const { return 0; }
+    int GetSignatureAlgorithmNID() const { return m_decoded.signatureNid; }
+    const X509Name& GetIssuerName() const { return m_decoded.issuerName; }
     // DER of the issuer name.
-    const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_issuer; }
+    const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_decoded.issuer; }
     // keyIdentifier of the authority key identifier; empty when absent.
-    const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const { return m_authorityKeyId; }
+    const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const {
+        return m_decoded.authorityKeyId;
+    }
     // The CRL number; null when the CRL has none.
     const bignum_st* GetCRLNumber() const { return m_crlNumber.get(); }
 
@@ -140,16 +142,21 @@ private:
 
     void Parse();
 
-    std::unique_ptr<X509_crl_st, CrlDeleter> m_crl;
-    unsigned long m_version;
-    std::int64_t m_thisUpdate;
-    std::int64_t m_nextUpdate;
-    std::int64_t m_expiredCertsOnCrl;
-    int m_signatureNid;
-    X509Name m_issuerName;
-    qorstd::QorArray<unsigned char> m_issuer;
-    qorstd::QorArray<unsigned char> m_authorityKeyId;
+    // What Parse reads from the CRL. Plain values only, so that copying,
+    // assigning and clearing them is the struct's own.
+    struct Decoded {
+        unsigned long version = 0;
+        std::int64_t thisUpdate = 0;
+        std::int64_t nextUpdate = 0;
+        int signatureNid = 0;
+        X509Name issuerName;
+        qorstd::QorArray<unsigned char> issuer;
+        qorstd::QorArray<unsigned char> authorityKeyId;
+    };
+
+    std::unique_ptr<X509_crl_st, CrlDeleter> m_crl;  // shared with copies
     std::unique_ptr<bignum_st, BignumDeleter> m_crlNumber;
+    Decoded m_decoded;
 };
 
 }  // namespace TesseraLib

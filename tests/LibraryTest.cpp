@@ -33,15 +33,12 @@ protected:
 
 }  // namespace
 
-TEST(VersionTest, TextHasTheFixedFrame) {
+// The whole text is checked by `tessera version` in check_cli.sh.
+TEST(VersionTest, ReplacesTheCallersTextAndRefusesNull) {
     qorstd::QorStringW text(L"previous content");
     ASSERT_EQ(Tessera_GetVersionString(&text), 1) << "the version is given";
-    const std::wstring version = text.c_str();
-    const std::wstring tail = L",Build date:Apr 11 2018,Build time:09:10:36";
-    EXPECT_EQ(version.rfind(L"Version:v2.22.1.0,Revision:", 0), 0u) << "replaces, not appends";
-    EXPECT_TRUE(version.size() > tail.size() &&
-                version.compare(version.size() - tail.size(), tail.size(), tail) == 0)
-        << "got: " << text.c_str();
+    EXPECT_EQ(std::wstring(text.c_str()).rfind(L"Version:v2.22.1.0,", 0), 0u)
+        << "replaces, not appends";
     EXPECT_EQ(Tessera_GetVersionString(nullptr), 0) << "null is refused";
 }
 

@@ -213,8 +213,8 @@ void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
     // (PDF signature fields are the common case): the message is the first
     // DER object, and what follows it is not part of it.
     std::size_t consumed = 0;
-    CmsContentInfoPtr cms = DecodeFirst<CmsContentInfoPtr>(
-        d2i_CMS_ContentInfo, message.GetData(), message.GetSize(), &consumed);
+    CmsContentInfoPtr cms = DecodeFirst<CmsContentInfoPtr>(d2i_CMS_ContentInfo, message.GetData(),
+                                                           message.GetSize(), &consumed);
     if (!cms) {
         FailCrypto(m_log.get(), "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
     }

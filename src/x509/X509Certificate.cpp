@@ -269,8 +269,8 @@ void X509Certificate::CopyFrom(const X509Certificate& other) {
     // The handle is shared (nothing changes a certificate once read); the
     // serial number and the key are objects of their own.
     X509Ptr x509 = UpRef(other.m_x509.get());
-    std::unique_ptr<bignum_st, BignumDeleter> serial(
-        other.m_serial ? BN_dup(other.m_serial.get()) : nullptr);
+    std::unique_ptr<bignum_st, BignumDeleter> serial(other.m_serial ? BN_dup(other.m_serial.get())
+                                                                    : nullptr);
     if ((other.m_x509 && !x509) || (other.m_serial && !serial)) {
         Fail(ErrOutOfMemory);
     }
@@ -498,8 +498,9 @@ void X509Certificate::ParseExtensions() {
                     if (entry != nullptr && OBJ_obj2nid(entry->method) == NID_ad_OCSP &&
                         entry->location != nullptr && entry->location->type == GEN_URI) {
                         const ASN1_IA5STRING* uri = entry->location->d.uniformResourceIdentifier;
-                        m_decoded.ocspUrl.assign(reinterpret_cast<const char*>(ASN1_STRING_get0_data(uri)),
-                                         static_cast<unsigned int>(ASN1_STRING_length(uri)));
+                        m_decoded.ocspUrl.assign(
+                            reinterpret_cast<const char*>(ASN1_STRING_get0_data(uri)),
+                            static_cast<unsigned int>(ASN1_STRING_length(uri)));
                     }
                 }
                 break;
@@ -600,7 +601,8 @@ qorstd::QorString X509Certificate::GetSHA1HashHex() const {
 }
 
 qorstd::QorString X509Certificate::GetSignatureAlgorithmName() const {
-    const char* name = m_decoded.signatureNid != NID_undef ? OBJ_nid2ln(m_decoded.signatureNid) : nullptr;
+    const char* name =
+        m_decoded.signatureNid != NID_undef ? OBJ_nid2ln(m_decoded.signatureNid) : nullptr;
     return qorstd::QorString(name != nullptr ? name : "");
 }
 
@@ -812,7 +814,8 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
         case cptCompareBraddleId:
             return m_decoded.braddleId.GetSize() > 0 &&
                            m_decoded.braddleId.GetSize() == other.m_decoded.braddleId.GetSize() &&
-                           std::memcmp(m_decoded.braddleId.GetData(), other.m_decoded.braddleId.GetData(),
+                           std::memcmp(m_decoded.braddleId.GetData(),
+                                       other.m_decoded.braddleId.GetData(),
                                        m_decoded.braddleId.GetSize()) == 0
                        ? 1
                        : 0;

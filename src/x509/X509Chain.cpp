@@ -11,12 +11,12 @@
 #include "CryptException.h"
 #include "CryptUtils.h"
 #include "ExceptionRecording.h"
+#include "Failure.h"
 #include "LogChannel.h"
 #include "QorTextConv.h"
 #include "X509Store.h"
 #include "x509/X509Bytes.h"
 #include "x509/X509ChainContext.h"
-#include "Failure.h"
 
 template class qorstd::QorVector<TesseraLib::X509ChainElement>;
 template class qorstd::QorVectorIterator<TesseraLib::X509ChainElement>;
@@ -597,8 +597,7 @@ stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     if (X509_verify_cert(storeCtx) != 1) {
         const int error = X509_STORE_CTX_get_error(storeCtx);
         const qorstd::QorStringW text = chain::VerifyErrorText(error);
-        TLOG_ERROR(m_log, L"BuildPath: X509_verify_cert() failed. %ls",
-                               text.c_str());
+        TLOG_ERROR(m_log, L"BuildPath: X509_verify_cert() failed. %ls", text.c_str());
         Fail(chain::MapVerifyError(error), text.c_str());
     }
     X509StackPtr path(X509_STORE_CTX_get1_chain(storeCtx));
@@ -606,8 +605,7 @@ stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
         TLOG_ERROR(m_log, L"BuildPath: X509_STORE_CTX_get_chain() failed.");
         Fail(ErrChainVerification);
     }
-    TLOG_DEBUG(m_log, L"BuildPath: Chain length: %i.",
-                           sk_X509_num(path.get()));
+    TLOG_DEBUG(m_log, L"BuildPath: Chain length: %i.", sk_X509_num(path.get()));
     return path.release();
 }
 
@@ -679,12 +677,11 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
         X509_STORE_CTX_set_verify_cb(storeCtx, VerifyCallback);
 
         TLOG_DEBUG(m_log, L"BuildSolve: X509_verify_cert(VerifyTime(UTC)=%ls Flags:%d)",
-                               x509::FormatLogTime(m_verifyTime).c_str(), static_cast<int>(flags));
+                   x509::FormatLogTime(m_verifyTime).c_str(), static_cast<int>(flags));
         if (X509_verify_cert(storeCtx) != 1) {
             const int error = X509_STORE_CTX_get_error(storeCtx);
             const qorstd::QorStringW text = chain::VerifyErrorText(error);
-            TLOG_ERROR(m_log, L"BuildSolve: X509_verify_cert() failed. %ls",
-                                   text.c_str());
+            TLOG_ERROR(m_log, L"BuildSolve: X509_verify_cert() failed. %ls", text.c_str());
             Fail(chain::MapVerifyError(error), text.c_str());
         }
         UpdateChainElements(storeCtx);
@@ -813,9 +810,10 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
             const auto errors = verifyData->crlErrorsByDepth.find(depth);
             if (errors != verifyData->crlErrorsByDepth.end() && !errors->second.empty()) {
                 const qorstd::QorStringW text = chain::VerifyErrorText(errors->second.front());
-                TLOG_ERROR(m_log, L"VerifyChainElements: CRL verification failed (error "
-                                       L"occured in OpenSSL). %ls",
-                                       text.c_str());
+                TLOG_ERROR(m_log,
+                           L"VerifyChainElements: CRL verification failed (error "
+                           L"occured in OpenSSL). %ls",
+                           text.c_str());
                 Fail(ErrRevocationUnknown, text.c_str());
             }
             if (VerifyCertCrlCallback callback = m_policy->GetVerifyCertCrlCallback()) {

@@ -101,8 +101,7 @@ void CollectCrl(const LogChannel& log, X509Chain::BuildContext* context, const X
         Fail(log, L"FindRevocationElements: m_pBuildCtx->pCrls is NULL", ErrInternal,
              L"m_pBuildCtx->pCrls=NULL");
     }
-    X509_CRL* handle = crl.GetX509Crl();
-    X509CrlPtr reference(X509_CRL_up_ref(handle) == 1 ? handle : nullptr);
+    X509CrlPtr reference = UpRef(crl.GetX509Crl());
     if (!reference) {
         Fail(log, L"FindRevocationElements: X509_CRL_dup() failed.", ErrInternal, L"pCrl=NULL");
     }
@@ -151,6 +150,17 @@ const X509Crl* AskCrlClient(const LogChannel& log, X509CrlClient* client,
     return crl;
 }
 
+// The line for an OCSP client's failure, from either exception family.
+template <class Exception>
+void LogOcspClientFailure(const LogChannel& log, const wchar_t* family, const Exception& e) {
+    TLOG_ERROR(log,
+               L"FindRevocationElements: Error while obtaining OCSP response "
+               L"(%ls caught: ErrorNumber = %d, Description = %ls, Message = %ls).",
+               family, e.GetErrorCode(),
+               OrPlaceholder(e.GetErrorDescription(), L"<no description>"),
+               OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
+}
+
 // The OCSP client's response (still owned by the client), or null when it
 // has none or fails: its failures are logged and absorbed.
 const OcspResponse* AskOcspClient(const LogChannel& log, X509OcspClient* client,
@@ -169,19 +179,9 @@ const OcspResponse* AskOcspClient(const LogChannel& log, X509OcspClient* client,
                    x509::FormatLogTime(verifyTime).c_str());
         return client->GetOcspResponseAfterTime(cert, issuer, verifyTime);
     } catch (const OcspException& e) {
-        TLOG_ERROR(log,
-                   L"FindRevocationElements: Error while obtaining OCSP response "
-                   L"(OcspException caught: ErrorNumber = %d, Description = %ls, "
-                   L"Message = %ls).",
-                   e.GetErrorCode(), OrPlaceholder(e.GetErrorDescription(), L"<no description>"),
-                   OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
+        LogOcspClientFailure(log, L"OcspException", e);
     } catch (const CryptException& e) {
-        TLOG_ERROR(log,
-                   L"FindRevocationElements: Error while obtaining OCSP response "
-                   L"(CryptException caught: ErrorNumber = %d, Description = %ls, "
-                   L"Message = %ls).",
-                   e.GetErrorCode(), OrPlaceholder(e.GetErrorDescription(), L"<no description>"),
-                   OrPlaceholder(e.GetErrorMessage(), L"<no message>"));
+        LogOcspClientFailure(log, L"CryptException", e);
     }
     return nullptr;
 }

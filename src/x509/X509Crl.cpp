@@ -7,6 +7,7 @@
 #include <openssl/x509v3.h>
 
 #include <string>
+#include <utility>
 
 #include "CryptException.h"
 #include "CryptHash.h"
@@ -27,25 +28,22 @@ namespace TesseraLib {
 
 namespace {
 
-// Another reference to `crl`: nothing changes a CRL once it is read, and
-// duplicating one decodes the whole list again.
-X509_CRL* ShareCrl(const X509_CRL* crl) {
-    if (crl == nullptr) {
-        return nullptr;
-    }
-    X509_CRL* shared = const_cast<X509_CRL*>(crl);
-    if (X509_CRL_up_ref(shared) != 1) {
+// Another reference to `crl` (null for null): nothing changes a CRL once it
+// is read, and duplicating one decodes the whole list again.
+X509CrlPtr ShareCrl(const X509_CRL* crl) {
+    X509CrlPtr shared = UpRef(crl);
+    if (crl != nullptr && !shared) {
         Fail(ErrOutOfMemory);
     }
     return shared;
 }
 
-BIGNUM* DuplicateNumber(const BIGNUM* number) {
+BignumPtr DuplicateNumber(const BIGNUM* number) {
     if (number == nullptr) {
         return nullptr;
     }
-    BIGNUM* copy = BN_dup(number);
-    if (copy == nullptr) {
+    BignumPtr copy(BN_dup(number));
+    if (!copy) {
         Fail(ErrOutOfMemory, L"BN_dup() failed");
     }
     return copy;
@@ -99,8 +97,7 @@ void X509Crl::BignumDeleter::operator()(bignum_st* number) const {
     BN_free(number);
 }
 
-X509Crl::X509Crl()
-    : m_version(0), m_thisUpdate(0), m_nextUpdate(0), m_expiredCertsOnCrl(0), m_signatureNid(0) {}
+X509Crl::X509Crl() = default;
 
 X509Crl::X509Crl(const unsigned char* der, long size) : X509Crl() {
     Import(der, size);
@@ -121,36 +118,21 @@ X509Crl::X509Crl(const X509_crl_st* crl) : X509Crl() {
 }
 
 X509Crl::X509Crl(const X509Crl& other)
-    : m_crl(ShareCrl(other.m_crl.get())),
-      m_version(other.m_version),
-      m_thisUpdate(other.m_thisUpdate),
-      m_nextUpdate(other.m_nextUpdate),
-      m_expiredCertsOnCrl(other.m_expiredCertsOnCrl),
-      m_signatureNid(other.m_signatureNid),
-      m_issuerName(other.m_issuerName),
-      m_issuer(other.m_issuer),
-      m_authorityKeyId(other.m_authorityKeyId),
-      m_crlNumber(DuplicateNumber(other.m_crlNumber.get())) {}
+    : m_crl(ShareCrl(other.m_crl.get()).release()),
+      m_crlNumber(DuplicateNumber(other.m_crlNumber.get()).release()),
+      m_decoded(other.m_decoded) {}
 
 X509Crl& X509Crl::operator=(const X509Crl& other) {
     if (this == &other) {
         return *this;
     }
     // Copy first: a failure leaves this object as it was.
-    X509CrlPtr crl(ShareCrl(other.m_crl.get()));
-    BignumPtr number(DuplicateNumber(other.m_crlNumber.get()));
-    X509Name issuerName(other.m_issuerName);
-    Reset();
+    X509CrlPtr crl = ShareCrl(other.m_crl.get());
+    BignumPtr number = DuplicateNumber(other.m_crlNumber.get());
+    Decoded decoded = other.m_decoded;
     m_crl.reset(crl.release());
     m_crlNumber.reset(number.release());
-    m_version = other.m_version;
-    m_thisUpdate = other.m_thisUpdate;
-    m_nextUpdate = other.m_nextUpdate;
-    m_expiredCertsOnCrl = other.m_expiredCertsOnCrl;
-    m_signatureNid = other.m_signatureNid;
-    m_issuerName = issuerName;
-    m_issuer = other.m_issuer;
-    m_authorityKeyId = other.m_authorityKeyId;
+    m_decoded = std::move(decoded);
     return *this;
 }
 
@@ -161,14 +143,7 @@ X509Crl::~X509Crl() {
 void X509Crl::Reset() {
     m_crl.reset();
     m_crlNumber.reset();
-    m_version = 0;
-    m_thisUpdate = 0;
-    m_nextUpdate = 0;
-    m_expiredCertsOnCrl = 0;
-    m_signatureNid = 0;
-    m_issuerName.Reset();
-    m_issuer.SetSize(0);
-    m_authorityKeyId.SetSize(0);
+    m_decoded = Decoded();
 }
 
 void X509Crl::Import(const unsigned char* der, long size) {
@@ -194,20 +169,20 @@ void X509Crl::Parse() {
     if (crl == nullptr) {
         Fail(ErrInvalidParameter, L"pCrl=NULL");
     }
-    m_version = static_cast<unsigned long>(X509_CRL_get_version(crl));
+    m_decoded.version = static_cast<unsigned long>(X509_CRL_get_version(crl));
 
-    if (!qortime::Asn1TimeToSeconds(X509_CRL_get0_lastUpdate(crl), &m_thisUpdate)) {
+    if (!qortime::Asn1TimeToSeconds(X509_CRL_get0_lastUpdate(crl), &m_decoded.thisUpdate)) {
         Fail(ErrAsn1Decoding);
     }
     const ASN1_TIME* nextUpdate = X509_CRL_get0_nextUpdate(crl);
     if (nextUpdate == nullptr) {
-        m_nextUpdate = kNoNextUpdate;
-    } else if (!qortime::Asn1TimeToSeconds(nextUpdate, &m_nextUpdate)) {
+        m_decoded.nextUpdate = kNoNextUpdate;
+    } else if (!qortime::Asn1TimeToSeconds(nextUpdate, &m_decoded.nextUpdate)) {
         Fail(ErrAsn1Decoding);
     }
 
-    m_signatureNid = X509_CRL_get_signature_nid(crl);
-    if (m_signatureNid == NID_undef) {
+    m_decoded.signatureNid = X509_CRL_get_signature_nid(crl);
+    if (m_decoded.signatureNid == NID_undef) {
         Fail(ErrAlgorithmNotSupported);
     }
 
@@ -215,21 +190,23 @@ void X509Crl::Parse() {
     if (issuer == nullptr) {
         Fail(ErrAsn1Decoding, L"pIssuerName=NULL");
     }
-    m_issuerName = X509Name(issuer);
+    // A copy of its own: a name that shared the CRL's structure would keep
+    // the whole list alive for as long as anyone holds the name.
+    m_decoded.issuerName = X509Name(issuer);
     unsigned char* encoded = nullptr;
     const int length = i2d_X509_NAME(issuer, &encoded);
     OpenSslBytesPtr owned(encoded);
     if (length <= 0 || !owned) {
         Fail(ErrAsn1Decoding);
     }
-    m_issuer.Assign(owned.get(), static_cast<unsigned>(length));
+    m_decoded.issuer.Assign(owned.get(), static_cast<unsigned>(length));
 
     int critical = 0;
     AuthorityKeyIdPtr keyId(static_cast<AUTHORITY_KEYID*>(
         X509_CRL_get_ext_d2i(crl, NID_authority_key_identifier, &critical, nullptr)));
     if (keyId && keyId->keyid != nullptr) {
-        m_authorityKeyId.Assign(ASN1_STRING_get0_data(keyId->keyid),
-                                static_cast<unsigned>(ASN1_STRING_length(keyId->keyid)));
+        m_decoded.authorityKeyId.Assign(ASN1_STRING_get0_data(keyId->keyid),
+                                        static_cast<unsigned>(ASN1_STRING_length(keyId->keyid)));
     }
 
     Asn1IntegerPtr number(
@@ -263,7 +240,7 @@ qorstd::QorArray<unsigned char> X509Crl::Export() const {
 }
 
 qorstd::QorString X509Crl::GetSignatureAlgorithmName() const {
-    const char* name = OBJ_nid2ln(m_signatureNid);
+    const char* name = OBJ_nid2ln(m_decoded.signatureNid);
     return qorstd::QorString(name != nullptr ? name : "");
 }
 
@@ -282,7 +259,7 @@ qorstd::QorString X509Crl::GetSHA1HashHex() const {
 }
 
 qorstd::QorString X509Crl::GetAuthorityKeyIdStringHex() const {
-    return x509::LowerHex(m_authorityKeyId);
+    return x509::LowerHex(m_decoded.authorityKeyId);
 }
 
 qorstd::QorString X509Crl::GetCRLNumberDec() const {
@@ -309,7 +286,7 @@ qorstd::QorString X509Crl::GetCRLNumberHex() const {
 
 qorstd::QorStringW X509Crl::GetIssuerStringX500() const {
     qorstd::QorStringW out;
-    if (!m_crl || m_issuer.GetSize() == 0) {
+    if (!m_crl || m_decoded.issuer.GetSize() == 0) {
         return out;
     }
     if (!x509::PrintName(X509_CRL_get_issuer(m_crl.get()), x509::kNamePrintX500Flags, out)) {

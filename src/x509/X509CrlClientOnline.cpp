@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CryptException.h"
+#include "Failure.h"
 #include "OpenSslPtr.h"
 #include "QorCurl.h"
 #include "QorTextConv.h"
@@ -14,7 +15,6 @@
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
 #include "x509/X509Bytes.h"
-#include "Failure.h"
 
 namespace TesseraLib {
 
@@ -101,15 +101,15 @@ X509CrlClientOnline::~X509CrlClientOnline() = default;
 
 void X509CrlClientOnline::WarnCaught(int code, const wchar_t* description,
                                      const wchar_t* message) const {
-    TLOG_WARNING(m_log, L"GetCrl: Cannot get CRL, CryptException caught: ErrorNumber = %d, "
-                           L"Description = %ls, Message = %ls",
-                           code, description, message);
+    TLOG_WARNING(m_log,
+                 L"GetCrl: Cannot get CRL, CryptException caught: ErrorNumber = %d, "
+                 L"Description = %ls, Message = %ls",
+                 code, description, message);
 }
 
 X509Crl* X509CrlClientOnline::GetCrl(const X509Certificate& cert) {
     try {
-        TLOG_DEBUG(m_log, L"GetCrl(Cert:%ls)",
-                               crlclients::Describe(cert).c_str());
+        TLOG_DEBUG(m_log, L"GetCrl(Cert:%ls)", crlclients::Describe(cert).c_str());
         crlclients::RequireHandle(*m_log, cert, L"GetCrl");
         return GetCrlFromCertificate(cert);
     } catch (const CryptException& e) {
@@ -176,13 +176,12 @@ X509Crl* X509CrlClientOnline::GetCrl(const wchar_t* url) {
 
 X509Crl* X509CrlClientOnline::GetCrlAfterTime(const X509Certificate& cert, const std::int64_t& time,
                                               const X509Certificate* /*issuer*/) {
-    TLOG_DEBUG(m_log, L"GetCrlAfterTime(Time:%ls)",
-                           x509::FormatLogTime(time).c_str());
+    TLOG_DEBUG(m_log, L"GetCrlAfterTime(Time:%ls)", x509::FormatLogTime(time).c_str());
     X509Crl* crl = GetCrl(cert);
     if (crl != nullptr && crl->GetThisUpdate() < time) {
         TLOG_DEBUG(m_log, L"GetCrlAfterTime: Cannot get CRL, CRL(ThisUpdate:%ls) < Time(%ls)",
-                               x509::FormatLogTime(crl->GetThisUpdate()).c_str(),
-                               x509::FormatLogTime(time).c_str());
+                   x509::FormatLogTime(crl->GetThisUpdate()).c_str(),
+                   x509::FormatLogTime(time).c_str());
         return nullptr;
     }
     return crl;
@@ -217,7 +216,8 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
     }
     if (GetUseProxy() != 0) {
         if (GetProxyAddress().empty()) {
-            Fail(m_log, L"UseProxy set true, but proxy server address not set", ErrInvalidParameter, L"");
+            Fail(m_log, L"UseProxy set true, but proxy server address not set", ErrInvalidParameter,
+                 L"");
         }
         // This transport talks to the server directly only.
         Fail(ErrNotImplemented, L"");
@@ -234,9 +234,10 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
         if (answer.curlCode == 0) {
             Fail(m_log, L"CURL init failed", ErrInternal, L"");
         }
-        TLOG_ERROR(m_log, L"HTTP request failed. Result code=%d. Message=%ls",
-                               answer.curlCode, Widen(answer.error).c_str());
-        Fail(answer.outcome == qorcurl::Outcome::Timeout ? ErrCrlServiceTimeout : ErrCrlService, L"");
+        TLOG_ERROR(m_log, L"HTTP request failed. Result code=%d. Message=%ls", answer.curlCode,
+                   Widen(answer.error).c_str());
+        Fail(answer.outcome == qorcurl::Outcome::Timeout ? ErrCrlServiceTimeout : ErrCrlService,
+             L"");
     }
     TLOG_DEBUG(m_log, L"HTTP request succesful.");
     if (answer.status == 200) {
@@ -246,13 +247,13 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
         return;
     }
     if (answer.status == 0) {
-        TLOG_ERROR(m_log, L"Can't get HTTP status code from reply (URL=%ls)",
-                               url);
+        TLOG_ERROR(m_log, L"Can't get HTTP status code from reply (URL=%ls)", url);
         Fail(ErrCrlService, L"Can't get HTTP status code from reply");
     }
     TLOG_ERROR(m_log, L"Server HTTP reply contains HTTP status code %ld (URL=%ls)", answer.status,
                url);
-    Fail(m_log, BodyLine(answer).c_str(), answer.status == 503 ? ErrCrlServiceUnavailable : ErrCrlServiceBadResponse, L"");
+    Fail(m_log, BodyLine(answer).c_str(),
+         answer.status == 503 ? ErrCrlServiceUnavailable : ErrCrlServiceBadResponse, L"");
 }
 
 // ---------------------------------------------------------------- platform
@@ -271,13 +272,13 @@ X509WinCrlClientOnline::~X509WinCrlClientOnline() = default;
 
 X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
     crlclients::RequireHandle(*m_log, cert, L"GetCrl");
-    TLOG_DEBUG(m_log, L"GetCrl(Cert:%ls)",
-                           crlclients::Describe(cert).c_str());
+    TLOG_DEBUG(m_log, L"GetCrl(Cert:%ls)", crlclients::Describe(cert).c_str());
     const CrlDistPointsPtr points = ReadDistributionPoints(
         cert, *m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.",
         ErrRevocationUnknown, L"");
     if (!points) {
-        Fail(m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.", ErrRevocationUnknown, L"");
+        Fail(m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.",
+             ErrRevocationUnknown, L"");
     }
     std::vector<std::string> urls;
     for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {
@@ -298,8 +299,8 @@ X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
         const bool http = url.compare(0, 4, "http") == 0 || url.compare(0, 4, "HTTP") == 0;
         if (answer.outcome != qorcurl::Outcome::Ok || answer.body.empty() ||
             (http && answer.status != 200)) {
-            TLOG_DEBUG(m_log, L"GetCrl: no CRL from %ls (status %ld)",
-                                   Widen(url).c_str(), answer.status);
+            TLOG_DEBUG(m_log, L"GetCrl: no CRL from %ls (status %ld)", Widen(url).c_str(),
+                       answer.status);
             continue;
         }
         try {
@@ -308,11 +309,11 @@ X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
             m_lastCrl = std::move(crl);
             return m_lastCrl.get();
         } catch (const CryptException&) {
-            TLOG_DEBUG(m_log, L"GetCrl: %ls delivered no CRL",
-                                   Widen(url).c_str());
+            TLOG_DEBUG(m_log, L"GetCrl: %ls delivered no CRL", Widen(url).c_str());
         }
     }
-    Fail(m_log, L"GetCrlFromCertificate: Unable to retrieve CRL.", ErrCrlService, L"hCrlContext=NULL");
+    Fail(m_log, L"GetCrlFromCertificate: Unable to retrieve CRL.", ErrCrlService,
+         L"hCrlContext=NULL");
 }
 
 X509Crl* X509WinCrlClientOnline::GetCrlAfterTime(const X509Certificate& cert,

@@ -1,11 +1,11 @@
 // The CRL client interface, the cache, the stack and the two wrappers.
 #include "CryptException.h"
+#include "Failure.h"
 #include "QorTextConv.h"
 #include "X509Certificate.h"
 #include "X509CrlClient.h"
 #include "x509/CrlClientSupport.h"
 #include "x509/X509Bytes.h"
-#include "Failure.h"
 
 template class TesseraLib::X509ClientStack<TesseraLib::X509CrlClient*>;
 
@@ -188,11 +188,12 @@ X509Crl* X509CrlClientValidator::Check(const X509Certificate& cert, X509Crl* crl
     if (thisUpdate >= cert.GetNotBefore() && thisUpdate <= cert.GetNotAfter()) {
         return crl;
     }
-    TLOG_DEBUG(m_log, L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
-                           L"CRL(ThisUpdate:%ls)",
-                           x509::FormatLogTime(cert.GetNotBefore()).c_str(),
-                           x509::FormatLogTime(cert.GetNotAfter()).c_str(),
-                           x509::FormatLogTime(thisUpdate).c_str());
+    TLOG_DEBUG(m_log,
+               L"CRL is not time valid, Cert(NotBefore:%ls, NotAfter:%ls) <- "
+               L"CRL(ThisUpdate:%ls)",
+               x509::FormatLogTime(cert.GetNotBefore()).c_str(),
+               x509::FormatLogTime(cert.GetNotAfter()).c_str(),
+               x509::FormatLogTime(thisUpdate).c_str());
     return nullptr;
 }
 

@@ -117,9 +117,7 @@ TEST(SignedCmsDecodeTest, AttachedMessageValues) {
     EXPECT_EQ(signer.GetCadesType(), SignedCms::cptCmsBasic);
     EXPECT_STREQ(signer.GetContentType().c_str(), kData) << "content-type attribute";
     EXPECT_EQ(signer.GetSigningTime(), kSigningTime) << "UTCTime of the signing-time attribute";
-    EXPECT_EQ(signer.GetHashAlgorithmNID(), NID_sha256);
-    EXPECT_STREQ(signer.GetHashAlgorithmName().c_str(), "sha256");
-    EXPECT_STREQ(signer.GetHashAlgorithmOID().c_str(), "2.16.840.1.101.3.4.2.1");
+    EXPECT_EQ(signer.GetHashAlgorithmNID(), NID_sha256) << "name and OID: check_cli_cms_info.sh";
     EXPECT_EQ(X509_cmp(signer.GetCertificate().GetX509(), P().a.cert.get()), 0)
         << "certificate found by issuer and serial number";
 

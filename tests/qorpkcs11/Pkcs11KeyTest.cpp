@@ -6,14 +6,12 @@
 
 #include <climits>
 #include <string>
-#include <vector>
 
 #include "CryptKey.h"
 #include "EncryptionUtils.h"
 #include "OpenSslPtr.h"
 #include "Pkcs11Key.h"
 #include "Pkcs11Manager.h"
-#include "QorPKCS11.h"
 #include "SoftHsmFixture.h"
 #include "TestPki.h"
 #include "TestServers.h"
@@ -98,23 +96,8 @@ protected:
     EnginePtr m_engine;
 };
 
-TEST_F(SoftHsmKey, TokenObjectsGiveTheFixturesKeyIdentifier) {
-    QorPKCS11Lib::PKCS11Module* module = Pkcs11Manager::GetInstance().GetModule();
-    ASSERT_NE(module, nullptr) << "the manager holds the module";
-    QorPKCS11Lib::PKCS11Vector<QorPKCS11Lib::Slot*> slots = module->GetSlots(1, 1);
-    ASSERT_EQ(slots.GetSize(), 1u) << "the fixture's token is listed";
-    const QorPKCS11Lib::PKCS11Vector<QorPKCS11Lib::Object*> objects =
-        slots.GetAt(0)->FindObjects(QorPKCS11Lib::Slot::otCertificates);
-    std::string keyId;
-    if (objects.GetSize() == 1) {
-        const QorPKCS11Lib::PKCS11Array<unsigned char>& id = objects.GetAt(0)->GetId().GetValue();
-        keyId = pkcs11::KeyIdentifier(slots.GetAt(0)->GetSlotId(), id.GetData(), id.GetSize());
-    }
-    QorPKCS11Lib::Slot::FreeObjectList(objects);
-    EXPECT_EQ(keyId, softhsm::Value("keyid"))
-        << "slot id and CKA_ID of the certificate name the key the fixture stored";
-}
-
+// The fixture's slot id and CKA_ID are read back in PKCS11ModuleTest; its key
+// identifier, in the form KeyIdentifier writes, names the key loaded here.
 TEST_F(SoftHsmKey, LoadedKeyDecryptsWhatTheCertificateKeyEncrypted) {
     SetPin(softhsm::Value("pin"));
     EvpPkeyPtr tokenKey = Load(softhsm::Value("keyid"));

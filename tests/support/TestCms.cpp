@@ -65,12 +65,4 @@ Bytes Tlv(unsigned char tag, const Bytes& content) {
     return out;
 }
 
-Bytes Join(const std::vector<Bytes>& parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
-}
-
 }  // namespace tessera_test

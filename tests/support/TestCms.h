@@ -41,6 +41,5 @@ CMS_SignerInfo* FirstSigner(CMS_ContentInfo* cms);
 
 // A DER element with a definite length.
 Bytes Tlv(unsigned char tag, const Bytes& content);
-Bytes Join(const std::vector<Bytes>& parts);
 
 }  // namespace tessera_test

@@ -86,14 +86,6 @@ Bytes DerElement(int tag, bool constructed, const Bytes& content) {
     return out;
 }
 
-Bytes Concat(const std::vector<Bytes>& parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
-}
-
 Bytes OidDer(const std::string& oid) {
     std::unique_ptr<ASN1_OBJECT, void (*)(ASN1_OBJECT*)> object(OBJ_txt2obj(oid.c_str(), 1),
                                                                 ASN1_OBJECT_free);
@@ -127,7 +119,7 @@ std::vector<unsigned char> CertificatePoliciesDer(const std::vector<std::string>
     for (const std::string& oid : oids) {
         policies.push_back(DerElement(V_ASN1_SEQUENCE, true, OidDer(oid)));
     }
-    return DerElement(V_ASN1_SEQUENCE, true, Concat(policies));
+    return DerElement(V_ASN1_SEQUENCE, true, Join(policies));
 }
 
 KeyPtr CachedKey(KeyKind kind, int slot) {
@@ -176,9 +168,8 @@ QcStatementValue QcTypeStatement(const std::vector<std::string>& typeOids) {
 QcStatementValue QcPdsStatement(const std::string& url, const std::string& language) {
     const Bytes location = DerElement(
         V_ASN1_SEQUENCE, true,
-        Concat(
-            {DerElement(V_ASN1_IA5STRING, false, Bytes(url.begin(), url.end())),
-             DerElement(V_ASN1_PRINTABLESTRING, false, Bytes(language.begin(), language.end()))}));
+        Join({DerElement(V_ASN1_IA5STRING, false, Bytes(url.begin(), url.end())),
+              DerElement(V_ASN1_PRINTABLESTRING, false, Bytes(language.begin(), language.end()))}));
     return {"0.4.0.1862.1.5", DerElement(V_ASN1_SEQUENCE, true, location)};
 }
 
@@ -186,9 +177,9 @@ std::vector<unsigned char> QcStatementsDer(const std::vector<QcStatementValue>& 
     std::vector<Bytes> encoded;
     for (const QcStatementValue& statement : statements) {
         encoded.push_back(
-            DerElement(V_ASN1_SEQUENCE, true, Concat({OidDer(statement.oid), statement.infoDer})));
+            DerElement(V_ASN1_SEQUENCE, true, Join({OidDer(statement.oid), statement.infoDer})));
     }
-    return DerElement(V_ASN1_SEQUENCE, true, Concat(encoded));
+    return DerElement(V_ASN1_SEQUENCE, true, Join(encoded));
 }
 
 std::vector<unsigned char> CrlDistributionPointsDer(
@@ -217,7 +208,7 @@ std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids) 
     for (const std::string& oid : oids) {
         encoded.push_back(OidDer(oid));
     }
-    return DerElement(V_ASN1_SEQUENCE, true, Concat(encoded));
+    return DerElement(V_ASN1_SEQUENCE, true, Join(encoded));
 }
 
 std::int64_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
@@ -521,6 +512,14 @@ CrlPtr IssueCrl(const Issued& issuer, std::int64_t thisUpdate, std::int64_t next
     profile.nextUpdate = nextUpdate;
     profile.revoked = revoked;
     return IssueCrl(profile, issuer);
+}
+
+std::vector<unsigned char> Join(const std::vector<std::vector<unsigned char>>& parts) {
+    std::vector<unsigned char> out;
+    for (const std::vector<unsigned char>& part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
 }
 
 std::vector<unsigned char> CrlToDer(X509_CRL* crl) {

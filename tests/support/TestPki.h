@@ -70,6 +70,8 @@ std::vector<unsigned char> QcStatementsDer(const std::vector<QcStatementValue>& 
 // raw extension "2.5.29.31".
 std::vector<unsigned char> CrlDistributionPointsDer(
     const std::vector<std::vector<std::string>>& points);
+// The parts one after the other.
+std::vector<unsigned char> Join(const std::vector<std::vector<unsigned char>>& parts);
 // DER of SEQUENCE OF OBJECT IDENTIFIER.
 std::vector<unsigned char> OidSequenceDer(const std::vector<std::string>& oids);
 

@@ -32,7 +32,6 @@ using X509AlgorPtr = Owned<X509_ALGOR, X509_ALGOR_free>;
 using Asn1ObjectPtr = Owned<ASN1_OBJECT, ASN1_OBJECT_free>;
 using Asn1IntegerPtr = Owned<ASN1_INTEGER, ASN1_INTEGER_free>;
 using BignumPtr = Owned<BIGNUM, BN_free>;
-using MdCtxPtr = Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 void FreeX509Stack(STACK_OF(X509) * stack) {
     sk_X509_pop_free(stack, X509_free);
@@ -257,14 +256,9 @@ Bytes TestTsa::Token(const EVP_MD* md, const Bytes& imprint, bool withCertificat
 }
 
 Bytes TestTsa::Digest(const EVP_MD* md, const std::string& data) {
-    Bytes out(static_cast<std::size_t>(EVP_MD_get_size(md)));
+    Bytes out(EVP_MAX_MD_SIZE);
     unsigned int length = 0;
-    MdCtxPtr ctx(EVP_MD_CTX_new());
-    if (!ctx || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1 ||
-        EVP_DigestUpdate(ctx.get(), data.data(), data.size()) != 1 ||
-        EVP_DigestFinal_ex(ctx.get(), out.data(), &length) != 1) {
-        Fail("digest");
-    }
+    Check(EVP_Digest(data.data(), data.size(), out.data(), &length, md, nullptr), "digest");
     out.resize(length);
     return out;
 }

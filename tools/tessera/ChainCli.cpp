@@ -95,6 +95,8 @@ bool ReadCrlFile(const std::string& command, const std::string& path, X509Memory
         std::vector<std::vector<unsigned char>> blocks;
         if (IsPem(bytes)) {
             blocks = PemBlocks(std::string(bytes.begin(), bytes.end()), "X509 CRL");
+            // Only the decoded blocks are needed while the CRLs are read.
+            std::vector<unsigned char>().swap(bytes);
         } else {
             // The file's bytes themselves: a copy of a large CRL would stay
             // alive beside its decoded form.

@@ -115,17 +115,17 @@ inline X509Ptr UpRef(const X509* handle) {
 inline X509CrlPtr UpRef(const X509_CRL* handle) {
     X509_CRL* mutableHandle = const_cast<X509_CRL*>(handle);
     return X509CrlPtr(handle != nullptr && X509_CRL_up_ref(mutableHandle) == 1 ? mutableHandle
-                                                                                : nullptr);
+                                                                               : nullptr);
 }
 inline EvpPkeyPtr UpRef(const EVP_PKEY* handle) {
     EVP_PKEY* mutableHandle = const_cast<EVP_PKEY*>(handle);
     return EvpPkeyPtr(handle != nullptr && EVP_PKEY_up_ref(mutableHandle) == 1 ? mutableHandle
-                                                                                : nullptr);
+                                                                               : nullptr);
 }
 inline EvpMdPtr UpRef(const EVP_MD* handle) {
     EVP_MD* mutableHandle = const_cast<EVP_MD*>(handle);
     return EvpMdPtr(handle != nullptr && EVP_MD_up_ref(mutableHandle) == 1 ? mutableHandle
-                                                                            : nullptr);
+                                                                           : nullptr);
 }
 
 }  // namespace qorssl

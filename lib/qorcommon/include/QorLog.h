@@ -61,10 +61,6 @@ public:
 
     // 0 when the channel is closed or the level's check slot is null.
     int IsEnabled(LogLevel level) const;
-    int IsErrorEnabled() const { return IsEnabled(LogLevel::Error); }
-    int IsWarningEnabled() const { return IsEnabled(LogLevel::Warning); }
-    int IsInfoEnabled() const { return IsEnabled(LogLevel::Info); }
-    int IsDebugEnabled() const { return IsEnabled(LogLevel::Debug); }
 
     void Write(LogLevel level, const wchar_t* text) const;
     // printf-style into a 1024-character buffer; a text that does not fit
