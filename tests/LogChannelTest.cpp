@@ -5,8 +5,10 @@
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
+#include <functional>
 #include <string>
 
+#include "Failure.h"
 #include "LogChannel.h"
 #include "RecordingLog.h"
 
@@ -144,4 +146,49 @@ TEST_F(LogChannelTest, CryptoErrorDumpWritesTheQueueAndClearsIt) {
     channel.WriteCryptoErrors("");
     EXPECT_EQ(log.Lines().size(), 1u) << "an empty message writes nothing";
     EXPECT_EQ(ERR_peek_error(), 0u) << "but the queue is still cleared";
+}
+
+TEST_F(LogChannelTest, MacrosCheckTheLevelBeforeTheyEvaluateAnything) {
+    log.SetLevelEnabled(Level::Debug, false);
+    LogChannel channel(L"Macros");
+    int evaluated = 0;
+    const auto expensive = [&] {
+        ++evaluated;
+        return L"text";
+    };
+    TLOG_DEBUG(channel, L"%ls", expensive());
+    EXPECT_EQ(evaluated, 0) << "a disabled level evaluates no argument";
+    TLOG_INFO(&channel, L"%ls %d", expensive(), 7);
+    EXPECT_EQ(evaluated, 1) << "an enabled level evaluates them once";
+    const LogChannel* none = nullptr;
+    TLOG_ERROR(none, L"%ls", expensive());
+    TLOG_CRYPTO_ERRORS(none, "dropped");
+    EXPECT_EQ(evaluated, 1) << "a null channel writes nothing and evaluates nothing";
+    TLOG_WARNING(channel, L"100% as written");
+    ASSERT_EQ(log.Lines().size(), 2u) << "one line each from Info and Warning";
+    EXPECT_EQ(log.Lines()[0].text, L"text 7") << "a format with arguments is formatted";
+    EXPECT_EQ(log.Lines()[1].text, L"100% as written") << "a lone text is written as it is";
+}
+
+TEST_F(LogChannelTest, FailuresLogTheirLineAndLeaveTheQueueEmpty) {
+    LogChannel channel(L"Fail");
+    const auto codeOf = [](const std::function<void()>& failure) {
+        try {
+            failure();
+        } catch (const TesseraLib::CryptException& e) {
+            return e.GetErrorCode();
+        }
+        return 0;
+    };
+    ERR_raise(ERR_LIB_X509, ERR_R_MALLOC_FAILURE);
+    EXPECT_EQ(codeOf([&] { TesseraLib::Fail(&channel, L"Op: failed.", 125); }), 125)
+        << "the code is thrown";
+    EXPECT_EQ(ERR_peek_error(), 0u) << "a plain failure empties the queue too";
+    ERR_raise(ERR_LIB_X509, ERR_R_MALLOC_FAILURE);
+    EXPECT_EQ(codeOf([&] { TesseraLib::FailCrypto(channel, "Op: X() failed.", 108); }), 108);
+    ASSERT_EQ(log.Lines().size(), 2u) << "one Error line per failure";
+    EXPECT_EQ(log.Lines()[0].text, L"Op: failed.") << "the operation's line";
+    EXPECT_EQ(log.Lines()[1].text.rfind(L"Op: X() failed. openssl errors:\n", 0), 0u)
+        << "the OpenSSL queue follows the line";
+    EXPECT_EQ(ERR_peek_error(), 0u) << "and is emptied";
 }
