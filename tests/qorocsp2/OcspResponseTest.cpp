@@ -30,32 +30,27 @@ const std::int64_t kThisUpdate = UtcTime(2024, 6, 2, 7, 59, 0);
 const std::int64_t kNextUpdate = UtcTime(2024, 6, 3, 8, 0, 0);
 const std::int64_t kRevokedAt = UtcTime(2024, 6, 1, 12, 0, 0);
 
+Issued Issue(const char* name, long serial,
+             std::vector<std::pair<std::string, std::string>> extensions, const Issued* issuer) {
+    CertPlan profile;
+    profile.commonName = name;
+    profile.serial = serial;
+    profile.extensions = std::move(extensions);
+    return IssueCertificate(profile, issuer);
+}
+
 struct Pki {
-    Issued ca, responder, plain, alice, bob, otherCa, foreign;
+    Issued ca = Issue("Test CA", 1, CaExtensions(), nullptr);
+    Issued responder = Issue("Test Responder", 2, {{"extendedKeyUsage", "OCSPSigning"}}, &ca);
+    Issued plain = Issue("Plain Signer", 3, {{"keyUsage", "digitalSignature"}}, &ca);
+    Issued alice = Issue("Alice", 0x51, {}, &ca);
+    Issued bob = Issue("Bob", 0x52, {}, &ca);
+    Issued otherCa = Issue("Other CA", 1, CaExtensions(), nullptr);
+    Issued foreign = Issue("Foreign Responder", 2, {{"extendedKeyUsage", "OCSPSigning"}}, &otherCa);
 
     static const Pki& Get() {
         static const Pki pki;
         return pki;
-    }
-
-private:
-    Pki() {
-        ca = Issue("Test CA", 1, CaExtensions(), nullptr);
-        responder = Issue("Test Responder", 2, {{"extendedKeyUsage", "OCSPSigning"}}, &ca);
-        plain = Issue("Plain Signer", 3, {{"keyUsage", "digitalSignature"}}, &ca);
-        alice = Issue("Alice", 0x51, {}, &ca);
-        bob = Issue("Bob", 0x52, {}, &ca);
-        otherCa = Issue("Other CA", 1, CaExtensions(), nullptr);
-        foreign = Issue("Foreign Responder", 2, {{"extendedKeyUsage", "OCSPSigning"}}, &otherCa);
-    }
-    static Issued Issue(const char* name, long serial,
-                        std::vector<std::pair<std::string, std::string>> extensions,
-                        const Issued* issuer) {
-        CertPlan profile;
-        profile.commonName = name;
-        profile.serial = serial;
-        profile.extensions = std::move(extensions);
-        return IssueCertificate(profile, issuer);
     }
 };
 

@@ -75,7 +75,6 @@ TEST(QcStatementTest, DecodesEveryStatementInOrder) {
         Parsed({QcComplianceStatement(), QcTypeStatement({"0.4.0.1862.1.6.2"}), QcSscdStatement(),
                 QcPdsStatement("https://pds.example/en", "en"), QcTypeStatement({kUnlistedType})});
     ASSERT_EQ(statements.GetSize(), 5u) << "one object per statement";
-    EXPECT_STREQ(statements[0].GetStatementId().c_str(), "0.4.0.1862.1.1") << "QcCompliance id";
     EXPECT_EQ(UnknownIdOf(statements[0]), "0.4.0.1862.1.1") << "QcCompliance is a QcUnknown";
     EXPECT_EQ(TypeOf(statements[1]), QcType::cptCertificateTypeESeal) << "QcType eSeal";
     EXPECT_EQ(UnknownIdOf(statements[2]), "0.4.0.1862.1.4") << "QcSSCD";
@@ -94,10 +93,9 @@ TEST(QcStatementTest, QcTypeTakesItsFirstTypeOidExactly) {
 
 TEST(QcStatementTest, SearchKeysAndNullArguments) {
     const QcStatement compliance("0.4.0.1862.1.1");
-    EXPECT_EQ(compliance.GetStatementInfo(), nullptr) << "a search key has no information";
     EXPECT_TRUE(compliance == QcStatement("0.4.0.1862.1.1")) << "same identifier text";
     EXPECT_FALSE(compliance == QcStatement("0.4.0.1862.1.4")) << "other identifier";
-    EXPECT_EQ(QcStatement(compliance).GetStatementInfo(), nullptr) << "its copy neither";
+    EXPECT_EQ(QcStatement(compliance).GetStatementInfo(), nullptr) << "a copied key: no info";
 
     const Thrown noStatement =
         Catch([] { QcStatement s(static_cast<const QC_STATEMENT_st*>(nullptr)); });
