@@ -50,7 +50,7 @@ const HashEntry* FindEntry(CryptHash::cptHashAlgorithm algorithm) {
 }
 
 [[noreturn]] void ThrowNotSupported() {
-    Fail(ErrAlgorithmNotSupported, L"");
+    Fail(ErrAlgorithmNotSupported);
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ unsigned int CryptUtils::Base64Decode(const char* text, qorstd::QorArray<unsigne
     }
     const std::size_t pending = characters % 4;
     if (code == kEnd && pending != 0) {
-        Fail(ErrBase64Decoding, L"");
+        Fail(ErrBase64Decoding);
     }
     // A group cut short by "=" keeps the bytes it completed.
     const std::size_t length = characters / 4 * 3 + pending * 3 / 4;
@@ -92,7 +92,7 @@ unsigned int CryptUtils::Base64Decode(const char* text, qorstd::QorArray<unsigne
     }
     const unsigned int before = out.GetSize();
     if (length > std::numeric_limits<unsigned int>::max() - before) {
-        Fail(ErrBase64Decoding, L"");
+        Fail(ErrBase64Decoding);
     }
 
     out.SetSize(before + static_cast<unsigned int>(length));
@@ -138,7 +138,7 @@ unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int le
     const std::size_t characters = (static_cast<std::size_t>(length) + 2) / 3 * 4;
     const std::size_t total = characters + (characters - 1) / 76 * separatorLength;
     if (total > std::numeric_limits<unsigned int>::max()) {
-        Fail(ErrBase64Encoding, L"");
+        Fail(ErrBase64Encoding);
     }
 
     struct WipedText {
@@ -151,7 +151,7 @@ unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int le
     };
     std::unique_ptr<char[], WipedText> text(new (std::nothrow) char[total], WipedText{total});
     if (!text) {
-        Fail(ErrBase64Encoding, L"");
+        Fail(ErrBase64Encoding);
     }
 
     char* o = text.get();
@@ -189,7 +189,7 @@ unsigned int CryptUtils::Base64Encode(const unsigned char* data, unsigned int le
     try {
         out.append(text.get(), static_cast<unsigned int>(total));
     } catch (const std::bad_alloc&) {
-        Fail(ErrBase64Encoding, L"");
+        Fail(ErrBase64Encoding);
     }
     return static_cast<unsigned int>(total);
 }

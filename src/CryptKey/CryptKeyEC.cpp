@@ -47,7 +47,7 @@ CryptKeyEC::~CryptKeyEC() {
 void CryptKeyEC::RequireEc() {
     if (!IsEc(m_key)) {
         FreeKey();
-        Fail(ErrPrivateKeyRead, L"");
+        Fail(ErrPrivateKeyRead);
     }
 }
 

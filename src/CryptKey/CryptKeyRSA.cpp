@@ -59,7 +59,7 @@ void CryptKeyRSA::RequireRsa() {
     if (!IsRsa(m_key)) {
         FreeKey();
         m_privateEncrypt = nullptr;
-        Fail(ErrPrivateKeyRead, L"");
+        Fail(ErrPrivateKeyRead);
     }
     m_privateEncrypt = MethodPrivateEncrypt(m_key);
 }
@@ -128,10 +128,10 @@ CryptKey::cptKeyType CryptKeyRSA::GetKeyType() const {
 
 void CryptKeyRSA::SetPrivateEncryptCallback(PrivateEncryptFunction callback) {
     if (!IsRsa(m_key)) {
-        Fail(ErrPrivateKeyRead, L"");
+        Fail(ErrPrivateKeyRead);
     }
     if (!keys::InstallPrivateEncrypt(m_key, callback)) {
-        Fail(ErrInternal, L"");
+        Fail(ErrInternal);
     }
     m_privateEncrypt = callback;
 }

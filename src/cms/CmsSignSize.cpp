@@ -252,19 +252,18 @@ unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
               cmssign::SerialText(certificate).c_str(), certificate.GetIssuerStringX500(0).c_str(),
               static_cast<long>(type), detached != 0 ? L"TRUE" : L"FALSE");
     if (detached == 0 && m_aContent.GetSize() == 0) {
-        Fail(m_log.get(), L"EstimateSize: Signed content not set - m_aContent is empty",
-             ErrNoContent);
+        Fail(m_log, L"EstimateSize: Signed content not set - m_aContent is empty", ErrNoContent);
     }
     if (certificate.GetX509() == nullptr) {
-        Fail(m_log.get(), L"EstimateSize: Signer certificate is null.", ErrSignerCertNotSet);
+        Fail(m_log, L"EstimateSize: Signer certificate is null.", ErrSignerCertNotSet);
     }
     CryptKey* key = certificate.GetPrivateKey();
     if (key == nullptr || key->GetKeyEVP() == nullptr) {
-        Fail(m_log.get(), L"EstimateSize: Signer private key is not set.", ErrSignerKeyUnusable);
+        Fail(m_log, L"EstimateSize: Signer private key is not set.", ErrSignerKeyUnusable);
     }
     const EVP_MD* md = cmssign::SignerDigest(signer);
     if (md == nullptr) {
-        Fail(m_log.get(), L"EstimateSize: pDigest is null", ErrAlgorithmNotSupported);
+        Fail(m_log, L"EstimateSize: pDigest is null", ErrAlgorithmNotSupported);
     }
 
     X509StackPtr certs(EnumSignerCertificates(signer, 1));
@@ -273,7 +272,7 @@ unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
             ? BIO_new(BIO_s_mem())
             : BIO_new_mem_buf(m_aContent.GetData(), static_cast<int>(m_aContent.GetSize())));
     if (!content) {
-        Fail(m_log.get(), L"EstimateSize: pBioContent=NULL", ErrOutOfMemory);
+        Fail(m_log, L"EstimateSize: pBioContent=NULL", ErrOutOfMemory);
     }
     const long size =
         QOR_PKCS7_GetSignSize(certificate.GetX509(), key->GetKeyEVP(), certs.get(), content.get(),

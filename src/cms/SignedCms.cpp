@@ -93,7 +93,7 @@ std::unique_ptr<qorstd::QorVector<SignedCms::SignerInfo>> CreateSignerInfos(
         for (int c = 0; cert == nullptr && c < candidateCount; ++c) {
             X509* candidate = sk_X509_value(candidates, c);
             if (candidate == nullptr) {
-                Fail(ErrInternal, L"");
+                Fail(ErrInternal);
             }
             if (CompareSignerCertificate(signer, candidate) == 0) {
                 cert = candidate;
@@ -194,10 +194,10 @@ void SignedCms::FreeCms(int freeContent) {
 
 void SignedCms::Decode(const unsigned char* message, long size) {
     if (message == nullptr) {
-        Fail(m_log.get(), L"Decode: pMsg is NULL", ErrInvalidParameter, L"pMsg=NULL");
+        Fail(m_log, L"Decode: pMsg is NULL", ErrInvalidParameter, L"pMsg=NULL");
     }
     if (size <= 0) {
-        Fail(m_log.get(), L"Decode: Invalid nSize", ErrInvalidParameter, L"nSize<=0");
+        Fail(m_log, L"Decode: Invalid nSize", ErrInvalidParameter, L"nSize<=0");
     }
     Decode(qorstd::QorArray<unsigned char>(message, static_cast<unsigned int>(size)));
 }
@@ -205,7 +205,7 @@ void SignedCms::Decode(const unsigned char* message, long size) {
 void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
     TLOG_DEBUG(m_log, L"Decoding...");
     if (message.GetSize() == 0) {
-        Fail(m_log.get(), L"Decode: Bad parameter - msg is empty.", ErrInvalidParameter,
+        Fail(m_log, L"Decode: Bad parameter - msg is empty.", ErrInvalidParameter,
              L"SignedCms - Crypto message is empty.");
     }
     FreeCms(0);
@@ -216,7 +216,7 @@ void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
     CmsContentInfoPtr cms = DecodeFirst<CmsContentInfoPtr>(d2i_CMS_ContentInfo, message.GetData(),
                                                            message.GetSize(), &consumed);
     if (!cms) {
-        FailCrypto(m_log.get(), "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
+        FailCrypto(m_log, "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
     }
     if (consumed < message.GetSize()) {
         TLOG_DEBUG(m_log, L"Decode: %u bytes after the message ignored.",
@@ -242,13 +242,13 @@ qorstd::QorArray<unsigned char> SignedCms::Encode() const {
     }
     const int size = i2d_CMS_ContentInfo(m_pCms, nullptr);
     if (size < 1) {
-        FailCrypto(m_log.get(), "Encode: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
+        FailCrypto(m_log, "Encode: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
     }
     qorstd::QorArray<unsigned char> der;
     der.SetSize(static_cast<unsigned int>(size));
     unsigned char* cursor = der.GetData();
     if (i2d_CMS_ContentInfo(m_pCms, &cursor) != size) {
-        FailCrypto(m_log.get(), "Encode: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
+        FailCrypto(m_log, "Encode: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
     }
     return der;
 }
@@ -283,11 +283,11 @@ unsigned long OwnMessageVersion(CMS_ContentInfo* cms) {
 void SignedCms::ParseCms(CMS_ContentInfo* cms) {
     TLOG_DEBUG(m_log, L"Parsing...");
     if (cms == nullptr) {
-        Fail(m_log.get(), L"ParseCms: Bad parameter - pCms is null", ErrInvalidParameter,
+        Fail(m_log, L"ParseCms: Bad parameter - pCms is null", ErrInvalidParameter,
              L"SignedCms - pCms=NULL");
     }
     if (OBJ_obj2nid(CMS_get0_type(cms)) != NID_pkcs7_signed) {
-        Fail(m_log.get(), L"ParseCms: pSignedData=NULL", ErrInvalidMessageFormat);
+        Fail(m_log, L"ParseCms: pSignedData=NULL", ErrInvalidMessageFormat);
     }
 
     // OpenSSL hands out neither the versions nor the "other" certificate and
@@ -304,11 +304,11 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
         der.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
         unsigned char* write = der.data();
         if (size < 1 || i2d_CMS_ContentInfo(cms, &write) != size) {
-            FailCrypto(m_log.get(), "ParseCms: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
+            FailCrypto(m_log, "ParseCms: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
         }
         layout = cms::SignedDataLayout();
         if (!cms::ReadSignedDataLayout(der.data(), der.size(), &layout)) {
-            Fail(m_log.get(), L"ParseCms: pSignedData=NULL", ErrInvalidMessageFormat);
+            Fail(m_log, L"ParseCms: pSignedData=NULL", ErrInvalidMessageFormat);
         }
     }
     m_version = layout.version;
@@ -316,7 +316,7 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
 
     ASN1_OCTET_STRING** contentPos = CMS_get0_content(cms);
     if (contentPos == nullptr) {
-        Fail(m_log.get(), L"ParseCms: pContentPos=NULL", ErrInternal);
+        Fail(m_log, L"ParseCms: pContentPos=NULL", ErrInternal);
     }
     if (*contentPos != nullptr) {
         m_aContent.RemoveAll();
@@ -326,20 +326,20 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
                               static_cast<unsigned int>(length));
         }
     } else if (m_detached == 0) {
-        Fail(m_log.get(), L"ParseCms: *pContentPos=NULL", ErrInvalidMessageFormat);
+        Fail(m_log, L"ParseCms: *pContentPos=NULL", ErrInvalidMessageFormat);
     }
 
     const ASN1_OBJECT* contentType = CMS_get0_eContentType(cms);
     if (contentType == nullptr) {
-        Fail(m_log.get(), L"ParseCms: pContentType=NULL", ErrAsn1Decoding);
+        Fail(m_log, L"ParseCms: pContentType=NULL", ErrAsn1Decoding);
     }
     m_contentType = cms::OidText(contentType);
     if (m_contentType.length() == 0) {
-        Fail(m_log.get(), L"ParseCms: pContentType=NULL", ErrAsn1Decoding);
+        Fail(m_log, L"ParseCms: pContentType=NULL", ErrAsn1Decoding);
     }
     if (std::strcmp(m_contentType.c_str(), kOidData) != 0 &&
         std::strcmp(m_contentType.c_str(), kOidTstInfo) != 0) {
-        Fail(m_log.get(), L"ParseCms: Unsupported content type.", ErrInvalidMessageFormat);
+        Fail(m_log, L"ParseCms: Unsupported content type.", ErrInvalidMessageFormat);
     }
 
     X509StackPtr certs(CMS_get1_certs(cms));
@@ -366,7 +366,7 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
         try {
             decoded.Decode(response.data(), static_cast<unsigned long>(response.size()));
         } catch (const QorOcsp2Lib::OcspException&) {
-            Fail(m_log.get(), L"ParseCms: OCSP response is not readable.", ErrInvalidMessageFormat);
+            Fail(m_log, L"ParseCms: OCSP response is not readable.", ErrInvalidMessageFormat);
         }
         responses.Add(decoded);
     }
@@ -419,7 +419,7 @@ SignedCms::SignerInfo* SignedCms::GetSignerInfo(unsigned int index) {
 
 void SignedCms::UpdateSignerCms(const SignerInfo& info) {
     if (!m_pvSigners || m_pvSigners->GetSize() == 0) {
-        Fail(m_log.get(), L"UpdateSignerCms: No signer infos.", ErrInternal);
+        Fail(m_log, L"UpdateSignerCms: No signer infos.", ErrInternal);
     }
     for (unsigned int i = 0; i < m_pvSigners->GetSize(); ++i) {
         SignerInfo& entry = m_pvSigners->GetAt(i);
@@ -430,7 +430,7 @@ void SignedCms::UpdateSignerCms(const SignerInfo& info) {
             return;
         }
     }
-    Fail(m_log.get(), L"UpdateSignerCms: Signer info not found.", ErrInvalidParameter);
+    Fail(m_log, L"UpdateSignerCms: Signer info not found.", ErrInvalidParameter);
 }
 
 // ---------------------------------------------------------------- detaching
@@ -442,24 +442,23 @@ void SignedCms::SetDetached(int detached) {
         return;
     }
     if (m_pCms == nullptr) {
-        Fail(m_log.get(), L"SetDetached: CMS not present - m_pCms is null", ErrNoMessage);
+        Fail(m_log, L"SetDetached: CMS not present - m_pCms is null", ErrNoMessage);
     }
     // Checked before the message changes, so that a refusal leaves it intact.
     if (wanted == 0 && m_aContent.GetSize() == 0) {
-        Fail(m_log.get(), L"SetDetached: Signed content not set - m_aContent is empty",
-             ErrNoContent);
+        Fail(m_log, L"SetDetached: Signed content not set - m_aContent is empty", ErrNoContent);
     }
     if (CMS_set_detached(m_pCms, wanted) != 1) {
-        FailCrypto(m_log.get(), "SetDetached: CMS_set_detached() failed.", ErrInternal);
+        FailCrypto(m_log, "SetDetached: CMS_set_detached() failed.", ErrInternal);
     }
     if (wanted == 0) {
         ASN1_OCTET_STRING** contentPos = CMS_get0_content(m_pCms);
         if (contentPos == nullptr || *contentPos == nullptr) {
-            Fail(m_log.get(), L"SetDetached: CMS_get0_content() is null or empty", ErrInternal);
+            Fail(m_log, L"SetDetached: CMS_get0_content() is null or empty", ErrInternal);
         }
         if (ASN1_OCTET_STRING_set(*contentPos, m_aContent.GetData(),
                                   static_cast<int>(m_aContent.GetSize())) != 1) {
-            FailCrypto(m_log.get(), "SetDetached: ASN1_OCTET_STRING_set() failed.", ErrInternal);
+            FailCrypto(m_log, "SetDetached: ASN1_OCTET_STRING_set() failed.", ErrInternal);
         }
     }
     m_detached = wanted;

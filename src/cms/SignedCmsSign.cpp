@@ -132,7 +132,7 @@ void PushUnique(STACK_OF(X509) * certs, X509Ptr cert, const X509* left) {
         return;
     }
     if (sk_X509_push(certs, cert.get()) <= 0) {
-        Fail(ErrOutOfMemory, L"");
+        Fail(ErrOutOfMemory);
     }
     cert.release();
 }
@@ -370,11 +370,11 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
               certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
               certificate.GetIssuerStringX500(0).c_str(), detached != 0 ? L"TRUE" : L"FALSE");
     if (m_aContent.GetSize() == 0) {
-        Fail(m_log.get(), L"Sign: Signed content not set - m_aContent is empty", ErrNoContent);
+        Fail(m_log, L"Sign: Signed content not set - m_aContent is empty", ErrNoContent);
     }
     BioPtr content(BIO_new_mem_buf(m_aContent.GetData(), static_cast<int>(m_aContent.GetSize())));
     if (!content) {
-        Fail(m_log.get(), L"Sign: pBioContent=NULL", ErrOutOfMemory);
+        Fail(m_log, L"Sign: pBioContent=NULL", ErrOutOfMemory);
     }
     // The signer's own certificate is put in by the signer step.
     X509StackPtr certs(EnumSignerCertificates(signer, 1));
@@ -384,7 +384,7 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
     CmsContentInfoPtr cms(
         CMS_sign(nullptr, nullptr, certs.get(), content.get(), flags | CMS_PARTIAL));
     if (!cms) {
-        FailCrypto(m_log.get(), "Sign: CMS_sign() failed.", ErrAsn1Encoding);
+        FailCrypto(m_log, "Sign: CMS_sign() failed.", ErrAsn1Encoding);
     }
     CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
     if (FinalizeSigner(cms.get(), signerInfo, content.get(), flags) != 1) {
@@ -402,21 +402,21 @@ void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
               certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
               certificate.GetIssuerStringX500(0).c_str());
     if (hash.GetSize() == 0) {
-        Fail(m_log.get(), L"SignDigest: Bad parameter - hash is empty", ErrInvalidParameter,
+        Fail(m_log, L"SignDigest: Bad parameter - hash is empty", ErrInvalidParameter,
              L"SignedCms - hash is empty.");
     }
     const EVP_MD* md = cmssign::SignerDigest(signer);
     if (md == nullptr) {
-        Fail(m_log.get(), L"SignDigest: pDigest is null", ErrAlgorithmNotSupported);
+        Fail(m_log, L"SignDigest: pDigest is null", ErrAlgorithmNotSupported);
     }
     if (hash.GetSize() != static_cast<unsigned int>(EVP_MD_get_size(md))) {
-        Fail(m_log.get(), L"SignDigest: Bad hash size", ErrHashMismatch);
+        Fail(m_log, L"SignDigest: Bad hash size", ErrHashMismatch);
     }
     X509StackPtr certs(EnumSignerCertificates(signer, 1));
     const unsigned int flags = cmssign::SignFlags(signer, 1);
     CmsContentInfoPtr cms(CMS_sign(nullptr, nullptr, certs.get(), nullptr, flags | CMS_PARTIAL));
     if (!cms) {
-        FailCrypto(m_log.get(), "SignDigest: CMS_sign() failed.", ErrAsn1Encoding);
+        FailCrypto(m_log, "SignDigest: CMS_sign() failed.", ErrAsn1Encoding);
     }
     CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
     std::vector<unsigned char> digest(hash.GetData(), hash.GetData() + hash.GetSize());
@@ -434,18 +434,18 @@ void SignedCms::CoSign(const SignerCms& signer) {
               certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
               certificate.GetIssuerStringX500(0).c_str());
     if (m_pCms == nullptr) {
-        Fail(m_log.get(), L"CoSign: CMS not present - m_pCms is null", ErrNoMessage);
+        Fail(m_log, L"CoSign: CMS not present - m_pCms is null", ErrNoMessage);
     }
     if (m_aContent.GetSize() == 0) {
-        Fail(m_log.get(), L"CoSign: Signed content not set - m_aContent is empty", ErrNoContent);
+        Fail(m_log, L"CoSign: Signed content not set - m_aContent is empty", ErrNoContent);
     }
     BioPtr content(BIO_new_mem_buf(m_aContent.GetData(), static_cast<int>(m_aContent.GetSize())));
     if (!content) {
-        Fail(m_log.get(), L"CoSign: pBioContent=NULL", ErrOutOfMemory);
+        Fail(m_log, L"CoSign: pBioContent=NULL", ErrOutOfMemory);
     }
     CmsContentInfoPtr cms = CopyMessage(m_pCms);
     if (!cms) {
-        FailCrypto(m_log.get(), "CoSign: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
+        FailCrypto(m_log, "CoSign: i2d_CMS_ContentInfo() failed.", ErrAsn1Encoding);
     }
     AddSignerCertificates(cms.get(), signer);
     // The signer's certificates are in already.
@@ -478,26 +478,26 @@ void SignedCms::AdoptSignedMessage(CMS_ContentInfo* cms, const SignerCms& signer
 CMS_SignerInfo* SignedCms::AddSignerCms(CMS_ContentInfo* cms, const SignerCms& signer,
                                         unsigned int flags) {
     if (cms == nullptr) {
-        Fail(m_log.get(), L"AddSignerCms: Bad parameter - pCms is null", ErrInvalidParameter,
+        Fail(m_log, L"AddSignerCms: Bad parameter - pCms is null", ErrInvalidParameter,
              L"SignedCms - pCms=NULL");
     }
     const X509Certificate& certificate = signer.GetCertificate();
     if (certificate.GetX509() == nullptr) {
-        Fail(m_log.get(), L"AddSignerCms: Signer certificate is null.", ErrSignerCertNotSet);
+        Fail(m_log, L"AddSignerCms: Signer certificate is null.", ErrSignerCertNotSet);
     }
     CryptKey* key = certificate.GetPrivateKey();
     if (key == nullptr || key->GetKeyEVP() == nullptr) {
-        Fail(m_log.get(), L"AddSignerCms: Signer private key is not set.", ErrSignerKeyUnusable);
+        Fail(m_log, L"AddSignerCms: Signer private key is not set.", ErrSignerKeyUnusable);
     }
     CheckSignerCertificate(m_log.get(), signer);
     const EVP_MD* md = cmssign::SignerDigest(signer);
     if (md == nullptr) {
-        Fail(m_log.get(), L"AddSignerCms: pDigest is null", ErrAlgorithmNotSupported);
+        Fail(m_log, L"AddSignerCms: pDigest is null", ErrAlgorithmNotSupported);
     }
     CMS_SignerInfo* signerInfo =
         CMS_add1_signer(cms, certificate.GetX509(), key->GetKeyEVP(), md, flags);
     if (signerInfo == nullptr) {
-        FailCrypto(m_log.get(), "AddSignerCms: CMS_add1_signer() failed.", ErrAddSigner);
+        FailCrypto(m_log, "AddSignerCms: CMS_add1_signer() failed.", ErrAddSigner);
     }
     return signerInfo;
 }
@@ -506,12 +506,11 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
     const SignerCms::cptIncludeOption option = signer.GetIncludeOption();
     const X509Certificate& certificate = signer.GetCertificate();
     if (option != SignerCms::cptIncludeNone && certificate.GetX509() == nullptr) {
-        Fail(m_log.get(), L"EnumSignerCertificates: Signer certificate is null.",
-             ErrSignerCertNotSet);
+        Fail(m_log, L"EnumSignerCertificates: Signer certificate is null.", ErrSignerCertNotSet);
     }
     X509StackPtr certs(sk_X509_new_null());
     if (!certs) {
-        Fail(ErrOutOfMemory, L"");
+        Fail(ErrOutOfMemory);
     }
     // A signer left out here is added by the signer step: a copy in the list
     // (from the extra list, say) would make OpenSSL refuse the message.
@@ -520,7 +519,7 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
     if (option == SignerCms::cptIncludeSignerCertificate && skipSigner == 0) {
         X509Ptr copy(X509_dup(certificate.GetX509()));
         if (!copy) {
-            Fail(m_log.get(), L"EnumSignerCertificates: X509_dup() failed - pSignerCert=NULL",
+            Fail(m_log, L"EnumSignerCertificates: X509_dup() failed - pSignerCert=NULL",
                  ErrInternal, L"pSignerCert==NULL");
         }
         PushUnique(certs.get(), std::move(copy), left);
@@ -542,13 +541,12 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
         for (unsigned int i = skipSigner != 0 ? 1 : 0; i < end; ++i) {
             X509* element = elements.GetAt(i).GetCertificate()->GetX509();
             if (element == nullptr) {
-                Fail(m_log.get(),
-                     L"EnumSignerCertificates: element.GetCertificate().GetX509()=NULL",
+                Fail(m_log, L"EnumSignerCertificates: element.GetCertificate().GetX509()=NULL",
                      ErrInternal);
             }
             X509Ptr copy(X509_dup(element));
             if (!copy) {
-                Fail(m_log.get(), L"EnumSignerCertificates: X509_dup() failed - pElementCert=NULL",
+                Fail(m_log, L"EnumSignerCertificates: X509_dup() failed - pElementCert=NULL",
                      ErrInternal, L"pCert==NULL");
             }
             PushUnique(certs.get(), std::move(copy), left);
@@ -557,13 +555,13 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
     const qorstd::QorVector<X509Certificate>& extra = signer.GetCertificates();
     for (unsigned int i = 0; i < extra.GetSize(); ++i) {
         if (extra.GetAt(i).GetX509() == nullptr) {
-            Fail(m_log.get(), L"EnumSignerCertificates: cert.GetX509()=NULL", ErrInvalidParameter,
+            Fail(m_log, L"EnumSignerCertificates: cert.GetX509()=NULL", ErrInvalidParameter,
                  L"signer.GetCertificates().GetX509()==NULL");
         }
         X509Ptr copy(X509_dup(extra.GetAt(i).GetX509()));
         if (!copy) {
-            Fail(m_log.get(), L"EnumSignerCertificates: X509_dup() failed - pCert=NULL",
-                 ErrInternal, L"pCert==NULL");
+            Fail(m_log, L"EnumSignerCertificates: X509_dup() failed - pCert=NULL", ErrInternal,
+                 L"pCert==NULL");
         }
         PushUnique(certs.get(), std::move(copy), left);
     }
@@ -572,8 +570,8 @@ stack_st_X509* SignedCms::EnumSignerCertificates(const SignerCms& signer, int sk
 
 void SignedCms::AddSignerCertificates(CMS_ContentInfo* cms, const SignerCms& signer) {
     if (cms == nullptr) {
-        Fail(m_log.get(), L"AddSignerCertificates: Bad parameter - pCms is null",
-             ErrInvalidParameter, L"SignedCms - pCms=NULL");
+        Fail(m_log, L"AddSignerCertificates: Bad parameter - pCms is null", ErrInvalidParameter,
+             L"SignedCms - pCms=NULL");
     }
     X509StackPtr certs(EnumSignerCertificates(signer, 0));
     if (sk_X509_num(certs.get()) <= 0) {
@@ -584,13 +582,13 @@ void SignedCms::AddSignerCertificates(CMS_ContentInfo* cms, const SignerCms& sig
     for (int i = 0; i < sk_X509_num(certs.get()); ++i) {
         X509* cert = sk_X509_value(certs.get(), i);
         if (cert == nullptr) {
-            Fail(m_log.get(), L"AddSignerCertificates: pSignerCert is null", ErrInternal);
+            Fail(m_log, L"AddSignerCertificates: pSignerCert is null", ErrInternal);
         }
         if (Contains(present.get(), cert)) {
             continue;
         }
         if (CMS_add1_cert(cms, cert) != 1) {
-            FailCrypto(m_log.get(), "AddSignerCertificates: CMS_add1_cert() failed.", ErrInternal);
+            FailCrypto(m_log, "AddSignerCertificates: CMS_add1_cert() failed.", ErrInternal);
         }
     }
 }

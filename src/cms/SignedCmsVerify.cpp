@@ -304,13 +304,13 @@ void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier)
               m_certificate.GetSubjectStringX500(0).c_str(), static_cast<int>(option));
     m_verificationData.reset(new VerificationData());
     if (m_pSigner == nullptr) {
-        Fail(m_log.get(), L"VerifySignerCertificate: Signer is not present.", ErrNoSigner);
+        Fail(m_log, L"VerifySignerCertificate: Signer is not present.", ErrNoSigner);
     }
     const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
     if (certificate == nullptr) {
         certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
         if (certificate == nullptr) {
-            Fail(m_log.get(), L"VerifySignerCertificate: Signer's certificate not found.",
+            Fail(m_log, L"VerifySignerCertificate: Signer's certificate not found.",
                  ErrSignerCertNotFound);
         }
         CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
@@ -327,7 +327,7 @@ void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier)
 
 void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer) const {
     if (signer == nullptr) {
-        Fail(m_log.get(), L"VerifySignature: pSigner is null", ErrInternal, kNullSigner);
+        Fail(m_log, L"VerifySignature: pSigner is null", ErrInternal, kNullSigner);
     }
     VerifySignedAttributes(m_log.get(), signer);
     VerifyContent(signer);
@@ -337,23 +337,23 @@ void SignedCms::SignerInfo::VerifySignature(const CMS_SignerInfo* signer,
                                             const unsigned char* digest,
                                             unsigned int length) const {
     if (signer == nullptr) {
-        Fail(m_log.get(), L"VerifySignature: pSigner is null", ErrInternal, kNullSigner);
+        Fail(m_log, L"VerifySignature: pSigner is null", ErrInternal, kNullSigner);
     }
     if (digest == nullptr) {
-        Fail(m_log.get(), L"VerifySignature: pContentDigest is null", ErrInternal, kNullDigest);
+        Fail(m_log, L"VerifySignature: pContentDigest is null", ErrInternal, kNullDigest);
     }
     VerifySignedAttributes(m_log.get(), signer);
     VerifyContent(signer, digest, length);
 }
 
 void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer) const {
-    TLOG_DEBUG(m_log.get(), L"VerifyContent()");
+    TLOG_DEBUG(m_log, L"VerifyContent()");
     if (signer == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: pSigner is null", ErrInternal, kNullSigner);
+        Fail(m_log, L"VerifyContent: pSigner is null", ErrInternal, kNullSigner);
     }
     CMS_ContentInfo* cms = m_parent != nullptr ? m_parent->GetCms() : nullptr;
     if (cms == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: CMS not present - m_pCms is null", ErrNoMessage);
+        Fail(m_log, L"VerifyContent: CMS not present - m_pCms is null", ErrNoMessage);
     }
     BioPtr content;
     if (m_parent->IsDetached()) {
@@ -362,36 +362,36 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer) const {
         content.reset(BIO_new_mem_buf(bytes.IsEmpty() ? &kNothing : bytes.GetData(),
                                       static_cast<int>(bytes.GetSize())));
         if (!content) {
-            Fail(m_log.get(), L"VerifyContent: pBioContent=NULL", ErrOutOfMemory);
+            Fail(m_log, L"VerifyContent: pBioContent=NULL", ErrOutOfMemory);
         }
     } else {
         ASN1_OCTET_STRING** embedded = CMS_get0_content(cms);
         if (embedded == nullptr || *embedded == nullptr || ASN1_STRING_length(*embedded) <= 0) {
-            Fail(m_log.get(), L"VerifyContent: CMS_get0_content() is null or empty", ErrNoContent);
+            Fail(m_log, L"VerifyContent: CMS_get0_content() is null or empty", ErrNoContent);
         }
     }
     ERR_clear_error();
     const ContentChain chain(CMS_dataInit(cms, content.get()), content.get());
     if (chain.get() == nullptr) {
-        FailCrypto(m_log.get(), "VerifyContent: CMS_dataInit() failed.", ErrInternal);
+        FailCrypto(m_log, "VerifyContent: CMS_dataInit() failed.", ErrInternal);
     }
     if (!CmsCopyContent(chain.get())) {
-        FailCrypto(m_log.get(), "VerifyContent: CmsCopyContent() failed.", ErrInternal);
+        FailCrypto(m_log, "VerifyContent: CmsCopyContent() failed.", ErrInternal);
     }
     if (CMS_SignerInfo_verify_content(const_cast<CMS_SignerInfo*>(signer), chain.get()) <= 0) {
         const int code = ContentFailureCode(ERR_peek_error());
-        FailCrypto(m_log.get(), "VerifyContent: CMS_SignerInfo_verify_content() failed.", code);
+        FailCrypto(m_log, "VerifyContent: CMS_SignerInfo_verify_content() failed.", code);
     }
 }
 
 void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const unsigned char* digest,
                                           unsigned int length) const {
-    TLOG_DEBUG(m_log.get(), L"VerifyContent()");
+    TLOG_DEBUG(m_log, L"VerifyContent()");
     if (signer == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: pSigner is null", ErrInternal, kNullSigner);
+        Fail(m_log, L"VerifyContent: pSigner is null", ErrInternal, kNullSigner);
     }
     if (digest == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: pContentDigest is null", ErrInternal, kNullDigest);
+        Fail(m_log, L"VerifyContent: pContentDigest is null", ErrInternal, kNullDigest);
     }
     CMS_SignerInfo* si = const_cast<CMS_SignerInfo*>(signer);
     if (CMS_signed_get_attr_count(si) > 0) {
@@ -400,15 +400,14 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const un
             static_cast<const ASN1_OCTET_STRING*>(CMS_signed_get0_data_by_OBJ(
                 si, OBJ_nid2obj(NID_pkcs9_messageDigest), -3, V_ASN1_OCTET_STRING));
         if (attribute == nullptr) {
-            Fail(m_log.get(), L"VerifyContent: Error reading message digest attribute.",
+            Fail(m_log, L"VerifyContent: Error reading message digest attribute.",
                  ErrInvalidMessageFormat);
         }
         if (static_cast<unsigned int>(ASN1_STRING_length(attribute)) != length) {
-            Fail(m_log.get(), L"VerifyContent: Message digest attribute wrong length.",
-                 ErrHashMismatch);
+            Fail(m_log, L"VerifyContent: Message digest attribute wrong length.", ErrHashMismatch);
         }
         if (std::memcmp(ASN1_STRING_get0_data(attribute), digest, length) != 0) {
-            Fail(m_log.get(), L"VerifyContent: Message digest compare failed.", ErrHashMismatch);
+            Fail(m_log, L"VerifyContent: Message digest compare failed.", ErrHashMismatch);
         }
         return;
     }
@@ -418,45 +417,44 @@ void SignedCms::SignerInfo::VerifyContent(const CMS_SignerInfo* signer, const un
     EVP_PKEY* key = nullptr;
     CMS_SignerInfo_get0_algs(si, &key, nullptr, &digestAlgorithm, nullptr);
     if (digestAlgorithm == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: Digest algorithm is null.", ErrInvalidMessageFormat);
+        Fail(m_log, L"VerifyContent: Digest algorithm is null.", ErrInvalidMessageFormat);
     }
     const ASN1_OBJECT* digestObject = nullptr;
     X509_ALGOR_get0(&digestObject, nullptr, nullptr, digestAlgorithm);
     const EVP_MD* md = digestObject != nullptr ? EVP_get_digestbyobj(digestObject) : nullptr;
     if (md == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: Unknown digest algorithm.", ErrAlgorithmNotSupported);
+        Fail(m_log, L"VerifyContent: Unknown digest algorithm.", ErrAlgorithmNotSupported);
     }
     if (key == nullptr && m_certificate.GetX509() != nullptr) {
         key = X509_get0_pubkey(m_certificate.GetX509());
     }
     if (key == nullptr) {
-        Fail(m_log.get(), L"VerifyContent: Signer's certificate not found.", ErrSignerCertNotFound);
+        Fail(m_log, L"VerifyContent: Signer's certificate not found.", ErrSignerCertNotFound);
     }
     ERR_clear_error();
     EvpPkeyCtxPtr context(EVP_PKEY_CTX_new(key, nullptr));
     if (!context || EVP_PKEY_verify_init(context.get()) <= 0) {
-        FailCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify_init failed.", ErrInternal);
+        FailCrypto(m_log, "VerifyContent: EVP_PKEY_verify_init failed.", ErrInternal);
     }
     if (EVP_PKEY_CTX_set_signature_md(context.get(), md) <= 0) {
-        FailCrypto(m_log.get(), "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.",
-                   ErrInternal);
+        FailCrypto(m_log, "VerifyContent: EVP_PKEY_CTX_set_signature_md() failed.", ErrInternal);
     }
     const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(si);
     if (signature == nullptr ||
         EVP_PKEY_verify(context.get(), ASN1_STRING_get0_data(signature),
                         static_cast<size_t>(ASN1_STRING_length(signature)), digest, length) != 1) {
-        FailCrypto(m_log.get(), "VerifyContent: EVP_PKEY_verify() failed.", ErrInvalidSignature);
+        FailCrypto(m_log, "VerifyContent: EVP_PKEY_verify() failed.", ErrInvalidSignature);
     }
 }
 
 void SignedCms::SignerInfo::VerifyContentType(const qorstd::QorString& oid) const {
     TLOG_DEBUG(m_log, L"VerifyContentType(OID:%ls)", x509::Widen(oid).c_str());
     if (oid.empty()) {
-        Fail(m_log.get(), L"VerifyContentType: SignerInfo.contentType is empty",
+        Fail(m_log, L"VerifyContentType: SignerInfo.contentType is empty",
              ErrContentTypeAttrNotFound);
     }
     if (m_parent == nullptr || oid.compare(m_parent->GetContentType().c_str()) != 0) {
-        Fail(m_log.get(), L"VerifyContentType: SignerInfo.contentType not equals CMS contentType",
+        Fail(m_log, L"VerifyContentType: SignerInfo.contentType not equals CMS contentType",
              ErrContentTypeMismatch);
     }
 }
@@ -464,7 +462,7 @@ void SignedCms::SignerInfo::VerifyContentType(const qorstd::QorString& oid) cons
 const x509_st* SignedCms::SignerInfo::FindSignerCertificate(
     const CMS_SignerInfo* signer, const qorstd::QorVector<X509Certificate>* candidates) {
     if (signer == nullptr) {
-        Fail(m_log.get(), L"FindSignerCertificate: Signer is not present.", ErrNoSigner);
+        Fail(m_log, L"FindSignerCertificate: Signer is not present.", ErrNoSigner);
     }
     if (m_certificate.GetX509() != nullptr) {
         return m_certificate.GetX509();
@@ -477,7 +475,7 @@ const x509_st* SignedCms::SignerInfo::FindSignerCertificate(
     for (unsigned int i = 0; i < candidates->GetSize(); ++i) {
         X509* candidate = (*candidates)[i].GetX509();
         if (candidate == nullptr) {
-            Fail(m_log.get(), L"FindSignerCertificate: cert.GetX509()=NULL", ErrInvalidParameter,
+            Fail(m_log, L"FindSignerCertificate: cert.GetX509()=NULL", ErrInvalidParameter,
                  L"verifier.GetSignerCertificates().GetX509()==NULL");
         }
         // The last match wins.
@@ -509,7 +507,7 @@ void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
             issuer.reset(new X509Certificate(*found));
             certOption = X509Certificate::cptVerifyIssuerSignature;
         } else {
-            TLOG_DEBUG(m_log.get(), L"VerifyCertificate: Issuer not found - time validity only.");
+            TLOG_DEBUG(m_log, L"VerifyCertificate: Issuer not found - time validity only.");
         }
     }
     if (!m_verificationData) {
@@ -530,21 +528,21 @@ void SignedCms::SignerInfo::VerifyTimeStamp(const TimeStampAttribute& /*timeStam
                                             const qorstd::QorArray<unsigned char>& /*source*/,
                                             const VerifierCades& /*verifier*/,
                                             std::int64_t* /*time*/) {
-    Fail(m_log.get(), L"VerifyTimeStamp: Not implemented.", ErrNotImplemented,
+    Fail(m_log, L"VerifyTimeStamp: Not implemented.", ErrNotImplemented,
          L"VerifyTimeStamp: VerifierTimeStamp");
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamp(
     TimeStampVerificationData* /*data*/, const qorstd::QorArray<unsigned char>& /*source*/,
     const VerifierCades& /*verifier*/) {
-    Fail(m_log.get(), L"VerifySignatureTimeStamp: Not implemented.", ErrNotImplemented,
+    Fail(m_log, L"VerifySignatureTimeStamp: Not implemented.", ErrNotImplemented,
          L"VerifySignatureTimeStamp: VerifierTimeStamp");
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamps(
     qorstd::QorVector<TimeStampAttribute>& /*timeStamps*/, const VerifierCades& /*verifier*/,
     std::int64_t& /*time*/) {
-    Fail(m_log.get(), L"VerifySignatureTimeStamps: Not implemented.", ErrNotImplemented,
+    Fail(m_log, L"VerifySignatureTimeStamps: Not implemented.", ErrNotImplemented,
          L"VerifySignatureTimeStamps: VerifierCades");
 }
 

@@ -212,7 +212,7 @@ bool SignedCms::SignerInfo::Equals(const SignerInfo& other) const {
 
 void SignedCms::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer, const X509* certificate) {
     if (signer == nullptr) {
-        Fail(m_log.get(), L"ParseSignerInfo: Bad parameter - pSigner is null", ErrInvalidParameter,
+        Fail(m_log, L"ParseSignerInfo: Bad parameter - pSigner is null", ErrInvalidParameter,
              L"SignedCms.SignerInfo - pSigner=NULL");
     }
     m_cadesType = cptCmsNone;
@@ -233,32 +233,29 @@ void SignedCms::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer, const 
     X509_ALGOR* signature = nullptr;
     CMS_SignerInfo_get0_algs(Mutable(signer), nullptr, &attached, &digest, &signature);
     if (digest == nullptr) {
-        Fail(m_log.get(), L"ParseSignerInfo: Digest algorithm not present.",
-             ErrInvalidMessageFormat);
+        Fail(m_log, L"ParseSignerInfo: Digest algorithm not present.", ErrInvalidMessageFormat);
     }
     const ASN1_OBJECT* object = nullptr;
     X509_ALGOR_get0(&object, nullptr, nullptr, digest);
     m_nHashAlgorithm = object != nullptr ? OBJ_obj2nid(object) : NID_undef;
     if (m_nHashAlgorithm == NID_undef) {
-        Fail(m_log.get(), L"ParseSignerInfo: m_nHashAlgorithm == NID_undef",
-             ErrAlgorithmNotSupported);
+        Fail(m_log, L"ParseSignerInfo: m_nHashAlgorithm == NID_undef", ErrAlgorithmNotSupported);
     }
     if (signature == nullptr) {
-        Fail(m_log.get(), L"ParseSignerInfo: Signature algorithm not present.",
-             ErrInvalidMessageFormat);
+        Fail(m_log, L"ParseSignerInfo: Signature algorithm not present.", ErrInvalidMessageFormat);
     }
     object = nullptr;
     X509_ALGOR_get0(&object, nullptr, nullptr, signature);
     m_nSignatureAlgorithm = object != nullptr ? OBJ_obj2nid(object) : NID_undef;
     if (m_nSignatureAlgorithm == NID_undef) {
-        Fail(m_log.get(), L"ParseSignerInfo: m_nSignatureAlgorithm == NID_undef",
+        Fail(m_log, L"ParseSignerInfo: m_nSignatureAlgorithm == NID_undef",
              ErrAlgorithmNotSupported);
     }
 
     const ASN1_OCTET_STRING* octets = CMS_SignerInfo_get0_signature(Mutable(signer));
     if (octets == nullptr || ASN1_STRING_get0_data(octets) == nullptr ||
         ASN1_STRING_length(octets) < 1) {
-        Fail(m_log.get(), L"ParseSignerInfo: No signature data.", ErrInvalidMessageFormat);
+        Fail(m_log, L"ParseSignerInfo: No signature data.", ErrInvalidMessageFormat);
     }
     m_signatureValue.Assign(ASN1_STRING_get0_data(octets),
                             static_cast<unsigned int>(ASN1_STRING_length(octets)));
@@ -276,14 +273,14 @@ void SignedCms::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer, const 
         if (GetSignedAttrCount(NID_pkcs9_contentType) > 0) {
             const X509_ATTRIBUTE* contentType = GetContentTypeAttr();
             if (contentType == nullptr) {
-                Fail(m_log.get(), L"ParseSignerInfo: pContentType=NULL", ErrAsn1Decoding);
+                Fail(m_log, L"ParseSignerInfo: pContentType=NULL", ErrAsn1Decoding);
             }
             m_contentType = ParseContentType(contentType);
         }
         if (GetSignedAttrCount(NID_pkcs9_signingTime) > 0) {
             const X509_ATTRIBUTE* signingTime = GetSigningTimeAttr();
             if (signingTime == nullptr) {
-                Fail(m_log.get(), L"ParseSignerInfo: pSigningTime=NULL", ErrAsn1Decoding);
+                Fail(m_log, L"ParseSignerInfo: pSigningTime=NULL", ErrAsn1Decoding);
             }
             m_signingTime = ParseSigningTime(m_log.get(), signingTime);
         }
@@ -306,11 +303,11 @@ void SignedCms::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer, const 
 X509_ATTRIBUTE* SignedCms::SignerInfo::GetContentTypeAttr() const {
     const int count = GetSignedAttrCount(NID_pkcs9_contentType);
     if (count == 0) {
-        Fail(m_log.get(), L"GetContentTypeAttr: Signed attribute pkcs9_contentType not found.",
+        Fail(m_log, L"GetContentTypeAttr: Signed attribute pkcs9_contentType not found.",
              ErrContentTypeAttrNotFound);
     }
     if (count > 1) {
-        Fail(m_log.get(),
+        Fail(m_log,
              L"GetContentTypeAttr: Signed attribute pkcs9_contentType occurs more than once.",
              ErrContentTypeAttrMultiple);
     }
@@ -321,11 +318,11 @@ X509_ATTRIBUTE* SignedCms::SignerInfo::GetContentTypeAttr() const {
 X509_ATTRIBUTE* SignedCms::SignerInfo::GetSigningTimeAttr() const {
     const int count = GetSignedAttrCount(NID_pkcs9_signingTime);
     if (count == 0) {
-        Fail(m_log.get(), L"GetSigningTimeAttr: Signed attribute pkcs9_signingTime not found.",
+        Fail(m_log, L"GetSigningTimeAttr: Signed attribute pkcs9_signingTime not found.",
              ErrSigningTimeNotFound);
     }
     if (count > 1) {
-        Fail(m_log.get(),
+        Fail(m_log,
              L"GetSigningTimeAttr: Signed attribute pkcs9_signingTime occurs more than once.",
              ErrSigningTimeMultiple);
     }
@@ -378,7 +375,7 @@ void SignedCms::SignerInfo::AddUnsignedAttribute(const X509Attribute& attr) {
     RequireSigner(m_log.get(), m_pSigner, L"AddUnsignedAttribute");
     if (attr.GetX509Attr() == nullptr ||
         CMS_unsigned_add1_attr(m_pSigner, attr.GetX509Attr()) != 1) {
-        FailCrypto(m_log.get(), "AddUnsignedAttribute: CMS_unsigned_add1_attr() failed.",
+        FailCrypto(m_log, "AddUnsignedAttribute: CMS_unsigned_add1_attr() failed.",
                    ErrAddSignedAttribute);
     }
 }
@@ -386,13 +383,13 @@ void SignedCms::SignerInfo::AddUnsignedAttribute(const X509Attribute& attr) {
 qorstd::QorArray<unsigned char> SignedCms::SignerInfo::ComputeSignatureHash(
     const CMS_SignerInfo* signer, CryptHash::cptHashAlgorithm algorithm) const {
     if (signer == nullptr) {
-        Fail(m_log.get(), L"ComputeSignatureHash: Bad parameter - pSigner is null",
-             ErrInvalidParameter, L"SignedCades::SignerInfo - pSigner=NULL");
+        Fail(m_log, L"ComputeSignatureHash: Bad parameter - pSigner is null", ErrInvalidParameter,
+             L"SignedCades::SignerInfo - pSigner=NULL");
     }
     const ASN1_OCTET_STRING* octets = CMS_SignerInfo_get0_signature(Mutable(signer));
     if (octets == nullptr || ASN1_STRING_get0_data(octets) == nullptr ||
         ASN1_STRING_length(octets) < 1) {
-        Fail(m_log.get(), L"ComputeSignatureHash: No signature data.", ErrInvalidSignature);
+        Fail(m_log, L"ComputeSignatureHash: No signature data.", ErrInvalidSignature);
     }
     CryptHash hash(algorithm);
     hash.Update(ASN1_STRING_get0_data(octets),

@@ -34,7 +34,7 @@ X509_ATTRIBUTE* CreateTokenAttribute(const unsigned char* der, unsigned int leng
     X509_ATTRIBUTE* attr = X509_ATTRIBUTE_create_by_NID(
         nullptr, NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE, der, static_cast<int>(length));
     if (attr == nullptr) {
-        Fail(ErrAsn1Encoding, L"");
+        Fail(ErrAsn1Encoding);
     }
     return attr;
 }
@@ -77,21 +77,21 @@ void TimeStampAttribute::Reset() {
 
 void TimeStampAttribute::Decode(const qorstd::QorArray<unsigned char>& der) {
     if (der.GetSize() == 0) {
-        Fail(m_log.get(), L"Decode: Bad parameter - attr is empty", ErrInvalidParameter,
+        Fail(m_log, L"Decode: Bad parameter - attr is empty", ErrInvalidParameter,
              L"TimeStampAttribude - attr is empty");
     }
     const X509AttributePtr attr =
         qorssl::DecodeWhole<X509AttributePtr>(d2i_X509_ATTRIBUTE, der.GetData(), der.GetSize());
     if (!attr) {
         Reset();
-        Fail(m_log.get(), L"Decode: d2i_X509_ATTRIBUTE() failed.", ErrAsn1Decoding);
+        Fail(m_log, L"Decode: d2i_X509_ATTRIBUTE() failed.", ErrAsn1Decoding);
     }
     Decode(static_cast<const x509_attributes_st*>(attr.get()));
 }
 
 void TimeStampAttribute::Decode(const x509_attributes_st* attr) {
     if (attr == nullptr) {
-        Fail(m_log.get(), L"Decode: Bad parameter - pAttr is null", ErrInvalidParameter,
+        Fail(m_log, L"Decode: Bad parameter - pAttr is null", ErrInvalidParameter,
              L"TimeStampAttribude - pAttr is null");
     }
     Reset();
@@ -100,14 +100,14 @@ void TimeStampAttribute::Decode(const x509_attributes_st* attr) {
         const qorstd::QorString oid = GetOID();
         if (std::strcmp(oid.c_str(), kOidSignatureTimeStamp) != 0 &&
             std::strcmp(oid.c_str(), kOidArchiveTimeStampV3) != 0) {
-            Fail(m_log.get(), L"Decode: Attribute is no time-stamp attribute.", ErrAsn1Decoding);
+            Fail(m_log, L"Decode: Attribute is no time-stamp attribute.", ErrAsn1Decoding);
         }
         const qorstd::QorArray<unsigned char> token = GetValue();
         try {
             m_timeStamp.Decode(token.GetData(), token.GetSize());
         } catch (const QorTsp2Lib::TspException& e) {
             // A token that does not decode is a malformed attribute value.
-            Fail(m_log.get(), L"Decode: Time-stamp token is not readable.", ErrAsn1Decoding,
+            Fail(m_log, L"Decode: Time-stamp token is not readable.", ErrAsn1Decoding,
                  e.GetErrorMessage().c_str());
         }
     } catch (...) {

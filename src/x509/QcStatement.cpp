@@ -73,13 +73,13 @@ x509::EsiQcTypePtr DecodeQcTypeInfo(const ASN1_TYPE* info) {
         return x509::EsiQcTypePtr();
     }
     if (info->type != V_ASN1_SEQUENCE || info->value.sequence == nullptr) {
-        Fail(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding);
     }
     x509::EsiQcTypePtr decoded = qorssl::DecodeWhole<x509::EsiQcTypePtr>(
         d2i_ESI_QcType, ASN1_STRING_get0_data(info->value.sequence),
         ASN1_STRING_length(info->value.sequence));
     if (!decoded) {
-        Fail(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding);
     }
     return decoded;
 }
@@ -109,7 +109,7 @@ QcType::QcType(const ESI_QcType* info) : m_type(cptCertificateTypeNone) {
     }
     std::string oid;
     if (!OidToText(sk_ASN1_OBJECT_value(info, 0), oid)) {
-        Fail(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding);
     }
     if (oid == kQcTypeESignOid) {
         m_type = cptCertificateTypeESign;
@@ -169,7 +169,7 @@ QcStatement::QcStatement(const QC_STATEMENT_st* statement) : m_info(nullptr) {
     }
     std::string id;
     if (!OidToText(statement->statementId, id)) {
-        Fail(ErrAsn1Decoding, L"");
+        Fail(ErrAsn1Decoding);
     }
     m_statementId = id.c_str();
     // Allocation failures leave the information absent; the identifier is

@@ -446,12 +446,12 @@ void X509Chain::BuildPath(const X509Certificate* cert, const std::int64_t& time)
 
 void X509Chain::BuildCheckParams(const X509Certificate* cert) {
     if (cert == nullptr || cert->GetX509() == nullptr) {
-        TLOG_ERROR(m_log, L"BuildCheckParams: cert.GetX509() is NULL");
-        Fail(ErrInvalidParameter, L"cert.GetX509()=NULL");
+        Fail(m_log, L"BuildCheckParams: cert.GetX509() is NULL", ErrInvalidParameter,
+             L"cert.GetX509()=NULL");
     }
     if (m_policy == nullptr) {
-        TLOG_ERROR(m_log, L"BuildCheckParams: Chain policy not set.");
-        Fail(ErrInvalidParameter, L"m_policy=NULL");
+        Fail(m_log, L"BuildCheckParams: Chain policy not set.", ErrInvalidParameter,
+             L"m_policy=NULL");
     }
     if (m_policy->GetRevocationOption() == X509ChainPolicy::revOptionNone ||
         (m_policy->GetChainBuildMode() & X509ChainPolicy::cptChainBuildClients) == 0) {
@@ -540,8 +540,8 @@ void X509Chain::BuildInitializeCtx(const X509Certificate* cert) {
     if (useStores) {
         X509Store* trustStore = m_policy->GetTrustStore();
         if (trustStore == nullptr) {
-            TLOG_ERROR(m_log, L"BuildInitializeCtx: Trusted store not set.");
-            Fail(ErrInvalidParameter, L"m_policy->GetTrustStore()=NULL");
+            Fail(m_log, L"BuildInitializeCtx: Trusted store not set.", ErrInvalidParameter,
+                 L"m_policy->GetTrustStore()=NULL");
         }
         m_pBuildCtx->pTrustStore = CreateStore(*trustStore);
         m_pBuildCtx->trustedCerts = GetCertificates(*m_log, trustStore, *m_pBuildCtx);
@@ -552,14 +552,14 @@ void X509Chain::BuildInitializeCtx(const X509Certificate* cert) {
         m_pBuildCtx->pTrustStore.reset(X509_STORE_new());
     }
     if (!m_pBuildCtx->pTrustStore) {
-        TLOG_ERROR(m_log, L"BuildInitializeCtx: TrustStore is null.");
-        Fail(ErrInternal, L"m_pBuildCtx->pTrustStore=NULL");
+        Fail(m_log, L"BuildInitializeCtx: TrustStore is null.", ErrInternal,
+             L"m_pBuildCtx->pTrustStore=NULL");
     }
     m_pBuildCtx->pStoreCtx.reset(X509_STORE_CTX_new());
     if (!m_pBuildCtx->pStoreCtx) {
         m_pBuildCtx->pTrustStore.reset();
-        TLOG_ERROR(m_log, L"BuildInitializeCtx: Unable to create store context.");
-        Fail(ErrInternal, L"pStoreCtx=NULL");
+        Fail(m_log, L"BuildInitializeCtx: Unable to create store context.", ErrInternal,
+             L"pStoreCtx=NULL");
     }
     m_pBuildCtx->pCrls.reset(sk_X509_CRL_new_null());
 }
@@ -576,8 +576,7 @@ void X509Chain::BuildDestroyCtx() {
 
 stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     if (!m_pBuildCtx) {
-        TLOG_ERROR(m_log, L"BuildPath: m_pBuildCtx is NULL.");
-        Fail(ErrInternal, L"m_pBuildCtx=NULL");
+        Fail(m_log, L"BuildPath: m_pBuildCtx is NULL.", ErrInternal, L"m_pBuildCtx=NULL");
     }
     X509_STORE_CTX* storeCtx = m_pBuildCtx->pStoreCtx.get();
     X509_STORE_CTX_cleanup(storeCtx);
@@ -587,8 +586,8 @@ stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     X509_STORE_set_lookup_crls(m_pBuildCtx->pTrustStore.get(), nullptr);
     if (X509_STORE_CTX_init(storeCtx, m_pBuildCtx->pTrustStore.get(), cert->GetX509(),
                             m_pBuildCtx->extraCerts.get()) != 1) {
-        TLOG_ERROR(m_log, L"BuildPath: Unable to initialize store context.");
-        Fail(ErrInternal, L"X509_STORE_CTX_init() failed");
+        Fail(m_log, L"BuildPath: Unable to initialize store context.", ErrInternal,
+             L"X509_STORE_CTX_init() failed");
     }
     X509_STORE_CTX_set_time(storeCtx, 0, static_cast<time_t>(m_verifyTime));
     if (m_policy != nullptr) {
@@ -602,8 +601,7 @@ stack_st_X509* X509Chain::BuildPath(const X509Certificate* cert) {
     }
     X509StackPtr path(X509_STORE_CTX_get1_chain(storeCtx));
     if (!path) {
-        TLOG_ERROR(m_log, L"BuildPath: X509_STORE_CTX_get_chain() failed.");
-        Fail(ErrChainVerification);
+        Fail(m_log, L"BuildPath: X509_STORE_CTX_get_chain() failed.", ErrChainVerification);
     }
     TLOG_DEBUG(m_log, L"BuildPath: Chain length: %i.", sk_X509_num(path.get()));
     return path.release();
@@ -623,8 +621,8 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
         X509_STORE_set_lookup_crls(m_pBuildCtx->pTrustStore.get(), LookupCrlsCallback);
         if (X509_STORE_CTX_init(storeCtx, m_pBuildCtx->pTrustStore.get(), cert->GetX509(),
                                 m_pBuildCtx->extraCerts.get()) != 1) {
-            TLOG_ERROR(m_log, L"BuildSolve: Unable to initialize store context.");
-            Fail(ErrInternal, L"X509_STORE_CTX_init() failed");
+            Fail(m_log, L"BuildSolve: Unable to initialize store context.", ErrInternal,
+                 L"X509_STORE_CTX_init() failed");
         }
         m_pBuildCtx->verifyData = std::make_unique<QorVerifyData>();
         X509_STORE_CTX_set_ex_data(storeCtx, 0, m_pBuildCtx->verifyData.get());
@@ -659,8 +657,8 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
             for (unsigned i = 0; i < policies.GetSize(); ++i) {
                 Asn1ObjectPtr policy(OBJ_txt2obj(policies[i].c_str(), 0));
                 if (!policy || X509_VERIFY_PARAM_add0_policy(params, policy.get()) != 1) {
-                    TLOG_ERROR(m_log, L"BuildSolve: X509_VERIFY_PARAM_add0_policy failed.");
-                    Fail(ErrInternal, L"X509_VERIFY_PARAM_add0_policy()");
+                    Fail(m_log, L"BuildSolve: X509_VERIFY_PARAM_add0_policy failed.", ErrInternal,
+                         L"X509_VERIFY_PARAM_add0_policy()");
                 }
                 policy.release();  // the parameters own it now
             }
@@ -697,8 +695,8 @@ void X509Chain::BuildSolve(const X509Certificate* cert) {
 void X509Chain::UpdateChainElements(const x509_store_ctx_st* storeCtx) {
     STACK_OF(X509)* path = X509_STORE_CTX_get0_chain(storeCtx);
     if (path == nullptr) {
-        TLOG_ERROR(m_log, L"UpdateChainElemens: X509_STORE_CTX_get_chain() failed.");
-        Fail(ErrChainVerification);
+        Fail(m_log, L"UpdateChainElemens: X509_STORE_CTX_get_chain() failed.",
+             ErrChainVerification);
     }
     const QorVerifyData* verifyData = VerifyDataOf(storeCtx);
     if (verifyData == nullptr) {
@@ -734,16 +732,16 @@ void X509Chain::UpdateChainElements(const x509_store_ctx_st* storeCtx) {
             }
         }
         if (mode == X509ChainPolicy::revCrl && crl == nullptr) {
-            TLOG_ERROR(m_log, L"UpdateChainElemens: Unable to obtain CRL.");
-            Fail(ErrRevocationUnknown, L"pX509Crl=NULL");
+            Fail(m_log, L"UpdateChainElemens: Unable to obtain CRL.", ErrRevocationUnknown,
+                 L"pX509Crl=NULL");
         }
         if (mode == X509ChainPolicy::revOcsp && ocsp == nullptr) {
-            TLOG_ERROR(m_log, L"UpdateChainElemens: Unable to obtain OCSP.");
-            Fail(ErrRevocationUnknown, L"pOcspResp=NULL");
+            Fail(m_log, L"UpdateChainElemens: Unable to obtain OCSP.", ErrRevocationUnknown,
+                 L"pOcspResp=NULL");
         }
         if (mode == X509ChainPolicy::revOcspOrCrl && crl == nullptr && ocsp == nullptr) {
-            TLOG_ERROR(m_log, L"UpdateChainElemens: Unable to obtain OCSP or CRL.");
-            Fail(ErrRevocationUnknown, L"pOcspResp=NULL && pX509Crl=NULL");
+            Fail(m_log, L"UpdateChainElemens: Unable to obtain OCSP or CRL.", ErrRevocationUnknown,
+                 L"pOcspResp=NULL && pX509Crl=NULL");
         }
         // The response belongs to an element that may be replaced below.
         std::unique_ptr<QorOcsp2Lib::OcspResponse> ocspCopy(
@@ -756,16 +754,16 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
                                     const std::int64_t& verifyTime) {
     STACK_OF(X509)* path = X509_STORE_CTX_get0_chain(storeCtx);
     if (path == nullptr) {
-        TLOG_ERROR(m_log, L"VerifyChainElements: X509_STORE_CTX_get_chain() failed.");
-        Fail(ErrInternal, L"pChain=NULL");
+        Fail(m_log, L"VerifyChainElements: X509_STORE_CTX_get_chain() failed.", ErrInternal,
+             L"pChain=NULL");
     }
     const QorVerifyData* verifyData = VerifyDataOf(storeCtx);
     if (verifyData == nullptr) {
         Fail(ErrInternal, L"verifyData=NULL");
     }
     if (static_cast<int>(m_elements.GetSize()) != sk_X509_num(path)) {
-        TLOG_ERROR(m_log, L"VerifyChainElements: Counting chain elements failed.");
-        Fail(ErrChainVerification, L"elements.size!=chain.size");
+        Fail(m_log, L"VerifyChainElements: Counting chain elements failed.", ErrChainVerification,
+             L"elements.size!=chain.size");
     }
     const X509ChainPolicy::cptRevocationMode mode = m_policy->GetRevocationMode();
     for (int depth = 0; depth < sk_X509_num(path); ++depth) {
@@ -779,8 +777,8 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
             Fail(ErrInternal, L"pX509Elem=NULL");
         }
         if (X509_cmp(certificate, elementCertificate) != 0) {
-            TLOG_ERROR(m_log, L"VerifyChainElements: X509_cmp() failed.");
-            Fail(ErrChainVerification, L"pX509!=pX509Elem");
+            Fail(m_log, L"VerifyChainElements: X509_cmp() failed.", ErrChainVerification,
+                 L"pX509!=pX509Elem");
         }
         if (!chain::NeedsRevocationCheck(m_policy->GetRevocationOption(), depth, certificate)) {
             continue;
@@ -788,12 +786,10 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
         const X509Crl* crl = element.GetCrl();
         const QorOcsp2Lib::OcspResponse* ocsp = element.GetOcspResponse();
         if (mode == X509ChainPolicy::revOcsp && ocsp == nullptr) {
-            TLOG_ERROR(m_log, L"VerifyChainElements: OCSP response not present.");
-            Fail(ErrRevocationUnknown);
+            Fail(m_log, L"VerifyChainElements: OCSP response not present.", ErrRevocationUnknown);
         }
         if (mode == X509ChainPolicy::revCrl && crl == nullptr) {
-            TLOG_ERROR(m_log, L"VerifyChainElements: CRL response not present.");
-            Fail(ErrRevocationUnknown);
+            Fail(m_log, L"VerifyChainElements: CRL response not present.", ErrRevocationUnknown);
         }
         const X509Certificate* cert = element.GetCertificate();
         const CautionPeriod cautionPeriod = m_policy->GetCautionPeriod(cert->GetSHA1HashHex());
@@ -823,8 +819,8 @@ void X509Chain::VerifyChainElements(const x509_store_ctx_st* storeCtx,
             }
             continue;
         }
-        TLOG_ERROR(m_log, L"VerifyChainElements: OCSP response neither CRL not present.");
-        Fail(ErrRevocationUnknown);
+        Fail(m_log, L"VerifyChainElements: OCSP response neither CRL not present.",
+             ErrRevocationUnknown);
     }
 }
 
@@ -844,8 +840,7 @@ X509Certificate X509Chain::CertificateFor(const x509_st* cert) const {
 void X509Chain::AddChainElement(const x509_st* cert, const X509_crl_st* crl,
                                 const QorOcsp2Lib::OcspResponse* response) {
     if (cert == nullptr) {
-        TLOG_ERROR(m_log, L"AddChainElement: pCert is NULL.");
-        Fail(ErrInvalidParameter, L"pCert=NULL");
+        Fail(m_log, L"AddChainElement: pCert is NULL.", ErrInvalidParameter, L"pCert=NULL");
     }
     X509ChainElement element{CertificateFor(cert)};
     if (crl != nullptr) {

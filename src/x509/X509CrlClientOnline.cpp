@@ -130,7 +130,7 @@ X509Crl* X509CrlClientOnline::GetCrlFromCertificate(const X509Certificate& cert)
     for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {
         const DIST_POINT* point = sk_DIST_POINT_value(points.get(), i);
         if (point == nullptr) {
-            Fail(m_log, L"GetCrldpUrl: CRLDP not set", ErrInvalidParameter, L"");
+            Fail(m_log, L"GetCrldpUrl: CRLDP not set", ErrInvalidParameter);
         }
         std::string url;
         for (const std::string& uri : FullNameUris(point)) {
@@ -212,15 +212,15 @@ X509CurlCrlClientOnline::~X509CurlCrlClientOnline() = default;
 void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
                                             qorstd::QorArray<unsigned char>& out) const {
     if (url == nullptr || url[0] == L'\0') {
-        Fail(m_log, L"Server address not set", ErrInvalidParameter, L"");
+        Fail(m_log, L"Server address not set", ErrInvalidParameter);
     }
     if (GetUseProxy() != 0) {
         if (GetProxyAddress().empty()) {
-            Fail(m_log, L"UseProxy set true, but proxy server address not set", ErrInvalidParameter,
-                 L"");
+            Fail(m_log, L"UseProxy set true, but proxy server address not set",
+                 ErrInvalidParameter);
         }
         // This transport talks to the server directly only.
-        Fail(ErrNotImplemented, L"");
+        Fail(ErrNotImplemented);
     }
     out = qorstd::QorArray<unsigned char>();
 
@@ -232,12 +232,11 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
     const qorcurl::Response answer = qorcurl::Perform(request);
     if (answer.outcome != qorcurl::Outcome::Ok) {
         if (answer.curlCode == 0) {
-            Fail(m_log, L"CURL init failed", ErrInternal, L"");
+            Fail(m_log, L"CURL init failed", ErrInternal);
         }
         TLOG_ERROR(m_log, L"HTTP request failed. Result code=%d. Message=%ls", answer.curlCode,
                    Widen(answer.error).c_str());
-        Fail(answer.outcome == qorcurl::Outcome::Timeout ? ErrCrlServiceTimeout : ErrCrlService,
-             L"");
+        Fail(answer.outcome == qorcurl::Outcome::Timeout ? ErrCrlServiceTimeout : ErrCrlService);
     }
     TLOG_DEBUG(m_log, L"HTTP request succesful.");
     if (answer.status == 200) {
@@ -253,7 +252,7 @@ void X509CurlCrlClientOnline::GetCrlEncoded(const wchar_t* url,
     TLOG_ERROR(m_log, L"Server HTTP reply contains HTTP status code %ld (URL=%ls)", answer.status,
                url);
     Fail(m_log, BodyLine(answer).c_str(),
-         answer.status == 503 ? ErrCrlServiceUnavailable : ErrCrlServiceBadResponse, L"");
+         answer.status == 503 ? ErrCrlServiceUnavailable : ErrCrlServiceBadResponse);
 }
 
 // ---------------------------------------------------------------- platform
@@ -278,7 +277,7 @@ X509Crl* X509WinCrlClientOnline::GetCrl(const X509Certificate& cert) {
         ErrRevocationUnknown, L"");
     if (!points) {
         Fail(m_log, L"GetCertificateCrldpUrlArray: CryptGetObjectUrl() failed.",
-             ErrRevocationUnknown, L"");
+             ErrRevocationUnknown);
     }
     std::vector<std::string> urls;
     for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {

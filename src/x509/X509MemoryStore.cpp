@@ -291,7 +291,7 @@ void X509MemoryStore::ImportPKCS12(const unsigned char* data, long size, const w
     if (password != nullptr) {
         ascii = qorstd::text::WideToNarrow(password, true);
         if (password[0] != L'\0' && ascii.empty()) {
-            Fail(ErrPasswordInvalidChars, L"");
+            Fail(ErrPasswordInvalidChars);
         }
     }
     ImportPKCS12(data, size, password != nullptr ? ascii.c_str() : nullptr);

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "ChainCli.h"
 #include "CryptException.h"
@@ -214,19 +215,21 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
         if (!ReadInputFile(command, parsed.Get("--p12"), &bytes)) {
             return kExitFailure;
         }
-        X509Certificate bundled;
-        bundled.ImportPKCS12(bytes.data(), static_cast<long>(bytes.size()), pass);
-        if (cert.GetX509() == nullptr) {
-            cert = bundled;
-        } else {
-            cert.SetPrivateKey(bundled.GetPrivateKey());
-        }
-        // The CA certificates a PKCS#12 file usually carries beside the
-        // signer's: the store lists the signer's first, then these.
+        // One decoding (the password's key derivation is the slow part): the
+        // store lists the signer's certificate first, with its key, then the
+        // CA certificates the file carries beside it.
         const X509MemoryStore p12(bytes.data(), static_cast<long>(bytes.size()), pass);
-        const qorstd::QorVector<X509Certificate>& bundledCerts = p12.GetCertificateList();
-        for (unsigned int i = 1; i < bundledCerts.GetSize(); ++i) {
-            setup->extraStore.AddCertificate(bundledCerts[i]);
+        const qorstd::QorVector<X509Certificate>& bundled = p12.GetCertificateList();
+        if (bundled.GetSize() == 0) {
+            CryptException::Throw(TesseraLib::ErrPkcs12Parsing, L"");
+        }
+        if (cert.GetX509() == nullptr) {
+            cert = bundled[0];
+        } else {
+            cert.SetPrivateKey(bundled[0].GetPrivateKey());
+        }
+        for (unsigned int i = 1; i < bundled.GetSize(); ++i) {
+            setup->extraStore.AddCertificate(bundled[i]);
         }
     } else {
         const int status = LoadTokenKey(command, parsed, setup, &cert);
@@ -235,20 +238,19 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
         }
     }
 
-    for (const char* option : {"--trust", "--extra"}) {
+    for (const auto& [option, store] : {std::make_pair("--trust", &setup->trustStore),
+                                        std::make_pair("--extra", &setup->extraStore)}) {
         const auto paths = parsed.options.find(option);
         if (paths == parsed.options.end()) {
             continue;
         }
-        X509MemoryStore& store =
-            std::string(option) == "--trust" ? setup->trustStore : setup->extraStore;
         for (const std::string& path : paths->second) {
             std::vector<X509Certificate> certs;
             if (!ReadCertificateFile(command, path, &certs)) {
                 return kExitFailure;
             }
             for (const X509Certificate& one : certs) {
-                store.AddCertificate(one);
+                store->AddCertificate(one);
             }
         }
     }

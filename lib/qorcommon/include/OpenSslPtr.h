@@ -108,24 +108,22 @@ using OpenSslTextPtr = OpenSslPtr<char, FreeOpenSslText>;
 //
 //     X509Ptr mine = UpRef(borrowed);
 //     if (!mine) { Fail(ErrOutOfMemory); }
+template <class Ptr, class T, int (*Reference)(T*)>
+Ptr TakeReference(const T* handle) {
+    T* shared = const_cast<T*>(handle);
+    return Ptr(handle != nullptr && Reference(shared) == 1 ? shared : nullptr);
+}
 inline X509Ptr UpRef(const X509* handle) {
-    X509* mutableHandle = const_cast<X509*>(handle);
-    return X509Ptr(handle != nullptr && X509_up_ref(mutableHandle) == 1 ? mutableHandle : nullptr);
+    return TakeReference<X509Ptr, X509, X509_up_ref>(handle);
 }
 inline X509CrlPtr UpRef(const X509_CRL* handle) {
-    X509_CRL* mutableHandle = const_cast<X509_CRL*>(handle);
-    return X509CrlPtr(handle != nullptr && X509_CRL_up_ref(mutableHandle) == 1 ? mutableHandle
-                                                                               : nullptr);
+    return TakeReference<X509CrlPtr, X509_CRL, X509_CRL_up_ref>(handle);
 }
 inline EvpPkeyPtr UpRef(const EVP_PKEY* handle) {
-    EVP_PKEY* mutableHandle = const_cast<EVP_PKEY*>(handle);
-    return EvpPkeyPtr(handle != nullptr && EVP_PKEY_up_ref(mutableHandle) == 1 ? mutableHandle
-                                                                               : nullptr);
+    return TakeReference<EvpPkeyPtr, EVP_PKEY, EVP_PKEY_up_ref>(handle);
 }
 inline EvpMdPtr UpRef(const EVP_MD* handle) {
-    EVP_MD* mutableHandle = const_cast<EVP_MD*>(handle);
-    return EvpMdPtr(handle != nullptr && EVP_MD_up_ref(mutableHandle) == 1 ? mutableHandle
-                                                                           : nullptr);
+    return TakeReference<EvpMdPtr, EVP_MD, EVP_MD_up_ref>(handle);
 }
 
 }  // namespace qorssl
