@@ -4,10 +4,11 @@
 // (ESI_SignaturePolicy); the public headers forward-declare the structures.
 // Absent OPTIONAL fields leave their member null; an absent BOOLEAN is -1.
 //
-// Two fields of CommitmentType are written as [0] and [1] around a
-// DirectoryString. A DirectoryString is a CHOICE, which can only be tagged
-// explicitly, so the tags wrap the string (that is how the policies in use
-// encode them).
+// The two texts of CommitmentType are [0] and [1] IMPLICIT around a
+// DirectoryString. A CHOICE cannot carry an implicit tag, so they are read as
+// implicitly tagged UTF8Strings; OpenSSL takes a constructed [0] as a
+// segmented string whatever the inner tag, so a policy that wraps the
+// string explicitly reads the same.
 #pragma once
 
 #include <openssl/asn1.h>
