@@ -43,6 +43,19 @@ bool LeadingElements(const qorstd::QorArray<unsigned char>& der, int count,
     return true;
 }
 
+// The digest of `length` bytes at `start`; empty when OpenSSL cannot make
+// it, as for a digest it names but no loaded provider implements (MD4).
+qorstd::QorArray<unsigned char> DigestOf(const EVP_MD* digest, const unsigned char* start,
+                                         std::size_t length) {
+    unsigned char value[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (EVP_Digest(start, length, value, &size, digest, nullptr) != 1) {
+        ERR_clear_error();
+        return qorstd::QorArray<unsigned char>();
+    }
+    return qorstd::QorArray<unsigned char>(value, size);
+}
+
 }  // namespace
 
 // ---- validation policy -----------------------------------------------------
@@ -202,24 +215,30 @@ qorstd::QorArray<unsigned char> SignaturePolicy::ComputeHash(int hashAlgorithmNi
     } else if (convention != cptHashMatchWholeFile) {
         Fail(ErrInvalidParameter, L"eConvention");
     }
-    unsigned char value[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    if (EVP_Digest(start, length, value, &size, digest, nullptr) != 1) {
+    const qorstd::QorArray<unsigned char> value = DigestOf(digest, start, length);
+    if (value.GetSize() == 0) {
         Fail(ErrHashGeneration);
     }
-    return qorstd::QorArray<unsigned char>(value, size);
+    return value;
 }
 
 SignaturePolicy::cptHashConvention SignaturePolicy::MatchHash(
     int hashAlgorithmNid, const qorstd::QorArray<unsigned char>& hashValue) const {
-    if (hashValue.GetSize() == 0 || m_encoded.GetSize() == 0 ||
-        EVP_get_digestbynid(hashAlgorithmNid) == nullptr) {
+    const EVP_MD* digest = EVP_get_digestbynid(hashAlgorithmNid);
+    if (hashValue.GetSize() == 0 || m_encoded.GetSize() == 0 || digest == nullptr) {
         return cptHashMatchNone;
     }
-    for (const cptHashConvention convention : {cptHashMatchFields, cptHashMatchWholeFile}) {
-        if (ComputeHash(hashAlgorithmNid, convention) == hashValue) {
-            return convention;
-        }
+    // A decodable document may still have no fields digest (fields in
+    // indefinite-length form) or no digest at all (a digest no provider
+    // implements): that is no match, not a failure.
+    const unsigned char* start = nullptr;
+    std::size_t length = 0;
+    if (LeadingElements(m_encoded, 2, &start, &length) &&
+        DigestOf(digest, start, length) == hashValue) {
+        return cptHashMatchFields;
+    }
+    if (DigestOf(digest, m_encoded.GetData(), m_encoded.GetSize()) == hashValue) {
+        return cptHashMatchWholeFile;
     }
     return cptHashMatchNone;
 }

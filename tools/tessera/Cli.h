@@ -114,6 +114,7 @@ int RunCrl(const std::vector<std::string>& args);
 int RunFetchCrl(const std::vector<std::string>& args);
 int RunChain(const std::vector<std::string>& args);
 int RunInfo(const std::vector<std::string>& args);
+int RunPolicy(const std::vector<std::string>& args);
 int RunVerify(const std::vector<std::string>& args);
 int RunSign(const std::vector<std::string>& args);
 int RunSignDigest(const std::vector<std::string>& args);

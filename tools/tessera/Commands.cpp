@@ -121,6 +121,12 @@ const std::vector<Command>& Commands() {
          "show what a CMS signature (DER, or PEM labelled CMS or PKCS7) carries: content, "
          "certificates, CRLs, OCSP responses and signers, without verifying anything",
          "", "tessera info document.p7s\n", RunInfo},
+        {"policy", "FILE [--json]",
+         "show a signature policy (DER): identifier, issuer, hash and which convention it "
+         "matches, signing period, and the common and commitment rules with their attributes, "
+         "trust points, revocation requirements and algorithm constraints",
+         "--json\tprint one JSON object instead of text\n",
+         "tessera policy policy.der\ntessera policy policy.der --json\n", RunPolicy},
         {"chain",
          "CERT --trust FILE [--extra FILE] [--crl FILE] [--mode crl|ocsp|either] "
          "[--option none|end|chain|whole] [--fetch] [--time ISO8601] "
