@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "CryptHash.h"
@@ -24,6 +25,7 @@ struct asn1_string_st;
 struct x509_st;
 struct x509_attributes_st;
 struct stack_st_X509;
+struct stack_st_X509_ATTRIBUTE;
 
 namespace QorTsp2Lib {
 class TspClient;
@@ -181,6 +183,16 @@ public:
         void VerifyContent(const CMS_SignerInfo_st* signer, const unsigned char* digest,
                            unsigned int length) const;
         void VerifyContentType(const qorstd::QorString& oid) const;
+        // VerifyCertificate under the verifier's option, with the verifier's
+        // candidates at hand as issuers.
+        void VerifyCertificateFor(const x509_st* certificate, const VerifierCms& verifier,
+                                  const std::int64_t& time, X509ChainPolicy* policy);
+        // The signer certificate of a verification: the one the message
+        // attaches, else FindSignerCertificate among the verifier's
+        // candidates (kept on the signer info). None → ErrSignerCertNotFound,
+        // logged as "`operation`: Signer's certificate not found.".
+        const x509_st* LocateSignerCertificate(const wchar_t* operation,
+                                               const VerifierCms& verifier);
         // The signer's own certificate, else the last candidate matching the
         // signer identifier; null when none.
         const x509_st* FindSignerCertificate(const CMS_SignerInfo_st* signer,
@@ -282,6 +294,30 @@ protected:
                                             unsigned int flags);
     // Writes `info` back over the entry with the same parent and signer.
     virtual void UpdateSignerCms(const SignerInfo& info);
+
+    // The CMS flags a signing with `signer` uses (NOATTR, NOCERTS, DETACHED,
+    // NOSMIMECAP, and the library's own no-signing-time flag).
+    virtual unsigned int SigningFlags(const SignerCms& signer, int detached) const;
+    // The signer step of a signing operation: adds the signer to the message
+    // with the flags given and returns its signer info.
+    using AddSignerStep = std::function<CMS_SignerInfo_st*(CMS_ContentInfo_st*, unsigned int)>;
+    // The bodies of Sign, SignDigest and CoSign around their signer step:
+    // the first two return the new message (the caller owns it), CoSign
+    // takes its result over and parses it.
+    CMS_ContentInfo_st* SignContent(const SignerCms& signer, int detached,
+                                    const AddSignerStep& addSigner);
+    CMS_ContentInfo_st* SignHash(const SignerCms& signer,
+                                 const qorstd::QorArray<unsigned char>& hash,
+                                 const wchar_t* emptyHashMessage, const AddSignerStep& addSigner);
+    void CoSignContent(const SignerCms& signer, const AddSignerStep& addSigner);
+
+    // The body of EstimateSize: `type` for the log line, `allowance` bytes
+    // added to the size, and the further signed attributes (an owned stack,
+    // null for none) that `extraAttributes` makes after the checks.
+    using ExtraAttributesStep = std::function<stack_st_X509_ATTRIBUTE*()>;
+    unsigned long EstimateSignedSize(const SignerCms& signer, long type, int detached,
+                                     unsigned long allowance,
+                                     const ExtraAttributesStep& extraAttributes) const;
 
     void AddSignerCertificates(CMS_ContentInfo_st* cms, const SignerCms& signer);
     // A new stack of duplicates the caller owns; `skipSigner` leaves the

@@ -8,6 +8,16 @@ target_sources(tessera_objects PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/X509Attribute.cpp
     ${CMAKE_CURRENT_LIST_DIR}/TimeStampAttribute.cpp
     ${CMAKE_CURRENT_LIST_DIR}/VerificationData.cpp
+    # CAdES signed attributes and the signer-certificate check
+    ${CMAKE_CURRENT_LIST_DIR}/att_signcertv2.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SigningCertificateAttribute.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/MimeTypeAttribute.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SigningCertCheck.cpp
+    # CAdES signatures
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCades.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCadesVerify.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignerCades.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/VerifierCades.cpp
     # signing
     ${CMAKE_CURRENT_LIST_DIR}/SignerCms.cpp
     ${CMAKE_CURRENT_LIST_DIR}/SignedCmsSign.cpp

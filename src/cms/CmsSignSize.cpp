@@ -99,9 +99,9 @@ long SmimeCapabilitiesLength() {
     return AttributeLength(NID_SMIMECapabilities, V_ASN1_SEQUENCE, sequence.get(), -1);
 }
 
-// Message digest, content type (id-data) and a signing time as UTCTime, whose
-// text has the same length at any time before 2050.
-long DefaultAttributesLength(const EVP_MD* md) {
+// Message digest, content type (id-data) and, when asked, a signing time as
+// UTCTime, whose text has the same length at any time before 2050.
+long DefaultAttributesLength(const EVP_MD* md, bool signingTime) {
     const unsigned char digest[EVP_MAX_MD_SIZE] = {0};
     Asn1OctetStringPtr digestValue(ASN1_OCTET_STRING_new());
     if (!digestValue ||
@@ -112,7 +112,9 @@ long DefaultAttributesLength(const EVP_MD* md) {
     const long lengths[] = {
         AttributeLength(NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, digestValue.get(), -1),
         AttributeLength(NID_pkcs9_contentType, V_ASN1_OBJECT, OBJ_nid2obj(NID_pkcs7_data), -1),
-        now ? AttributeLength(NID_pkcs9_signingTime, V_ASN1_UTCTIME, now.get(), -1) : -1};
+        !signingTime ? 0
+        : now        ? AttributeLength(NID_pkcs9_signingTime, V_ASN1_UTCTIME, now.get(), -1)
+                     : -1};
     long total = 0;
     for (long length : lengths) {
         if (length < 0) {
@@ -220,7 +222,7 @@ long QOR_PKCS7_GetSignSize(X509* cert, EVP_PKEY* key, STACK_OF(X509) * certs, BI
     }
     long signerInfo = version + Tlv(issuer + serial) + digestAlgorithmLength;
     if ((flags & CMS_NOATTR) == 0) {
-        long attributes = DefaultAttributesLength(md);
+        long attributes = DefaultAttributesLength(md, (flags & cmssign::kNoSigningTime) == 0);
         if (attributes >= 0 && (flags & CMS_NOSMIMECAP) == 0) {
             const long capabilities = SmimeCapabilitiesLength();
             attributes = capabilities < 0 ? -1 : attributes + capabilities;
@@ -247,10 +249,17 @@ long QOR_PKCS7_GetSignSize(X509* cert, EVP_PKEY* key, STACK_OF(X509) * certs, BI
 
 unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
                                       int detached) const {
+    return EstimateSignedSize(signer, static_cast<long>(type), detached,
+                              type == cptCmsTimeStamp ? 4000 : 0, ExtraAttributesStep());
+}
+
+unsigned long SignedCms::EstimateSignedSize(const SignerCms& signer, long type, int detached,
+                                            unsigned long allowance,
+                                            const ExtraAttributesStep& extraAttributes) const {
     const X509Certificate& certificate = signer.GetCertificate();
     TLOG_INFO(m_log, L"EstimateSize(CertSN:%ls CertIssuer:%ls Type:%ld Detached:%ls)",
               cmssign::SerialText(certificate).c_str(), certificate.GetIssuerStringX500(0).c_str(),
-              static_cast<long>(type), detached != 0 ? L"TRUE" : L"FALSE");
+              type, detached != 0 ? L"TRUE" : L"FALSE");
     if (detached == 0 && m_aContent.GetSize() == 0) {
         Fail(m_log, L"EstimateSize: Signed content not set - m_aContent is empty", ErrNoContent);
     }
@@ -265,6 +274,7 @@ unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
     if (md == nullptr) {
         Fail(m_log, L"EstimateSize: pDigest is null", ErrAlgorithmNotSupported);
     }
+    X509AttributeStackPtr attributes(extraAttributes ? extraAttributes() : nullptr);
 
     X509StackPtr certs(EnumSignerCertificates(signer, 1));
     BioPtr content(
@@ -276,7 +286,7 @@ unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
     }
     const long size =
         QOR_PKCS7_GetSignSize(certificate.GetX509(), key->GetKeyEVP(), certs.get(), content.get(),
-                              cmssign::SignFlags(signer, detached), md, nullptr, nullptr);
+                              SigningFlags(signer, detached), md, attributes.get(), nullptr);
     if (size <= 0) {
         TLOG_ERROR(m_log, L"EstimateSize: Failed to estimate signature size.");
         if (size < 0) {
@@ -285,7 +295,7 @@ unsigned long SignedCms::EstimateSize(const SignerCms& signer, cptCmsType type,
         ERR_clear_error();
         return 0;
     }
-    return static_cast<unsigned long>(type == cptCmsTimeStamp ? size + 4000 : size);
+    return static_cast<unsigned long>(size) + allowance;
 }
 
 }  // namespace TesseraLib

@@ -13,6 +13,8 @@
 #include <openssl/x509.h>
 
 #include <cstring>
+#include <cwchar>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -369,6 +371,15 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
     TLOG_INFO(m_log, L"Sign(Signer:%ls CertSN:%ls CertIssuer:%ls Detached:%ls)",
               certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
               certificate.GetIssuerStringX500(0).c_str(), detached != 0 ? L"TRUE" : L"FALSE");
+    CMS_ContentInfo* cms = SignContent(
+        signer, detached, [this, &signer](CMS_ContentInfo* message, unsigned int flags) {
+            return AddSignerCms(message, signer, flags);
+        });
+    AdoptSignedMessage(cms, signer, type);
+}
+
+CMS_ContentInfo* SignedCms::SignContent(const SignerCms& signer, int detached,
+                                        const AddSignerStep& addSigner) {
     if (m_aContent.GetSize() == 0) {
         Fail(m_log, L"Sign: Signed content not set - m_aContent is empty", ErrNoContent);
     }
@@ -378,21 +389,20 @@ void SignedCms::Sign(const SignerCms& signer, cptCmsType type, int detached) {
     }
     // The signer's own certificate is put in by the signer step.
     X509StackPtr certs(EnumSignerCertificates(signer, 1));
-    const unsigned int flags = cmssign::SignFlags(signer, detached);
+    const unsigned int flags = SigningFlags(signer, detached);
+    const unsigned int openSslFlags = flags & ~cmssign::kNoSigningTime;
 
     // Built aside and taken over once signed: a failure keeps what was held.
     CmsContentInfoPtr cms(
-        CMS_sign(nullptr, nullptr, certs.get(), content.get(), flags | CMS_PARTIAL));
+        CMS_sign(nullptr, nullptr, certs.get(), content.get(), openSslFlags | CMS_PARTIAL));
     if (!cms) {
         FailCrypto(m_log, "Sign: CMS_sign() failed.", ErrAsn1Encoding);
     }
-    CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
+    CMS_SignerInfo* signerInfo = addSigner(cms.get(), openSslFlags | CMS_PARTIAL);
     if (FinalizeSigner(cms.get(), signerInfo, content.get(), flags) != 1) {
         FailSigning(m_log.get(), "Sign: FinalizeSigner() failed.");
     }
-    certs.reset();
-    content.reset();
-    AdoptSignedMessage(cms.release(), signer, type);
+    return cms.release();
 }
 
 void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
@@ -401,9 +411,20 @@ void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
     TLOG_INFO(m_log, L"SignDigest(Signer:%ls CertSN:%ls CertIssuer:%ls)",
               certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
               certificate.GetIssuerStringX500(0).c_str());
+    CMS_ContentInfo* cms = SignHash(signer, hash, L"SignedCms - hash is empty.",
+                                    [this, &signer](CMS_ContentInfo* message, unsigned int flags) {
+                                        return AddSignerCms(message, signer, flags);
+                                    });
+    AdoptSignedMessage(cms, signer, type);
+}
+
+CMS_ContentInfo* SignedCms::SignHash(const SignerCms& signer,
+                                     const qorstd::QorArray<unsigned char>& hash,
+                                     const wchar_t* emptyHashMessage,
+                                     const AddSignerStep& addSigner) {
     if (hash.GetSize() == 0) {
         Fail(m_log, L"SignDigest: Bad parameter - hash is empty", ErrInvalidParameter,
-             L"SignedCms - hash is empty.");
+             emptyHashMessage);
     }
     const EVP_MD* md = cmssign::SignerDigest(signer);
     if (md == nullptr) {
@@ -413,19 +434,20 @@ void SignedCms::SignDigest(const SignerCms& signer, cptCmsType type,
         Fail(m_log, L"SignDigest: Bad hash size", ErrHashMismatch);
     }
     X509StackPtr certs(EnumSignerCertificates(signer, 1));
-    const unsigned int flags = cmssign::SignFlags(signer, 1);
-    CmsContentInfoPtr cms(CMS_sign(nullptr, nullptr, certs.get(), nullptr, flags | CMS_PARTIAL));
+    const unsigned int flags = SigningFlags(signer, 1);
+    const unsigned int openSslFlags = flags & ~cmssign::kNoSigningTime;
+    CmsContentInfoPtr cms(
+        CMS_sign(nullptr, nullptr, certs.get(), nullptr, openSslFlags | CMS_PARTIAL));
     if (!cms) {
         FailCrypto(m_log, "SignDigest: CMS_sign() failed.", ErrAsn1Encoding);
     }
-    CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
+    CMS_SignerInfo* signerInfo = addSigner(cms.get(), openSslFlags | CMS_PARTIAL);
     std::vector<unsigned char> digest(hash.GetData(), hash.GetData() + hash.GetSize());
     if (FinalizeDigestSigner(cms.get(), signerInfo, digest.data(),
                              static_cast<unsigned int>(digest.size()), flags) != 1) {
         FailSigning(m_log.get(), "SignDigest: FinalizeDigestSigner() failed.");
     }
-    certs.reset();
-    AdoptSignedMessage(cms.release(), signer, type);
+    return cms.release();
 }
 
 void SignedCms::CoSign(const SignerCms& signer) {
@@ -433,6 +455,12 @@ void SignedCms::CoSign(const SignerCms& signer) {
     TLOG_INFO(m_log, L"CoSign(Signer:%ls CertSN:%ls CertIssuer:%ls)",
               certificate.GetSubjectStringX500(0).c_str(), cmssign::SerialText(certificate).c_str(),
               certificate.GetIssuerStringX500(0).c_str());
+    CoSignContent(signer, [this, &signer](CMS_ContentInfo* message, unsigned int flags) {
+        return AddSignerCms(message, signer, flags);
+    });
+}
+
+void SignedCms::CoSignContent(const SignerCms& signer, const AddSignerStep& addSigner) {
     if (m_pCms == nullptr) {
         Fail(m_log, L"CoSign: CMS not present - m_pCms is null", ErrNoMessage);
     }
@@ -449,8 +477,9 @@ void SignedCms::CoSign(const SignerCms& signer) {
     }
     AddSignerCertificates(cms.get(), signer);
     // The signer's certificates are in already.
-    const unsigned int flags = cmssign::SignFlags(signer, m_detached) | CMS_NOCERTS;
-    CMS_SignerInfo* signerInfo = AddSignerCms(cms.get(), signer, flags | CMS_PARTIAL);
+    const unsigned int flags = SigningFlags(signer, m_detached) | CMS_NOCERTS;
+    CMS_SignerInfo* signerInfo =
+        addSigner(cms.get(), (flags & ~cmssign::kNoSigningTime) | CMS_PARTIAL);
     if (FinalizeSigner(cms.get(), signerInfo, content.get(), flags) != 1) {
         FailSigning(m_log.get(), "CoSign: FinalizeSigner() failed.");
     }
@@ -461,6 +490,10 @@ void SignedCms::CoSign(const SignerCms& signer) {
 }
 
 // ----------------------------------------------------------- building blocks
+
+unsigned int SignedCms::SigningFlags(const SignerCms& signer, int detached) const {
+    return cmssign::SignFlags(signer, detached);
+}
 
 void SignedCms::AdoptSignedMessage(CMS_ContentInfo* cms, const SignerCms& signer, cptCmsType type) {
     CmsContentInfoPtr owned(cms);
@@ -477,27 +510,42 @@ void SignedCms::AdoptSignedMessage(CMS_ContentInfo* cms, const SignerCms& signer
 
 CMS_SignerInfo* SignedCms::AddSignerCms(CMS_ContentInfo* cms, const SignerCms& signer,
                                         unsigned int flags) {
+    return cmssign::AddCheckedSigner(m_log.get(), L"AddSignerCms", L"SignedCms - pCms=NULL", cms,
+                                     signer, flags, nullptr);
+}
+
+CMS_SignerInfo* cmssign::AddCheckedSigner(const LogChannel* log, const wchar_t* operation,
+                                          const wchar_t* nullMessage, CMS_ContentInfo* cms,
+                                          const SignerCms& signer, unsigned int flags,
+                                          const std::function<void()>& extraChecks) {
+    const auto text = [operation](const wchar_t* what) {
+        return std::wstring(operation) + L": " + what;
+    };
     if (cms == nullptr) {
-        Fail(m_log, L"AddSignerCms: Bad parameter - pCms is null", ErrInvalidParameter,
-             L"SignedCms - pCms=NULL");
+        Fail(log, text(L"Bad parameter - pCms is null").c_str(), ErrInvalidParameter, nullMessage);
     }
     const X509Certificate& certificate = signer.GetCertificate();
     if (certificate.GetX509() == nullptr) {
-        Fail(m_log, L"AddSignerCms: Signer certificate is null.", ErrSignerCertNotSet);
+        Fail(log, text(L"Signer certificate is null.").c_str(), ErrSignerCertNotSet);
     }
     CryptKey* key = certificate.GetPrivateKey();
     if (key == nullptr || key->GetKeyEVP() == nullptr) {
-        Fail(m_log, L"AddSignerCms: Signer private key is not set.", ErrSignerKeyUnusable);
+        Fail(log, text(L"Signer private key is not set.").c_str(), ErrSignerKeyUnusable);
     }
-    CheckSignerCertificate(m_log.get(), signer);
+    if (extraChecks) {
+        extraChecks();
+    }
+    CheckSignerCertificate(log, signer);
     const EVP_MD* md = cmssign::SignerDigest(signer);
     if (md == nullptr) {
-        Fail(m_log, L"AddSignerCms: pDigest is null", ErrAlgorithmNotSupported);
+        Fail(log, text(L"pDigest is null").c_str(), ErrAlgorithmNotSupported);
     }
     CMS_SignerInfo* signerInfo =
         CMS_add1_signer(cms, certificate.GetX509(), key->GetKeyEVP(), md, flags);
     if (signerInfo == nullptr) {
-        FailCrypto(m_log, "AddSignerCms: CMS_add1_signer() failed.", ErrAddSigner);
+        const std::string failed = std::string(operation, operation + std::wcslen(operation)) +
+                                   ": CMS_add1_signer() failed.";
+        FailCrypto(log, failed.c_str(), ErrAddSigner);
     }
     return signerInfo;
 }
@@ -707,7 +755,7 @@ int SignedCms::SignSigner(CMS_SignerInfo* signer, unsigned int flags) {
     if (key == nullptr) {
         return 0;
     }
-    if ((flags & CMS_NOATTR) == 0 &&
+    if ((flags & (CMS_NOATTR | cmssign::kNoSigningTime)) == 0 &&
         CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1) < 0 &&
         AddSigningTime(signer, nullptr) != 1) {
         return 0;

@@ -231,16 +231,7 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
     }
 
     // The signer certificate comes first: without it nothing can be checked.
-    const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
-    if (certificate == nullptr) {
-        certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
-        if (certificate == nullptr) {
-            logError(L"Signer's certificate not found.");
-            Fail(ErrSignerCertNotFound);
-        }
-        CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
-    }
-    KeepCertificate(m_certificate, certificate);
+    const x509_st* certificate = LocateSignerCertificate(operation, verifier);
 
     if (hash == nullptr) {
         if (m_parent->IsDetached() && m_parent->GetContent().IsEmpty()) {
@@ -285,10 +276,9 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
 
     if (option == VerifierCms::cptVerifySignerCertificate ||
         option == VerifierCms::cptVerifyWholeChain) {
-        const IssuerCandidatesScope scope(m_issuerCandidates, &verifier.GetSignerCertificates());
         try {
-            VerifyCertificate(certificate, option, verifier.GetVerifyTime(),
-                              verifier.GetChainPolicy());
+            VerifyCertificateFor(certificate, verifier, verifier.GetVerifyTime(),
+                                 verifier.GetChainPolicy());
         } catch (...) {
             kept.ReThrow();
             throw;
@@ -296,6 +286,29 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
         m_verifyInfo |= kVerifiedCertificate;
     }
     kept.ReThrow();
+}
+
+const x509_st* SignedCms::SignerInfo::LocateSignerCertificate(const wchar_t* operation,
+                                                              const VerifierCms& verifier) {
+    const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
+    if (certificate == nullptr) {
+        certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
+        if (certificate == nullptr) {
+            LogOperationError(m_log.get(), operation, L"Signer's certificate not found.");
+            Fail(ErrSignerCertNotFound);
+        }
+        CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
+    }
+    KeepCertificate(m_certificate, certificate);
+    return certificate;
+}
+
+void SignedCms::SignerInfo::VerifyCertificateFor(const x509_st* certificate,
+                                                 const VerifierCms& verifier,
+                                                 const std::int64_t& time,
+                                                 X509ChainPolicy* policy) {
+    const IssuerCandidatesScope scope(m_issuerCandidates, &verifier.GetSignerCertificates());
+    VerifyCertificate(certificate, verifier.GetVerifyOption(), time, policy);
 }
 
 void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier) {
@@ -306,20 +319,11 @@ void SignedCms::SignerInfo::VerifySignerCertificate(const VerifierCms& verifier)
     if (m_pSigner == nullptr) {
         Fail(m_log, L"VerifySignerCertificate: Signer is not present.", ErrNoSigner);
     }
-    const x509_st* certificate = AttachedSignerCertificate(m_pSigner);
-    if (certificate == nullptr) {
-        certificate = FindSignerCertificate(m_pSigner, &verifier.GetSignerCertificates());
-        if (certificate == nullptr) {
-            Fail(m_log, L"VerifySignerCertificate: Signer's certificate not found.",
-                 ErrSignerCertNotFound);
-        }
-        CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
-    }
-    KeepCertificate(m_certificate, certificate);
+    const x509_st* certificate = LocateSignerCertificate(L"VerifySignerCertificate", verifier);
     if (option == VerifierCms::cptVerifySignerCertificate ||
         option == VerifierCms::cptVerifyWholeChain) {
-        const IssuerCandidatesScope scope(m_issuerCandidates, &verifier.GetSignerCertificates());
-        VerifyCertificate(certificate, option, verifier.GetVerifyTime(), verifier.GetChainPolicy());
+        VerifyCertificateFor(certificate, verifier, verifier.GetVerifyTime(),
+                             verifier.GetChainPolicy());
     }
 }
 

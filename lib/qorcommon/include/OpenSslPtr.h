@@ -64,6 +64,11 @@ using RsaMethodPtr = OpenSslPtr<RSA_METHOD, RSA_meth_free>;
 
 // CMS signer attributes.
 using X509AttributePtr = OpenSslPtr<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
+// A stack that owns its attributes.
+inline void FreeX509AttributeStack(STACK_OF(X509_ATTRIBUTE) * stack) {
+    sk_X509_ATTRIBUTE_pop_free(stack, X509_ATTRIBUTE_free);
+}
+using X509AttributeStackPtr = OpenSslPtr<STACK_OF(X509_ATTRIBUTE), FreeX509AttributeStack>;
 using Asn1UtcTimePtr = OpenSslPtr<ASN1_UTCTIME, ASN1_UTCTIME_free>;
 // A stack that owns its algorithm identifiers (S/MIME capabilities).
 inline void FreeX509AlgorStack(STACK_OF(X509_ALGOR) * stack) {
@@ -73,6 +78,7 @@ using X509AlgorStackPtr = OpenSslPtr<STACK_OF(X509_ALGOR), FreeX509AlgorStack>;
 
 // Names, and buffers that OpenSSL allocates for encodings and texts.
 using X509NamePtr = OpenSslPtr<X509_NAME, X509_NAME_free>;
+using GeneralNamePtr = OpenSslPtr<GENERAL_NAME, GENERAL_NAME_free>;
 using X509ExtensionPtr = OpenSslPtr<X509_EXTENSION, X509_EXTENSION_free>;
 using Asn1OctetStringPtr = OpenSslPtr<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>;
 inline void FreeOpenSslBytes(unsigned char* bytes) {
