@@ -16,3 +16,11 @@ tessera_discover_tests(tessera_cms_container_internal_tests)
 add_test(NAME cli.cms_info
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_cms_info.sh $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.cms_info PROPERTIES ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" TIMEOUT 60)
+
+# CAdES signatures: signing, OpenSSL interop, the public samples and the
+# policy rules during verification.
+tessera_add_gtest(tessera_cades_tests SignedCadesTest.cpp)
+target_link_libraries(tessera_cades_tests PRIVATE tessera OpenSSL::Crypto)
+target_compile_definitions(tessera_cades_tests PRIVATE
+    TESSERA_VECTORS_DIR="${CMAKE_SOURCE_DIR}/tests/vectors")
+tessera_discover_tests(tessera_cades_tests)
