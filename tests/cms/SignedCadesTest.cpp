@@ -22,6 +22,7 @@
 #include "TestCms.h"
 #include "TestPolicy.h"
 #include "TestTessera.h"
+#include "TestTsa.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -325,7 +326,19 @@ TEST(CadesVerifyTest, PolicyRulesAreAppliedAfterThePath) {
     EXPECT_EQ(info.GetVerifyInfo(), 1u | 2u | 4u | 16u)
         << "the path was still checked after the held-back failure";
 
+    // A policy server that fails is a held-back failure like the others.
+    class FailingClient : public SignaturePolicyClient {
+    public:
+        const SignaturePolicy* GetSignaturePolicy(const qorstd::QorString&) override {
+            CryptException::Throw(ErrPolicyUnavailable, L"");
+        }
+    } failing;
     chain.verifier.SetSignaturePolicy(nullptr);
+    chain.verifier.SetSignaturePolicyClient(&failing);
+    EXPECT_EQ(CodeOf([&] { cades->Verify(chain.verifier, SignedCades::cptCadesNone); }),
+              ErrPolicyUnavailable);
+    EXPECT_EQ(info.GetVerifyInfo(), 1u | 2u | 4u | 16u) << "the path was still checked";
+
     chain.verifier.SetSignaturePolicyClient(nullptr);
     EXPECT_EQ(CodeOf([&] { cades->Verify(chain.verifier, SignedCades::cptCadesNone); }),
               ErrNoSignPolicy)
@@ -395,4 +408,29 @@ TEST(CadesVerifyTest, SigningCertificateAttributeFaults) {
     both->Verify(chain.verifier, SignedCades::cptCadesNone);
     EXPECT_EQ(both->GetSignerInfo(0)->GetVerifyInfo(), kAllButTimeStamps)
         << "with v1 and v2 present the v1 (Alice) is checked";
+}
+
+// A time-stamp token is a CAdES-BES message over a TSTInfo; its path is
+// checked for time-stamping whatever purpose the caller's policy names.
+TEST(CadesVerifyTest, TimeStampTokensAreCheckedForTimeStamping) {
+    const TestTsa tsa;
+    const Bytes token = tsa.Token(EVP_sha256(), TestTsa::Digest(EVP_sha256(), kText), true);
+    auto cades = Decoded(token);
+    EXPECT_EQ(cades->GetContentType(), "1.2.840.113549.1.9.16.1.4");
+    EXPECT_EQ(cades->GetSignerInfo(0)->GetCadesType(), SignedCades::cptCadesBes);
+
+    X509MemoryStore trust;
+    trust.AddCertificate(Cert(tsa.Ca()));
+    X509ChainPolicy policy;
+    policy.SetTrustStore(&trust);
+    policy.SetRevocationOption(X509ChainPolicy::revOptionNone);
+    policy.SetPurpose(X509ChainPolicy::kPurposeSmimeSign);
+    VerifierCades verifier;
+    verifier.SetVerifyTime(kAt);
+    verifier.SetChainPolicy(&policy);
+    verifier.SetCheckSignaturePolicy(1);
+    cades->Verify(verifier, SignedCades::cptCadesNone);
+    EXPECT_EQ(cades->GetSignerInfo(0)->GetVerifyInfo(), kAllButTimeStamps);
+    EXPECT_EQ(policy.GetPurpose(), X509ChainPolicy::kPurposeSmimeSign)
+        << "the caller's chain policy is left as it was";
 }
