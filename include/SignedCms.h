@@ -131,8 +131,9 @@ public:
         // Only the signer certificate; the verify-info bits stay as they were.
         void VerifySignerCertificate(const VerifierCms& verifier);
 
-        // Adds a signature time-stamp from `client`; arrives with the
-        // time-stamp support (ErrNotImplemented until then).
+        // cptCmsTimeStamp adds a signature time-stamp from `client` (whose
+        // hash algorithm, when unset, becomes the signer's digest and stays
+        // set); cptCmsBasic changes nothing.
         void Upgrade(cptCmsType type, const QorTsp2Lib::TspClient* client);
 
         const CMS_SignerInfo_st* GetSigner() const { return m_pSigner; }
@@ -141,6 +142,11 @@ public:
         friend class SignedCms;
 
         virtual void ParseSignerInfo(const CMS_SignerInfo_st* signer, const x509_st* certificate);
+        // Re-reads the signature time-stamps from the unsigned attributes.
+        void ParseSignatureTimeStamps();
+        // Asks `client` for a token over the signature value and adds it as
+        // an unsigned attribute.
+        void AddTimeStamp(QorTsp2Lib::TspClient* client);
         // Checks the signer certificate under `option` at `time` (0 stays 0
         // for the certificate check) and keeps the verify time and path in
         // the verification data. cptVerifySignerCertificate: the time
@@ -149,13 +155,17 @@ public:
         virtual void VerifyCertificate(const x509_st* certificate,
                                        VerifierCms::cptVerifyOption option,
                                        const std::int64_t& time, X509ChainPolicy* policy);
-        // Signature time-stamps; arrive with the time-stamp support.
+        // Checks `timeStamp` against `imprintSource` for this signer, with
+        // new time-stamp verification data.
         virtual void VerifyTimeStamp(const TimeStampAttribute& timeStamp,
                                      const qorstd::QorArray<unsigned char>& imprintSource,
                                      const VerifierCades& verifier, std::int64_t* time);
         virtual void VerifySignatureTimeStamp(TimeStampVerificationData* data,
                                               const qorstd::QorArray<unsigned char>& imprintSource,
                                               const VerifierCades& verifier);
+        // The latest time-stamp with a value is checked; on success `time`
+        // becomes its time. Failures reach the caller as TimeStampException,
+        // TspException or TimeStampOcspException.
         void VerifySignatureTimeStamps(qorstd::QorVector<TimeStampAttribute>& timeStamps,
                                        const VerifierCades& verifier, std::int64_t& time);
 
@@ -276,6 +286,9 @@ public:
     void CoSign(const SignerCms& signer);
     // The exact DER size Sign would produce (for RSA keys); 0 on failure.
     unsigned long EstimateSize(const SignerCms& signer, cptCmsType type, int detached) const;
+
+    // Upgrades a copy of every signer in order (see SignerInfo::Upgrade).
+    void Upgrade(cptCmsType type, const QorTsp2Lib::TspClient* client);
 
     // Verification of every signer in order; the first failure ends it.
     void Verify(const VerifierCms& verifier, cptCmsType type);

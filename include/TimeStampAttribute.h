@@ -2,6 +2,7 @@
 // token over a signature value.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "QorArray.h"
@@ -13,6 +14,8 @@
 namespace TesseraLib {
 
 class LogChannel;
+class VerifierCades;
+class X509Chain;
 
 class TESSERA_API TimeStampAttribute : public X509Attribute {
 public:
@@ -34,6 +37,18 @@ public:
     const QorTsp2Lib::TspTimeStamp& GetTimeStamp() const { return m_timeStamp; }
     // An id-aa-timeStampToken attribute holding the stamp's token.
     static TimeStampAttribute CreateFromTimeStamp(const QorTsp2Lib::TspTimeStamp& stamp);
+    // The same for a token's DER (ErrAsn1Encoding when no attribute can be
+    // made of it), decoded.
+    static TimeStampAttribute CreateFromToken(const unsigned char* der, unsigned int length);
+    static TimeStampAttribute CreateFromToken(const qorstd::QorArray<unsigned char>& der);
+    // -1, 0 or 1 as a's token time is earlier than, equal to or later than
+    // b's; null → ErrInvalidParameter.
+    static int CompareByTime(const TimeStampAttribute* a, const TimeStampAttribute* b);
+
+    // Checks the token against `msg` (see VerifierTimeStamp::Verify); an
+    // attribute without value → ErrInvalidState.
+    void Verify(const qorstd::QorArray<unsigned char>& msg, const VerifierCades& verifier,
+                std::int64_t* time, X509Chain** chain) const;
 
 protected:
     // The type must be id-aa-timeStampToken (1.2.840.113549.1.9.16.2.14) or

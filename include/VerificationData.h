@@ -12,6 +12,7 @@
 
 namespace TesseraLib {
 
+class SignaturePolicy;
 class X509Chain;
 
 // Deep copies throughout; setters store copies of what they are given and
@@ -32,10 +33,14 @@ public:
     const X509Chain* GetChain() const { return m_chain.get(); }
     // Stores a clone of `chain`.
     void SetChain(const X509Chain* chain);
+    // The signature policy the check applied (a copy); null when none.
+    const SignaturePolicy* GetSignaturePolicy() const { return m_signaturePolicy.get(); }
+    void SetSignaturePolicy(const SignaturePolicy* policy);
 
 private:
     std::unique_ptr<std::int64_t> m_verifyTime;
     std::unique_ptr<X509Chain> m_chain;
+    std::unique_ptr<SignaturePolicy> m_signaturePolicy;
 };
 
 // The result of checking one time-stamp token: the base's time and path,

@@ -24,4 +24,5 @@ target_sources(tessera_objects PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/CmsSignSize.cpp
     # verification
     ${CMAKE_CURRENT_LIST_DIR}/VerifierCms.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/VerifierTimeStamp.cpp
     ${CMAKE_CURRENT_LIST_DIR}/SignedCmsVerify.cpp)

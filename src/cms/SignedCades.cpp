@@ -253,8 +253,7 @@ void SignedCades::SignerInfo::AddTimeStamp(QorTsp2Lib::TspClient* client) {
         Fail(m_cadesLog, L"AddTimeStamp: Bad parameter - pTspClient is null", ErrInvalidParameter,
              L"SignedCades::SignerInfo - pTspClient=NULL");
     }
-    // The signature time-stamp itself arrives with the time-stamp support.
-    SignedCms::SignerInfo::Upgrade(cptCmsTimeStamp, client);
+    SignedCms::SignerInfo::AddTimeStamp(client);
     if (!m_signatureTimeStamps.IsEmpty()) {
         m_cadesForm = cptCadesT;
         AddLevels(true);

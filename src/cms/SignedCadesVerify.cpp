@@ -126,6 +126,7 @@ void SignedCades::SignerInfo::VerifyDigest(const VerifierCades& verifier,
         m_verifyInfo |= kVerifiedSigningCertificate;
         if (m_hasPolicyId != 0 && verifier.GetCheckSignaturePolicy() != 0 && !isTimeStampToken) {
             m_policyInUse = LoadSignaturePolicy(verifier, &policyStore, &chainPolicy);
+            m_verificationData->SetSignaturePolicy(m_policyInUse);
         }
         if (checkTimeStamps) {
             // A verified time-stamp moves the time of the path and policy checks to its own.

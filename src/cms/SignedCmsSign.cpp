@@ -27,6 +27,7 @@
 #include "QorTextConv.h"
 #include "SignedCms.h"
 #include "SignerCms.h"
+#include "TspClient.h"
 #include "X509Chain.h"
 #include "X509ChainPolicy.h"
 #include "X509Store.h"
@@ -811,10 +812,65 @@ int SignedCms::AddSigningTime(CMS_SignerInfo* signer, ASN1_STRING* time) {
     return 1;
 }
 
-// Signature time-stamps arrive with the time-stamp support.
-void SignedCms::SignerInfo::Upgrade(cptCmsType /*type*/, const QorTsp2Lib::TspClient* /*client*/) {
-    Fail(m_log, L"Upgrade: Signature time-stamps are not implemented.", ErrNotImplemented,
-         L"SignedCms::SignerInfo::Upgrade - signature time-stamps not implemented");
+// ------------------------------------------------------ signature time-stamps
+
+void SignedCms::SignerInfo::Upgrade(cptCmsType type, const QorTsp2Lib::TspClient* client) {
+    TLOG_INFO(m_log, L"Upgrade(Signer:%ls Type:%ld)", m_certificate.GetSubjectStringX500(0).c_str(),
+              static_cast<long>(type));
+    if (type < cptCmsBasic) {
+        TLOG_DEBUG(m_log, L"Upgrade: Invalid requested level.");
+        return;
+    }
+    if (type == cptCmsTimeStamp) {
+        // The client learns the signer's digest when it has none of its own.
+        AddTimeStamp(const_cast<QorTsp2Lib::TspClient*>(client));
+    }
+    if (m_parent != nullptr) {
+        const_cast<SignedCms*>(m_parent)->UpdateSignerCms(*this);
+    }
+}
+
+void SignedCms::SignerInfo::AddTimeStamp(QorTsp2Lib::TspClient* client) {
+    TLOG_DEBUG(m_log, L"Adding timestamp...");
+    if (client == nullptr) {
+        Fail(m_log, L"AddTimeStamp: Bad parameter - pTspClient is null", ErrInvalidParameter,
+             L"SignedCades::SignerInfo - pTspClient=NULL");
+    }
+    if (client->GetHashAlgorithm() == QorTsp2Lib::tspHashNone) {
+        CryptHash::cptHashAlgorithm algorithm = CryptHash::cptHashNone;
+        try {
+            algorithm = CryptHash::GetHashAlgorithmByNID(m_nHashAlgorithm);
+        } catch (const CryptException&) {
+            algorithm = CryptHash::cptHashNone;
+        }
+        if (algorithm == CryptHash::cptHashNone) {
+            Fail(m_log, L"AddTimeStamp: Bad parameter - Hash algorithm not set",
+                 ErrInvalidParameter,
+                 L"SignedCades::SignerInfo - pTspClient->GetHashAlgorithm()=tspHashNone");
+        }
+        // One numbering for both: SHA-1 1 ... SHA-512 5.
+        client->SetHashAlgorithm(static_cast<QorTsp2Lib::tspHashAlgorithm>(algorithm));
+    }
+    const qorstd::QorArray<unsigned char> imprint = ComputeSignatureHash(
+        m_pSigner, static_cast<CryptHash::cptHashAlgorithm>(client->GetHashAlgorithm()));
+    const QorTsp2Lib::TspTimeStamp stamp =
+        client->TimeStamp(imprint.GetData(), imprint.GetSize(), 0);
+    AddUnsignedAttribute(TimeStampAttribute::CreateFromTimeStamp(stamp));
+    ParseSignatureTimeStamps();
+}
+
+void SignedCms::Upgrade(cptCmsType type, const QorTsp2Lib::TspClient* client) {
+    TLOG_INFO(m_log, L"Upgrade(Type:%ld)", static_cast<long>(type));
+    if (m_pCms == nullptr) {
+        Fail(m_log, L"Upgrade: CMS not present - m_pCms is null", ErrNoMessage);
+    }
+    if (GetSignerInfoCount() == 0) {
+        Fail(m_log, L"Upgrade: Signer is not present.", ErrNoSigner);
+    }
+    for (unsigned int i = 0; i < GetSignerInfoCount(); ++i) {
+        SignerInfo copy(*GetSignerInfo(i));
+        copy.Upgrade(type, client);
+    }
 }
 
 }  // namespace TesseraLib

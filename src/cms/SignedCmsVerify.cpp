@@ -8,9 +8,11 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <vector>
 
 #include "CryptException.h"
 #include "CryptUtils.h"
@@ -24,7 +26,9 @@
 #include "SignedCms.h"
 #include "TspException.h"
 #include "VerificationData.h"
+#include "VerifierCades.h"
 #include "VerifierCms.h"
+#include "VerifierTimeStamp.h"
 #include "X509Chain.h"
 #include "x509/X509Bytes.h"
 
@@ -258,11 +262,12 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
     QorExceptionStore kept;
     if (checkTimeStamps) {
         try {
-            // The signature time-stamps are checked under a CAdES verifier
-            // made from `verifier`, at the verify time (now when it is 0);
-            // that verifier arrives with the time-stamp support.
-            logError(L"Signature time-stamp verification is not available.");
-            Fail(ErrNotImplemented, L"VerifierCades");
+            // Under a CAdES verifier with the CMS settings, at the verify
+            // time (now when it is 0).
+            std::int64_t time = verifier.GetVerifyTime() != 0 ? verifier.GetVerifyTime()
+                                                              : CryptUtils::GetCurrentTimeUTC();
+            VerifySignatureTimeStamps(m_signatureTimeStamps, VerifierCades(verifier), time);
+            m_verifyInfo |= kVerifiedSignatureTimeStamps;
         } catch (const qorstd::QorException&) {
             RecordCurrentException(kept);
         } catch (const QorTsp2Lib::TspException&) {
@@ -528,26 +533,95 @@ void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
 
 // ------------------------------------------------- signature time-stamps
 
-void SignedCms::SignerInfo::VerifyTimeStamp(const TimeStampAttribute& /*timeStamp*/,
-                                            const qorstd::QorArray<unsigned char>& /*source*/,
-                                            const VerifierCades& /*verifier*/,
-                                            std::int64_t* /*time*/) {
-    Fail(m_log, L"VerifyTimeStamp: Not implemented.", ErrNotImplemented,
-         L"VerifyTimeStamp: VerifierTimeStamp");
+void SignedCms::SignerInfo::VerifyTimeStamp(const TimeStampAttribute& timeStamp,
+                                            const qorstd::QorArray<unsigned char>& source,
+                                            const VerifierCades& verifier, std::int64_t* time) {
+    TLOG_DEBUG(m_log, L"VerifyTimeStamp()");
+    if (timeStamp.GetValue().IsEmpty()) {
+        Fail(m_log, L"VerifyTimeStamp: Bad parameter - attr.GetValue() is empty",
+             ErrInvalidParameter, L"SignedCades::SignerInfo - attr.GetValue().IsEmpty()");
+    }
+    m_timeStampVerificationData.reset(new TimeStampVerificationData());
+    const std::int64_t verifyTime = verifier.GetVerifyTime();
+    m_timeStampVerificationData->SetVerifyTime(&verifyTime);
+    m_timeStampVerificationData->SetTimeStamp(&timeStamp.GetTimeStamp());
+    X509Chain* built = nullptr;
+    VerifierTimeStamp(&timeStamp.GetTimeStamp()).Verify(source, verifier, time, &built);
+    const std::unique_ptr<X509Chain> chain(built);
+    m_timeStampVerificationData->SetChain(chain.get());
 }
 
-void SignedCms::SignerInfo::VerifySignatureTimeStamp(
-    TimeStampVerificationData* /*data*/, const qorstd::QorArray<unsigned char>& /*source*/,
-    const VerifierCades& /*verifier*/) {
-    Fail(m_log, L"VerifySignatureTimeStamp: Not implemented.", ErrNotImplemented,
-         L"VerifySignatureTimeStamp: VerifierTimeStamp");
+void SignedCms::SignerInfo::VerifySignatureTimeStamp(TimeStampVerificationData* data,
+                                                     const qorstd::QorArray<unsigned char>& source,
+                                                     const VerifierCades& verifier) {
+    TLOG_DEBUG(m_log, L"VerifySignatureTimeStamp()");
+    if (data == nullptr) {
+        Fail(m_log, L"VerifySignatureTimeStamp: Bad parameter - data == NULL", ErrInvalidParameter);
+    }
+    const std::int64_t* verifyTime = data->GetVerifyTime();
+    TLOG_DEBUG(m_log, L"VerifySignatureTimeStamp(VerifyTime: %ls)",
+               x509::FormatLogTime(verifyTime != nullptr ? *verifyTime : 0).c_str());
+    if (data->GetTimeStamp() == nullptr) {
+        Fail(m_log, L"VerifySignatureTimeStamp: Bad parameter - data->timestamp == NULL",
+             ErrInvalidParameter, L"VerifySignatureTimeStamp - data->timestamp == NULL");
+    }
+    data->SetChain(nullptr);
+    std::int64_t time = verifyTime != nullptr ? *verifyTime : 0;
+    X509Chain* built = nullptr;
+    VerifierTimeStamp(data->GetTimeStamp()).Verify(source, verifier, &time, &built);
+    const std::unique_ptr<X509Chain> chain(built);
+    data->SetChain(chain.get());
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamps(
-    qorstd::QorVector<TimeStampAttribute>& /*timeStamps*/, const VerifierCades& /*verifier*/,
-    std::int64_t& /*time*/) {
-    Fail(m_log, L"VerifySignatureTimeStamps: Not implemented.", ErrNotImplemented,
-         L"VerifySignatureTimeStamps: VerifierCades");
+    qorstd::QorVector<TimeStampAttribute>& timeStamps, const VerifierCades& verifier,
+    std::int64_t& time) {
+    TLOG_DEBUG(m_log, L"VerifySignatureTimeStamps()");
+    if (timeStamps.IsEmpty()) {
+        Fail(m_log, L"VerifySignatureTimeStamps: Bad parameter - attrs is empty",
+             ErrInvalidParameter, L"SignedCades::SignerInfo - attrs.IsEmpty()");
+    }
+    if (m_signatureValue.IsEmpty()) {
+        Fail(m_log, L"VerifySignatureTimeStamps: No signature data.", ErrInvalidSignature);
+    }
+    if (!m_timeStampVerificationData) {
+        m_timeStampVerificationData.reset(new TimeStampVerificationData());
+    }
+    m_timeStampVerificationData->SetVerifyTime(&time);
+    // The latest time-stamp with a value is the one checked.
+    std::vector<const TimeStampAttribute*> ordered;
+    for (unsigned int i = 0; i < timeStamps.GetSize(); ++i) {
+        ordered.push_back(&timeStamps[i]);
+    }
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [](const TimeStampAttribute* a, const TimeStampAttribute* b) {
+                         return TimeStampAttribute::CompareByTime(a, b) < 0;
+                     });
+    const TimeStampAttribute* chosen = nullptr;
+    for (auto it = ordered.rbegin(); it != ordered.rend() && chosen == nullptr; ++it) {
+        if ((*it)->GetX509Attr() != nullptr && !(*it)->GetValue().IsEmpty()) {
+            chosen = *it;
+        }
+    }
+    try {
+        if (chosen != nullptr) {
+            m_timeStampVerificationData->SetTimeStamp(&chosen->GetTimeStamp());
+            VerifySignatureTimeStamp(m_timeStampVerificationData.get(), m_signatureValue, verifier);
+        }
+    } catch (const CryptException& e) {
+        TimeStampException::Throw(chosen, e.GetErrorCode(), e.GetErrorMessage().c_str());
+    } catch (const qorstd::QorException& e) {
+        TimeStampException::Throw(chosen, e.GetErrorCode(), e.GetErrorMessage().c_str());
+    } catch (const QorTsp2Lib::TspException&) {
+        throw;
+    } catch (const QorOcsp2Lib::OcspException& e) {
+        TimeStampOcspException::Throw(chosen, e.GetErrorCode(), e.GetErrorMessage().c_str());
+    } catch (...) {
+        TimeStampException::Throw(chosen, ErrInternal, L"");
+    }
+    if (m_timeStampVerificationData->GetTimeStamp() != nullptr) {
+        time = m_timeStampVerificationData->GetTimeStamp()->GetTime();
+    }
 }
 
 }  // namespace TesseraLib

@@ -287,12 +287,16 @@ void SignedCms::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer, const 
     }
 
     m_cadesType = cptCmsBasic;
+    ParseSignatureTimeStamps();
+}
+
+void SignedCms::SignerInfo::ParseSignatureTimeStamps() {
+    RequireSigner(m_log.get(), m_pSigner, L"ParseSignatureTimeStamps");
     qorstd::QorVector<TimeStampAttribute> timeStamps;
-    for (int position =
-             CMS_unsigned_get_attr_by_NID(Mutable(signer), NID_id_smime_aa_timeStampToken, -1);
+    for (int position = CMS_unsigned_get_attr_by_NID(m_pSigner, NID_id_smime_aa_timeStampToken, -1);
          position >= 0; position = CMS_unsigned_get_attr_by_NID(
-                            Mutable(signer), NID_id_smime_aa_timeStampToken, position)) {
-        timeStamps.Add(TimeStampAttribute(CMS_unsigned_get_attr(Mutable(signer), position)));
+                            m_pSigner, NID_id_smime_aa_timeStampToken, position)) {
+        timeStamps.Add(TimeStampAttribute(CMS_unsigned_get_attr(m_pSigner, position)));
     }
     m_signatureTimeStamps = timeStamps;
     if (m_signatureTimeStamps.GetSize() > 0) {

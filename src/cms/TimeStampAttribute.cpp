@@ -12,6 +12,7 @@
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "TspException.h"
+#include "VerifierTimeStamp.h"
 
 namespace qorstd {
 template class QorVector<TesseraLib::TimeStampAttribute>;
@@ -125,6 +126,46 @@ TimeStampAttribute TimeStampAttribute::CreateFromTimeStamp(const QorTsp2Lib::Tsp
     created.m_attr = CreateTokenAttribute(token.GetData(), token.GetSize());
     created.m_timeStamp = stamp;
     return created;
+}
+
+TimeStampAttribute TimeStampAttribute::CreateFromToken(const unsigned char* der,
+                                                       unsigned int length) {
+    if (der == nullptr || length == 0 || length > 0x7FFFFFFFu) {
+        Fail(ErrAsn1Encoding);
+    }
+    const X509AttributePtr attr(X509_ATTRIBUTE_create_by_NID(
+        nullptr, NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE, der, static_cast<int>(length)));
+    if (!attr) {
+        Fail(ErrAsn1Encoding);
+    }
+    return TimeStampAttribute(attr.get());
+}
+
+TimeStampAttribute TimeStampAttribute::CreateFromToken(const qorstd::QorArray<unsigned char>& der) {
+    return CreateFromToken(der.GetData(), der.GetSize());
+}
+
+int TimeStampAttribute::CompareByTime(const TimeStampAttribute* a, const TimeStampAttribute* b) {
+    if (a == nullptr) {
+        Fail(ErrInvalidParameter, L"pAttr1 is null");
+    }
+    if (b == nullptr) {
+        Fail(ErrInvalidParameter, L"pAttr2 is null");
+    }
+    const std::int64_t first = a->m_timeStamp.GetTime();
+    const std::int64_t second = b->m_timeStamp.GetTime();
+    return first < second ? -1 : (first > second ? 1 : 0);
+}
+
+void TimeStampAttribute::Verify(const qorstd::QorArray<unsigned char>& msg,
+                                const VerifierCades& verifier, std::int64_t* time,
+                                X509Chain** chain) const {
+    TLOG_DEBUG(m_log, L"Verify()");
+    if (GetValue().IsEmpty()) {
+        Fail(m_log, L"Verify: Invalid operation - attribute is empty", ErrInvalidState,
+             L"TimeStampAttribute - GetValue().IsEmpty()");
+    }
+    VerifierTimeStamp(&m_timeStamp).Verify(msg, verifier, time, chain);
 }
 
 }  // namespace TesseraLib

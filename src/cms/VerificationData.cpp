@@ -1,5 +1,6 @@
 #include "VerificationData.h"
 
+#include "SignaturePolicy.h"
 #include "X509Chain.h"
 
 namespace qorstd {
@@ -32,15 +33,19 @@ std::unique_ptr<qorstd::QorException> CloneOf(const qorstd::QorException* except
 VerificationData::VerificationData() = default;
 
 VerificationData::VerificationData(const VerificationData& other)
-    : m_verifyTime(CopyOf(other.m_verifyTime.get())), m_chain(CloneOf(other.m_chain.get())) {}
+    : m_verifyTime(CopyOf(other.m_verifyTime.get())),
+      m_chain(CloneOf(other.m_chain.get())),
+      m_signaturePolicy(CopyOf(other.m_signaturePolicy.get())) {}
 
 VerificationData& VerificationData::operator=(const VerificationData& other) {
     if (this != &other) {
         // Copy first: a failure leaves this object as it was.
         std::unique_ptr<std::int64_t> time = CopyOf(other.m_verifyTime.get());
         std::unique_ptr<X509Chain> chain = CloneOf(other.m_chain.get());
+        std::unique_ptr<SignaturePolicy> policy = CopyOf(other.m_signaturePolicy.get());
         m_verifyTime = std::move(time);
         m_chain = std::move(chain);
+        m_signaturePolicy = std::move(policy);
     }
     return *this;
 }
@@ -54,6 +59,11 @@ VerificationData* VerificationData::Clone() const {
 void VerificationData::Reset() {
     m_verifyTime.reset();
     m_chain.reset();
+    m_signaturePolicy.reset();
+}
+
+void VerificationData::SetSignaturePolicy(const SignaturePolicy* policy) {
+    m_signaturePolicy = CopyOf(policy);
 }
 
 void VerificationData::SetVerifyTime(const std::int64_t* time) {

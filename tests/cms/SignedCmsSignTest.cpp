@@ -287,8 +287,8 @@ TEST_F(SignTest, SignerProblemsAreReportedBeforeSigning) {
     EXPECT_EQ(CodeOf([&] { SignedCms().Sign(m_signer, basic, 0); }), ErrNoContent)
         << "no content to sign";
     EXPECT_EQ(CodeOf([&] { SignedCms().CoSign(m_signer); }), ErrNoMessage) << "nothing to co-sign";
-    EXPECT_EQ(sign(m_signer, SignedCms::cptCmsTimeStamp), ErrNotImplemented)
-        << "signature time-stamps are not there yet";
+    EXPECT_EQ(sign(m_signer, SignedCms::cptCmsTimeStamp), ErrInvalidParameter)
+        << "a time-stamp without a time-stamp client";
 }
 
 // A key whose private operation fails the way a token reports it: the

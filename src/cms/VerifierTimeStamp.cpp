@@ -1,0 +1,189 @@
+// One time-stamp token checked against its data: imprint and time, the TSA
+// signer, and the token's own CAdES verification, with the first failure of
+// the first group reported even when a later group fails too.
+#include "VerifierTimeStamp.h"
+
+#include <cstring>
+#include <exception>
+#include <memory>
+
+#include "CryptException.h"
+#include "CryptHash.h"
+#include "CryptUtils.h"
+#include "ExceptionRecording.h"
+#include "Failure.h"
+#include "LogChannel.h"
+#include "OcspException.h"
+#include "QorExceptionStore.h"
+#include "SignedCades.h"
+#include "TspException.h"
+#include "VerifierCades.h"
+#include "X509Chain.h"
+
+namespace TesseraLib {
+
+namespace {
+
+constexpr const wchar_t* kChannelName = L"VerifierTimeStamp";
+constexpr const char* kOidTimeStamping = "1.3.6.1.5.5.7.3.8";
+
+// Runs `step`, keeping its failure in `kept` (the first one only).
+template <class Step>
+bool Kept(QorExceptionStore& kept, Step&& step) {
+    try {
+        step();
+        return true;
+    } catch (const qorstd::QorException&) {
+        RecordCurrentException(kept);
+    } catch (const QorTsp2Lib::TspException&) {
+        RecordCurrentException(kept);
+    } catch (const QorOcsp2Lib::OcspException&) {
+        RecordCurrentException(kept);
+    } catch (const std::exception&) {
+        RecordCurrentException(kept);
+    }
+    return false;
+}
+
+bool HasUsage(const X509Certificate& cert, const char* oid) {
+    const qorstd::QorVector<qorstd::QorString>& usages = cert.GetExtendedKeyUsages();
+    for (unsigned int i = 0; i < usages.GetSize(); ++i) {
+        if (usages[i].compare(oid) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+VerifierTimeStamp::VerifierTimeStamp() : VerifierTimeStamp(nullptr) {}
+
+VerifierTimeStamp::VerifierTimeStamp(const QorTsp2Lib::TspTimeStamp* timeStamp)
+    : m_timeStamp(timeStamp), m_log(std::make_unique<LogChannel>(kChannelName)) {}
+
+VerifierTimeStamp::VerifierTimeStamp(const VerifierTimeStamp& other)
+    : VerifierTimeStamp(other.m_timeStamp) {}
+
+VerifierTimeStamp& VerifierTimeStamp::operator=(const VerifierTimeStamp& other) {
+    m_timeStamp = other.m_timeStamp;
+    return *this;
+}
+
+VerifierTimeStamp::~VerifierTimeStamp() = default;
+
+void VerifierTimeStamp::Reset() {
+    m_timeStamp = nullptr;
+}
+
+void VerifierTimeStamp::Verify(const qorstd::QorArray<unsigned char>& msg,
+                               const VerifierCades& verifier, std::int64_t* time,
+                               X509Chain** chain) {
+    TLOG_DEBUG(m_log, L"Verify()");
+    if (m_timeStamp == nullptr) {
+        Fail(m_log, L"Verify: Invalid operation - timestamp is not set", ErrInternal,
+             L"_timestamp == NULL");
+    }
+    if (msg.IsEmpty()) {
+        Fail(m_log, L"Verify: Bad parameter - msg is empty", ErrInvalidParameter,
+             L"TimeStampAttribute - msg.IsEmpty()");
+    }
+    CryptHash digest(static_cast<CryptHash::cptHashAlgorithm>(
+        m_timeStamp->GetMessageImprint().GetHashAlgorithm()));
+    digest.Update(msg);
+    qorstd::QorArray<unsigned char> hash;
+    digest.Finish(hash);
+    VerifyDigest(hash, verifier, time, chain);
+}
+
+void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash,
+                                     const VerifierCades& verifier, std::int64_t* time,
+                                     X509Chain** chain) {
+    TLOG_DEBUG(m_log, L"VerifyDigest()");
+    if (m_timeStamp == nullptr) {
+        Fail(m_log, L"VerifyDigest: Invalid operation - timestamp is not set", ErrInternal,
+             L"_timestamp == NULL");
+    }
+    if (verifier.GetChainPolicy() == nullptr) {
+        Fail(m_log, L"VerifyDigest: Bad parameter - chain policy is not set", ErrInvalidParameter,
+             L"TimeStampAttribute - policy == NULL");
+    }
+    const std::unique_ptr<SignedCades> token(verifier.CreateSignatureObject());
+    QorExceptionStore kept;
+
+    // Imprint and time.
+    Kept(kept, [&] {
+        if (hash.IsEmpty()) {
+            Fail(m_log, L"VerifyDigest: Bad parameter - hash is empty", ErrInvalidParameter,
+                 L"TimeStampAttribute - hash.IsEmpty()");
+        }
+        if (chain != nullptr) {
+            *chain = nullptr;
+        }
+        const std::int64_t at = verifier.GetVerifyTime() != 0 ? verifier.GetVerifyTime()
+                                                              : CryptUtils::GetCurrentTimeUTC();
+        if (verifier.GetCompareTsTimeVerifyTime() != 0) {
+            if (m_timeStamp->GetTime() > at) {
+                Fail(m_log,
+                     L"VerifyDigest: Verify time is not valid - timestamp's time is higher than "
+                     L"verify time.",
+                     ErrTimeStampAfterVerifyTime);
+            }
+        } else {
+            TLOG_DEBUG(m_log, L"VerifyDigest: TS time with VerifyTime comparision disabled.");
+        }
+        if (time != nullptr) {
+            *time = m_timeStamp->GetTime();
+        }
+        const QorTsp2Lib::TspArray<unsigned char>& imprint =
+            m_timeStamp->GetMessageImprint().GetHashedMessage();
+        if (imprint.GetSize() != hash.GetSize() ||
+            std::memcmp(imprint.GetData(), hash.GetData(), hash.GetSize()) != 0) {
+            Fail(m_log, L"VerifyDigest: hash != stamp_hash", ErrHashMismatch,
+                 L"TimeStampAttribute - hash != stamp_hash");
+        }
+    });
+
+    // The TSA signer.
+    try {
+        const QorTsp2Lib::TspArray<unsigned char> der = m_timeStamp->Encode(1);
+        token->Decode(der.GetData(), static_cast<long>(der.GetSize()));
+        if (token->GetSignerInfoCount() == 0) {
+            Fail(m_log, L"VerifyDigest: TsaSigners is empty", ErrSignerCertNotFound,
+                 L"TsaSigners is empty");
+        }
+        if (token->GetSignerInfoCount() > 1) {
+            Fail(m_log, L"VerifyDigest: Multiple TSA signers found.", ErrInvalidMessageFormat,
+                 L"Tsa Signers count > 1");
+        }
+        const SignedCades::SignerInfo* signer = token->GetSignerInfo(0);
+        if (signer == nullptr) {
+            Fail(m_log, L"VerifyDigest: SignerInfo 0 is not a SignedCades. Bad usage ?",
+                 ErrInvalidParameter, L"SignerInfo 0 is not a SignedCades");
+        }
+        if (!signer->GetSignatureTimeStamps().IsEmpty()) {
+            Fail(m_log, L"VerifyDigest: tsa_signer.GetSignatureTimeStamps() is not empty",
+                 ErrInvalidMessageFormat, L"tsa_signer.GetSignatureTimeStamps() > 0");
+        }
+        if (signer->GetCertificate().GetX509() == nullptr) {
+            Fail(m_log, L"VerifyDigest: tsa_signer.GetCertificate() is null",
+                 ErrInvalidMessageFormat, L"tsa_cert.GetX509() = NULL");
+        }
+        if (!HasUsage(signer->GetCertificate(), kOidTimeStamping)) {
+            Fail(m_log, L"VerifyDigest: tsa_cert error", ErrCertUsage);
+        }
+    } catch (...) {
+        kept.ReThrow();
+        throw;
+    }
+
+    // The token as a CAdES message, its path checked for time-stamping.
+    Kept(kept, [&] { token->Verify(verifier, SignedCades::cptCadesNone); });
+    const SignedCades::SignerInfo* signer = token->GetSignerInfo(0);
+    if (chain != nullptr && signer != nullptr && signer->GetX509Chain() != nullptr) {
+        *chain = signer->GetX509Chain()->Clone();
+    }
+    kept.ReThrow();
+}
+
+}  // namespace TesseraLib
