@@ -2,7 +2,7 @@
 # fuzz_mime_type_attribute.sh OUTDIR: writes MIME-type attributes made with
 # `openssl asn1parse -genconf` — ASCII and non-ASCII UTF-8 types, an empty
 # one, invalid UTF-8, a PrintableString value, two values — and broken ones:
-# no value, another attribute type, a truncated one.
+# no value, another attribute type, a truncated one, a primitive SET.
 set -euo pipefail
 out=$1
 work=$(mktemp -d)
@@ -38,4 +38,6 @@ attribute other-type 1.2.840.113549.1.9.3 "UTF8:text/plain"
 oid='\x06\x06\x04\x00\x8d\x45\x02\x01'
 printf "\x30\x12$oid\x31\x08\x0c\x06text\xff/" >"$out/seed-invalid-utf8.der"
 printf "\x30\x0a$oid\x31\x00" >"$out/seed-no-value.der"
+# A SET in primitive form: OpenSSL reads it, but not its own encoding of it.
+printf "\x30\x0e$oid\x11\x04\x20\x02\x30\x00" >"$out/seed-primitive-set.der"
 head -c 20 "$out/seed-pdf.der" >"$out/seed-truncated.der"

@@ -4,7 +4,8 @@
 # default SHA-256, v2 with SHA-384 and SHA-512 identifiers, v2 without
 # issuerSerial, two entries with policies — and broken ones: another issuer,
 # a SHA-1-sized hash under SHA-256, an unknown digest, no entries, a value
-# that is no SEQUENCE, no value, another attribute type, a truncated one.
+# that is no SEQUENCE, no value, another attribute type, a truncated one, a
+# primitive SET.
 set -euo pipefail
 out=$1
 work=$(mktemp -d)
@@ -104,4 +105,6 @@ write('v1-octets', attribute(V1, tlv(0x04, sha1)))
 write('v2-no-value', attribute(V2))
 write('other-type', attribute('1.2.840.113549.1.9.3', seq(seq(cert_id(sha1)))))
 write('v2-truncated', attribute(V2, seq(seq(cert_id(sha256))))[:-7])
+# A SET in primitive form: OpenSSL reads it, but not its own encoding of it.
+write('primitive-set', seq(oid(V2), bytes.fromhex('110420023000')))
 PY

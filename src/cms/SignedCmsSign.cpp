@@ -12,6 +12,7 @@
 #include <openssl/objects.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <functional>
@@ -221,6 +222,36 @@ void FreeAttributeView(STACK_OF(X509_ATTRIBUTE) * view) {
     sk_X509_ATTRIBUTE_free(view);
 }
 using AttributeView = OpenSslPtr<STACK_OF(X509_ATTRIBUTE), FreeAttributeView>;
+
+// Puts the signer's signed attributes into DER SET OF order. The message
+// encodes them sorted anyway, but OpenSSL checks a signer info in memory in
+// the order it holds them: a message verified right after it was signed
+// must hold them as they were signed.
+bool SortSignedAttributes(CMS_SignerInfo* signer) {
+    std::vector<std::pair<std::vector<unsigned char>, X509AttributePtr>> sorted;
+    while (CMS_signed_get_attr_count(signer) > 0) {
+        X509AttributePtr attr(CMS_signed_delete_attr(signer, 0));
+        unsigned char* der = nullptr;
+        const int length = attr ? i2d_X509_ATTRIBUTE(attr.get(), &der) : -1;
+        const OpenSslBytesPtr owned(der);
+        if (length <= 0) {
+            return false;
+        }
+        sorted.emplace_back(std::vector<unsigned char>(der, der + length), std::move(attr));
+    }
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
+        // DER orders SET OF elements as octet strings, the shorter padded with zeros.
+        const std::size_t common = std::min(a.first.size(), b.first.size());
+        const int compared = std::memcmp(a.first.data(), b.first.data(), common);
+        return compared != 0 ? compared < 0 : a.first.size() < b.first.size();
+    });
+    for (auto& entry : sorted) {
+        if (CMS_signed_add1_attr(signer, entry.second.get()) != 1) {
+            return false;
+        }
+    }
+    return true;
+}
 
 // Copies the state of the chain's digest for `nid` into `out`.
 bool CopyChainDigest(BIO* chain, int nid, EVP_MD_CTX* out) {
@@ -762,6 +793,9 @@ int SignedCms::SignSigner(CMS_SignerInfo* signer, unsigned int flags) {
         return 0;
     }
 
+    if (!SortSignedAttributes(signer)) {
+        return 0;
+    }
     AttributeView attributes(sk_X509_ATTRIBUTE_new_null());
     if (!attributes) {
         return 0;

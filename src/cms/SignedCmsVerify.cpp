@@ -302,8 +302,12 @@ const x509_st* SignedCms::SignerInfo::LocateSignerCertificate(const wchar_t* ope
             LogOperationError(m_log.get(), operation, L"Signer's certificate not found.");
             Fail(ErrSignerCertNotFound);
         }
-        CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
     }
+    // Also for an attached certificate: a signer info this container has
+    // just signed still holds the signing key, whose key object need not
+    // verify (a token key, a replaced private operation); the certificate's
+    // public key always does.
+    CMS_SignerInfo_set1_signer_cert(m_pSigner, const_cast<X509*>(certificate));
     KeepCertificate(m_certificate, certificate);
     return certificate;
 }

@@ -19,7 +19,11 @@ X509_ATTRIBUTE* Duplicate(const X509_ATTRIBUTE* attr) {
     }
     X509_ATTRIBUTE* copy = X509_ATTRIBUTE_dup(attr);
     if (copy == nullptr) {
-        Fail(ErrOutOfMemory, L"X509_ATTRIBUTE_dup() failed");
+        // OpenSSL duplicates by encoding and decoding again: an attribute it
+        // read leniently from malformed DER may not read back from its own
+        // encoding, which is a decoding failure, not a lack of memory.
+        const bool outOfMemory = ERR_GET_REASON(ERR_peek_last_error()) == ERR_R_MALLOC_FAILURE;
+        Fail(outOfMemory ? ErrOutOfMemory : ErrAsn1Decoding, L"X509_ATTRIBUTE_dup() failed");
     }
     return copy;
 }

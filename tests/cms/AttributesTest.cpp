@@ -189,6 +189,11 @@ TEST(AttributesTest, DecodersRefuseEmptyInputAndOtherAttributeTypes) {
               }),
               ErrAsn1Decoding)
         << "no attribute at all";
+    // A SET in primitive form, which OpenSSL reads but cannot duplicate.
+    const Bytes primitiveSet = Tlv(0x30, Join({{0x06, 0x06, 0x04, 0x00, 0x8D, 0x45, 0x02, 0x01},
+                                               {0x11, 0x04, 0x20, 0x02, 0x30, 0x00}}));
+    EXPECT_EQ(CodeOf([&] { mime.Decode(Array(primitiveSet)); }), ErrAsn1Decoding)
+        << "malformed input, not a lack of memory";
 
     const SigningCertificateAttribute unreadable = AttributeOf(kV2, Tlv(0x30, {0x02, 0x01, 0x05}));
     EXPECT_EQ(unreadable.GetCertificateIdentifiers().GetSize(), 0u)

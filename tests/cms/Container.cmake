@@ -24,3 +24,10 @@ target_link_libraries(tessera_cades_tests PRIVATE tessera OpenSSL::Crypto)
 target_compile_definitions(tessera_cades_tests PRIVATE
     TESSERA_VECTORS_DIR="${CMAKE_SOURCE_DIR}/tests/vectors")
 tessera_discover_tests(tessera_cades_tests)
+
+# Signature time-stamps against the loopback TSA and in-process tokens.
+tessera_add_gtest(tessera_timestamp_tests TimeStampTest.cpp)
+target_link_libraries(tessera_timestamp_tests PRIVATE tessera OpenSSL::Crypto)
+target_compile_definitions(tessera_timestamp_tests PRIVATE
+    TESSERA_VECTORS_DIR="${CMAKE_SOURCE_DIR}/tests/vectors")
+tessera_discover_tests(tessera_timestamp_tests FIXTURES_REQUIRED "tsa;http")
