@@ -12,3 +12,10 @@ add_test(NAME cli.verify
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_verify.sh $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.verify PROPERTIES
     ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED ocsp TIMEOUT 60)
+
+# `tessera sign --cades` and `tessera verify` over CAdES signatures, judged by
+# `openssl cms -verify -cades`; the http fixture serves the policy.
+add_test(NAME cli.cades
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_cades.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.cades PROPERTIES
+    ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED http TIMEOUT 120)

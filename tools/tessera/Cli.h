@@ -85,6 +85,9 @@ int PrintError(const std::string& command, int code, const wchar_t* description,
 // escaped, other bytes (UTF-8) passed through.
 std::string JsonString(const std::string& text);
 
+// The texts as a JSON array of strings, on one line.
+std::string JsonArray(const std::vector<std::string>& items);
+
 // The name of a CRL reason code (RFC 5280), "none given" for -1.
 const char* ReasonName(int reason);
 

@@ -124,14 +124,6 @@ void PrintText(const Report& r) {
     std::printf("self-signed:        %s\n", r.selfSigned ? "yes" : "no");
 }
 
-std::string JsonArray(const std::vector<std::string>& items) {
-    std::string out = "[";
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        out += (i == 0 ? "" : ", ") + JsonString(items[i]);
-    }
-    return out + "]";
-}
-
 void PrintJson(const Report& r) {
     std::printf("{\n");
     std::printf("  \"subject\": %s,\n", JsonString(r.subject).c_str());

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Cli.h"
-#include "SignerCms.h"
+#include "SignerCades.h"
 #include "X509Store.h"
 
 namespace tessera_cli {
@@ -20,12 +20,14 @@ namespace tessera_cli {
 const std::set<std::string>& SignerOptions();
 
 // What one signing command signs with. Not copyable: the signer points at
-// the stores beside it. A PKCS#11 set-up is undone on destruction,
+// the stores beside it. The signer is a CAdES one so that the CAdES options
+// add to the CMS set-up instead of repeating it; a plain CMS signature
+// ignores what it adds. A PKCS#11 set-up is undone on destruction,
 // after the signer has let go of the token's key.
 struct SignerSetup {
     TesseraLib::X509MemoryStore trustStore;
     TesseraLib::X509MemoryStore extraStore;
-    TesseraLib::SignerCms signer;
+    TesseraLib::SignerCades signer;
     bool pkcs11 = false;
 
     SignerSetup() = default;

@@ -144,13 +144,23 @@ const std::vector<Command>& Commands() {
         {"sign",
          "--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
          "--key-id slot_X-id_Y --pin PIN) [--include none|signer|chain|whole] [--trust FILE] "
-         "[--extra FILE] [--hash sha1|sha256|sha384|sha512] [--detached] [--no-attrs] [--pem] "
-         "IN OUT",
-         "make a CMS signature of a file", kSignerOptions + "--detached\tleave the content out\n",
+         "[--extra FILE] [--hash sha1|sha256|sha384|sha512] [--cades bes|epes] [--policy FILE] "
+         "[--mime TYPE] [--detached] [--no-attrs] [--pem] IN OUT",
+         "make a CMS signature of a file, or with --cades a CAdES signature",
+         kSignerOptions +
+             "--cades FORM\tsign as CAdES: bes (with a signing-certificate attribute) or epes "
+             "(also naming the --policy); here --no-attrs leaves out the signing time alone\n"
+             "--policy FILE\tthe signature policy (DER) an epes signature names by its OID and "
+             "stored hash (required with epes)\n"
+             "--mime TYPE\ta MIME-type attribute with the content's media type, e.g. "
+             "application/pdf (CAdES only)\n"
+             "--detached\tleave the content out\n",
          "tessera sign " + kSigner +
              " --detached document.pdf document.p7s\n"
              "tessera sign --p12 signer.p12 --password secret --include chain document.pdf "
-             "document.p7s\n",
+             "document.p7s\n"
+             "tessera sign " +
+             kSigner + " --cades epes --policy policy.der in.pdf out.p7s\n",
          RunSign},
         {"sign-digest", "SIGNER [--no-attrs] [--pem] --digest HEX OUT",
          "make a detached CMS signature over a digest of the content made elsewhere with the "
@@ -172,9 +182,13 @@ const std::vector<Command>& Commands() {
          "tessera estimate " + kSigner + " --detached document.pdf\n", RunEstimate},
         {"verify",
          "SIG [--content FILE | --digest HEX] [--trust FILE] [--extra FILE] [--crl FILE] "
-         "[--mode crl|ocsp|either] [--fetch] [--time ISO8601] [--verify none|signer|chain]",
+         "[--mode crl|ocsp|either] [--fetch] [--time ISO8601] [--verify none|signer|chain] "
+         "[--cades] [--policy FILE | --policy-url URL] [--check-policy] "
+         "[--ignore-signed-attr OID] [--json]",
          "verify every signer of a CMS signature (DER, or PEM labelled CMS or PKCS7) and show "
-         "the checks each passed; the exit status is 0 only when all signers are valid",
+         "the checks each passed; signers with a signing-certificate attribute are verified as "
+         "CAdES signers and shown with their form, levels and policy; the exit status is 0 only "
+         "when all signers are valid",
          "--content FILE\tthe signed content of a detached signature\n"
          "--digest HEX\tinstead of --content, the content's digest in hexadecimal, made with the "
          "signer's digest algorithm\n" +
@@ -182,9 +196,22 @@ const std::vector<Command>& Commands() {
              "--verify LEVEL\thow far the signer certificate is checked: none, signer (its "
              "validity and, when the issuer is at hand, the issuer's signature) or chain (the "
              "path to a --trust anchor with revocation); default chain with --trust, else "
-             "signer\n",
+             "signer\n"
+             "--cades\tverify every signer as CAdES, so that one without a signing-certificate "
+             "attribute fails\n"
+             "--policy FILE\tthe signature policy (DER) a signer names: shows which digest of "
+             "it the signer's policy hash is (fields, whole file or none) and serves "
+             "--check-policy\n"
+             "--policy-url URL\tinstead of --policy, download the policy for --check-policy\n"
+             "--check-policy\tapply the policy a signer names: its OID, signing period, rules "
+             "and trust conditions, on top of the path check (--verify chain, the default then); "
+             "a trust point of the policy replaces the --trust anchors\n"
+             "--ignore-signed-attr OID\ta signed attribute the policy mandates that the check "
+             "skips (repeatable)\n"
+             "--json\tprint one JSON object instead of text\n",
          "tessera verify document.p7s --content document.pdf --trust root.pem --crl ca.crl\n"
-         "tessera verify attached.p7s --verify signer\n",
+         "tessera verify attached.p7s --verify signer\n"
+         "tessera verify cades.p7s --trust root.pem --policy policy.der --check-policy --json\n",
          RunVerify},
     };
     return commands;

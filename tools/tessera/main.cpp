@@ -155,6 +155,14 @@ std::string JsonString(const std::string& text) {
     return out + "\"";
 }
 
+std::string JsonArray(const std::vector<std::string>& items) {
+    std::string out = "[";
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        out += (i == 0 ? "" : ", ") + JsonString(items[i]);
+    }
+    return out + "]";
+}
+
 const char* ReasonName(int reason) {
     static const char* const names[] = {
         "unspecified",   "keyCompromise",        "cACompromise",    "affiliationChanged",
