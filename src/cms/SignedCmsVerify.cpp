@@ -114,6 +114,23 @@ int ContentFailureCode(unsigned long error) {
     return ErrSignatureVerification;
 }
 
+// Checks a token against `source`; the TSA's path it built is kept in
+// `data`, also when the check fails.
+void CheckTokenKeepingPath(VerifierTimeStamp checker, const qorstd::QorArray<unsigned char>& source,
+                           const VerifierCades& verifier, std::int64_t* time,
+                           VerificationData* data) {
+    X509Chain* built = nullptr;
+    try {
+        checker.Verify(source, verifier, time, &built);
+    } catch (...) {
+        const std::unique_ptr<X509Chain> chain(built);
+        data->SetChain(chain.get());
+        throw;
+    }
+    const std::unique_ptr<X509Chain> chain(built);
+    data->SetChain(chain.get());
+}
+
 // The signer certificate found is kept on the signer info unless it holds
 // that certificate already.
 void KeepCertificate(X509Certificate& kept, const x509_st* certificate) {
@@ -549,10 +566,8 @@ void SignedCms::SignerInfo::VerifyTimeStamp(const TimeStampAttribute& timeStamp,
     const std::int64_t verifyTime = verifier.GetVerifyTime();
     m_timeStampVerificationData->SetVerifyTime(&verifyTime);
     m_timeStampVerificationData->SetTimeStamp(&timeStamp.GetTimeStamp());
-    X509Chain* built = nullptr;
-    VerifierTimeStamp(&timeStamp.GetTimeStamp()).Verify(source, verifier, time, &built);
-    const std::unique_ptr<X509Chain> chain(built);
-    m_timeStampVerificationData->SetChain(chain.get());
+    CheckTokenKeepingPath(VerifierTimeStamp(&timeStamp.GetTimeStamp()), source, verifier, time,
+                          m_timeStampVerificationData.get());
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamp(TimeStampVerificationData* data,
@@ -571,10 +586,7 @@ void SignedCms::SignerInfo::VerifySignatureTimeStamp(TimeStampVerificationData* 
     }
     data->SetChain(nullptr);
     std::int64_t time = verifyTime != nullptr ? *verifyTime : 0;
-    X509Chain* built = nullptr;
-    VerifierTimeStamp(data->GetTimeStamp()).Verify(source, verifier, &time, &built);
-    const std::unique_ptr<X509Chain> chain(built);
-    data->SetChain(chain.get());
+    CheckTokenKeepingPath(VerifierTimeStamp(data->GetTimeStamp()), source, verifier, &time, data);
 }
 
 void SignedCms::SignerInfo::VerifySignatureTimeStamps(
