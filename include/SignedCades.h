@@ -119,6 +119,10 @@ public:
         std::unique_ptr<LogChannel> m_cadesLog;
 
     private:
+        // A signer the CMS layer has parsed already: only the CAdES
+        // attributes are read.
+        SignerInfo(const SignedCades* parent, const SignedCms::SignerInfo& parsed);
+        void ParseCadesAttributes();
         x509_attributes_st* SingleAttribute(const char* oid, const wchar_t* operation,
                                             const wchar_t* what, int notFound, int multiple) const;
         void AddLevels(bool timeStamped);

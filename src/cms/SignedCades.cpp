@@ -75,6 +75,24 @@ SignedCades::SignerInfo::SignerInfo(const SignedCades* parent, const CMS_SignerI
     ParseSignerInfo(signer, certificate);
 }
 
+SignedCades::SignerInfo::SignerInfo(const SignedCades* parent, const SignedCms::SignerInfo& parsed)
+    : SignedCms::SignerInfo(parsed),
+      m_cadesParent(parent),
+      m_policyInUse(nullptr),
+      m_cadesForm(cptCadesNone),
+      m_hasPolicyId(0),
+      m_cadesLog(std::make_unique<LogChannel>(kSignerChannelName)) {
+    m_parent = parent;
+    if (m_pSigner == nullptr) {
+        Fail(m_cadesLog, L"ParseSignerInfo: Bad parameter - pSigner is null", ErrInvalidParameter,
+             L"SignedCades::SignerInfo - pSigner=NULL");
+    }
+    if (CMS_signed_get_attr_count(m_pSigner) <= 0) {
+        Fail(m_cadesLog, L"ParseSignerInfo: No signed attributes.", ErrInvalidMessageFormat);
+    }
+    ParseCadesAttributes();
+}
+
 SignedCades::SignerInfo::SignerInfo(const SignerInfo& other)
     : SignedCms::SignerInfo(other),
       m_cadesParent(other.m_cadesParent),
@@ -126,12 +144,16 @@ void SignedCades::SignerInfo::ParseSignerInfo(const CMS_SignerInfo* signer,
         Fail(m_cadesLog, L"ParseSignerInfo: No signed attributes.", ErrInvalidMessageFormat);
     }
     m_cadesForm = cptCadesNone;
+    SignedCms::SignerInfo::ParseSignerInfo(signer, certificate);
+    ParseCadesAttributes();
+}
+
+void SignedCades::SignerInfo::ParseCadesAttributes() {
+    m_cadesForm = cptCadesNone;
     m_levelEstimate.RemoveAll();
     m_signingCertificate.Reset();
     m_signaturePolicy.Reset();
     m_mimeType.Reset();
-    SignedCms::SignerInfo::ParseSignerInfo(signer, certificate);
-
     if (HasSignedAttribute(kOidSigningCertificate) != 0 ||
         HasSignedAttribute(kOidSigningCertificateV2) != 0) {
         m_signingCertificate = SigningCertificateAttribute(GetSigningCertAttr());
@@ -308,9 +330,7 @@ void SignedCades::ParseCms(CMS_ContentInfo* cms) {
         if (info.GetSigner() == nullptr) {
             Fail(ErrInternal);
         }
-        SignerInfo cades(this, info.GetSigner(), info.GetCertificate().GetX509());
-        cades.m_version = info.GetVersion();
-        signers->Add(cades);
+        signers->Add(SignerInfo(this, info));
     }
     m_pvCadesSigners = std::move(signers);
 }

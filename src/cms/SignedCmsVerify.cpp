@@ -519,7 +519,9 @@ const x509_st* SignedCms::SignerInfo::FindSignerCertificate(
 void SignedCms::SignerInfo::VerifyCertificate(const x509_st* certificate,
                                               VerifierCms::cptVerifyOption option,
                                               const std::int64_t& time, X509ChainPolicy* policy) {
-    const X509Certificate cert(certificate);
+    // The signer certificate is usually the one already read.
+    const X509Certificate cert =
+        m_certificate.GetX509() == certificate ? m_certificate : X509Certificate(certificate);
     X509Certificate::cptVerifyOption certOption = X509Certificate::cptVerifyTimeValidity;
     std::unique_ptr<X509Certificate> issuer;
     if (option == VerifierCms::cptVerifyWholeChain) {
