@@ -12,6 +12,7 @@
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "QorTextConv.h"
+#include "cms/AttributeDer.h"
 
 namespace TesseraLib {
 
@@ -83,17 +84,9 @@ void MimeTypeAttribute::Reset() {
 }
 
 void MimeTypeAttribute::Decode(const qorstd::QorArray<unsigned char>& der) {
-    if (der.GetSize() == 0) {
-        Fail(m_log, L"Decode: Bad parameter - attr is empty", ErrInvalidParameter,
-             L"MimeTypeAttribute - attr is empty");
-    }
-    const X509AttributePtr attr =
-        qorssl::DecodeWhole<X509AttributePtr>(d2i_X509_ATTRIBUTE, der.GetData(), der.GetSize());
-    if (!attr) {
-        Reset();
-        Fail(m_log, L"Decode: d2i_X509_ATTRIBUTE() failed.", ErrAsn1Decoding);
-    }
-    Decode(static_cast<const x509_attributes_st*>(attr.get()));
+    cms::DecodeAttributeDer(
+        m_log.get(), der, L"MimeTypeAttribute - attr is empty", [this] { Reset(); },
+        [this](const x509_attributes_st* attr) { Decode(attr); });
 }
 
 void MimeTypeAttribute::Decode(const x509_attributes_st* attr) {

@@ -13,6 +13,7 @@
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "X509Certificate.h"
+#include "cms/AttributeDer.h"
 #include "cms/CmsOid.h"
 #include "cms/att_signcertv2.h"
 
@@ -197,17 +198,9 @@ void SigningCertificateAttribute::Reset() {
 }
 
 void SigningCertificateAttribute::Decode(const qorstd::QorArray<unsigned char>& der) {
-    if (der.GetSize() == 0) {
-        Fail(m_log, L"Decode: Bad parameter - attr is empty", ErrInvalidParameter,
-             L"SigningCertificateAttribute - attr is empty");
-    }
-    const X509AttributePtr attr =
-        qorssl::DecodeWhole<X509AttributePtr>(d2i_X509_ATTRIBUTE, der.GetData(), der.GetSize());
-    if (!attr) {
-        Reset();
-        Fail(m_log, L"Decode: d2i_X509_ATTRIBUTE() failed.", ErrAsn1Decoding);
-    }
-    Decode(static_cast<const x509_attributes_st*>(attr.get()));
+    cms::DecodeAttributeDer(
+        m_log.get(), der, L"SigningCertificateAttribute - attr is empty", [this] { Reset(); },
+        [this](const x509_attributes_st* attr) { Decode(attr); });
 }
 
 void SigningCertificateAttribute::Decode(const x509_attributes_st* attr) {

@@ -13,6 +13,7 @@
 #include "QorDer.h"
 #include "TspException.h"
 #include "VerifierTimeStamp.h"
+#include "cms/AttributeDer.h"
 
 namespace qorstd {
 template class QorVector<TesseraLib::TimeStampAttribute>;
@@ -77,17 +78,9 @@ void TimeStampAttribute::Reset() {
 }
 
 void TimeStampAttribute::Decode(const qorstd::QorArray<unsigned char>& der) {
-    if (der.GetSize() == 0) {
-        Fail(m_log, L"Decode: Bad parameter - attr is empty", ErrInvalidParameter,
-             L"TimeStampAttribude - attr is empty");
-    }
-    const X509AttributePtr attr =
-        qorssl::DecodeWhole<X509AttributePtr>(d2i_X509_ATTRIBUTE, der.GetData(), der.GetSize());
-    if (!attr) {
-        Reset();
-        Fail(m_log, L"Decode: d2i_X509_ATTRIBUTE() failed.", ErrAsn1Decoding);
-    }
-    Decode(static_cast<const x509_attributes_st*>(attr.get()));
+    cms::DecodeAttributeDer(
+        m_log.get(), der, L"TimeStampAttribude - attr is empty", [this] { Reset(); },
+        [this](const x509_attributes_st* attr) { Decode(attr); });
 }
 
 void TimeStampAttribute::Decode(const x509_attributes_st* attr) {

@@ -7,6 +7,10 @@
 
 #include "CryptException.h"
 #include "Failure.h"
+#include "LogChannel.h"
+#include "OpenSslPtr.h"
+#include "QorDer.h"
+#include "cms/AttributeDer.h"
 #include "cms/CmsOid.h"
 
 namespace TesseraLib {
@@ -119,4 +123,22 @@ qorstd::QorArray<unsigned char> X509Attribute::Encode() const {
     return der;
 }
 
+namespace cms {
+
+void DecodeAttributeDer(const LogChannel* log, const qorstd::QorArray<unsigned char>& der,
+                        const wchar_t* emptyMessage, const std::function<void()>& reset,
+                        const std::function<void(const x509_attributes_st*)>& decode) {
+    if (der.GetSize() == 0) {
+        Fail(log, L"Decode: Bad parameter - attr is empty", ErrInvalidParameter, emptyMessage);
+    }
+    const X509AttributePtr attr =
+        qorssl::DecodeWhole<X509AttributePtr>(d2i_X509_ATTRIBUTE, der.GetData(), der.GetSize());
+    if (!attr) {
+        reset();
+        Fail(log, L"Decode: d2i_X509_ATTRIBUTE() failed.", ErrAsn1Decoding);
+    }
+    decode(attr.get());
+}
+
+}  // namespace cms
 }  // namespace TesseraLib

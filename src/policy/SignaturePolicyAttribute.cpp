@@ -13,6 +13,7 @@
 #include "QorDer.h"
 #include "QorTextConv.h"
 #include "SignaturePolicy.h"
+#include "cms/AttributeDer.h"
 #include "policy/PolicyParse.h"
 #include "policy/att_sigpolicyid.h"
 
@@ -128,15 +129,9 @@ void SignaturePolicyAttribute::Reset() {
 }
 
 void SignaturePolicyAttribute::Decode(const qorstd::QorArray<unsigned char>& der) {
-    if (der.GetSize() == 0) {
-        Fail(ErrInvalidParameter, L"SignaturePolicyAttribute - attr is empty");
-    }
-    const X509AttributePtr attr =
-        qorssl::DecodeWhole<X509AttributePtr>(d2i_X509_ATTRIBUTE, der.GetData(), der.GetSize());
-    if (!attr) {
-        Fail(ErrAsn1Decoding);
-    }
-    Decode(static_cast<const x509_attributes_st*>(attr.get()));
+    cms::DecodeAttributeDer(
+        nullptr, der, L"SignaturePolicyAttribute - attr is empty", [this] { Reset(); },
+        [this](const x509_attributes_st* attr) { Decode(attr); });
 }
 
 void SignaturePolicyAttribute::Decode(const x509_attributes_st* attr) {
