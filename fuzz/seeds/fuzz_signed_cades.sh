@@ -78,43 +78,13 @@ sign two "${signer[@]}" -signer other.pem -inkey other.key -nodetach
 # A policy identifier (and a MIME type) added to the signed attributes of
 # bes.der, which are then signed again with the signer's key.
 epes() {  # NAME POLICY-OID [MIME]
-    /usr/bin/python3 - "$out/bes.der" signer.key "$policy_hash" "$out/$1.der" "$2" "${3:-}" <<'PY'
+    PYTHONPATH="$here" /usr/bin/python3 - "$out/bes.der" signer.key "$policy_hash" "$out/$1.der" "$2" "${3:-}" <<'PY'
 import subprocess
 import sys
 
+from der import children, oid, tlv
+
 source, key, policy_hash, target, policy_oid, mime = sys.argv[1:7]
-
-def tlv(tag, body):
-    n = len(body)
-    head = bytes([n]) if n < 0x80 else (b'\x81' + bytes([n]) if n < 0x100 else
-                                        b'\x82' + n.to_bytes(2, 'big'))
-    return bytes([tag]) + head + body
-
-def children(der):  # the elements inside one TLV
-    def header(p):
-        n = der[p + 1]
-        if n < 0x80:
-            return 2, n
-        k = n & 0x7F
-        return 2 + k, int.from_bytes(der[p + 2:p + 2 + k], 'big')
-    h, n = header(0)
-    p, end, out = h, h + n, []
-    while p < end:
-        hh, nn = header(p)
-        out.append(der[p:p + hh + nn])
-        p += hh + nn
-    return out
-
-def oid(dotted):
-    arcs = [int(a) for a in dotted.split('.')]
-    body = bytes([40 * arcs[0] + arcs[1]])
-    for arc in arcs[2:]:
-        chunk = [arc & 0x7F]
-        while arc > 0x7F:
-            arc >>= 7
-            chunk.insert(0, 0x80 | (arc & 0x7F))
-        body += bytes(chunk)
-    return tlv(0x06, body)
 
 def attribute(type_oid, value):
     return tlv(0x30, oid(type_oid) + tlv(0x31, value))

@@ -44,29 +44,10 @@ printf 'V\t400101000000Z\t\t1001\tunknown\t/CN=Seed Leaf\n' >"$work/index.txt"
 openssl ocsp -issuer "$work/root.pem" -cert "$work/leaf.pem" -reqout "$work/req.der" 2>/dev/null
 openssl ocsp -index "$work/index.txt" -rsigner "$work/root.pem" -rkey "$work/root.key" \
     -CA "$work/root.pem" -reqin "$work/req.der" -respout "$work/ocsp.der" 2>/dev/null
-/usr/bin/python3 - "$out/seed-attached.der" "$work/ocsp.der" "$out/seed-ocsp.der" <<'PY'
+PYTHONPATH="$here" /usr/bin/python3 - "$out/seed-attached.der" "$work/ocsp.der" "$out/seed-ocsp.der" <<'PY'
 import sys
 
-def tlv(tag, body):
-    n = len(body)
-    head = bytes([n]) if n < 0x80 else (b'\x81' + bytes([n]) if n < 0x100 else
-                                        b'\x82' + n.to_bytes(2, 'big'))
-    return bytes([tag]) + head + body
-
-def children(der):  # the elements inside one TLV
-    def header(p):
-        n = der[p + 1]
-        if n < 0x80:
-            return 2, n
-        k = n & 0x7F
-        return 2 + k, int.from_bytes(der[p + 2:p + 2 + k], 'big')
-    h, n = header(0)
-    p, end, out = h, h + n, []
-    while p < end:
-        hh, nn = header(p)
-        out.append(der[p:p + hh + nn])
-        p += hh + nn
-    return out
+from der import children, tlv
 
 message = open(sys.argv[1], 'rb').read()
 ocsp = open(sys.argv[2], 'rb').read()

@@ -8,6 +8,7 @@
 # primitive SET.
 set -euo pipefail
 out=$1
+here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir -p "$out"
@@ -24,41 +25,11 @@ dF/LQAIgUtqHZbXm5lVv6lLloaJVhk1aDtLR/T/jk15va62/dTo=
 -----END CERTIFICATE-----
 PEM
 openssl x509 -in "$work/signer.pem" -outform DER -out "$work/signer.der"
-/usr/bin/python3 - "$work/signer.der" "$out" <<'PY'
+PYTHONPATH="$here" /usr/bin/python3 - "$work/signer.der" "$out" <<'PY'
 import hashlib
 import sys
 
-def tlv(tag, body):
-    n = len(body)
-    head = bytes([n]) if n < 0x80 else (b'\x81' + bytes([n]) if n < 0x100 else
-                                        b'\x82' + n.to_bytes(2, 'big'))
-    return bytes([tag]) + head + body
-
-def children(der):  # the elements inside one TLV
-    def header(p):
-        n = der[p + 1]
-        if n < 0x80:
-            return 2, n
-        k = n & 0x7F
-        return 2 + k, int.from_bytes(der[p + 2:p + 2 + k], 'big')
-    h, n = header(0)
-    p, end, out = h, h + n, []
-    while p < end:
-        hh, nn = header(p)
-        out.append(der[p:p + hh + nn])
-        p += hh + nn
-    return out
-
-def oid(dotted):
-    parts = [int(x) for x in dotted.split('.')]
-    body = bytes([parts[0] * 40 + parts[1]])
-    for v in parts[2:]:
-        chunk = [v & 0x7F]
-        while v > 0x7F:
-            v >>= 7
-            chunk.insert(0, 0x80 | (v & 0x7F))
-        body += bytes(chunk)
-    return tlv(0x06, body)
+from der import children, oid, tlv
 
 def seq(*parts):
     return tlv(0x30, b''.join(parts))
