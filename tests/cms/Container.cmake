@@ -25,9 +25,12 @@ target_compile_definitions(tessera_cades_tests PRIVATE
     TESSERA_VECTORS_DIR="${CMAKE_SOURCE_DIR}/tests/vectors")
 tessera_discover_tests(tessera_cades_tests)
 
-# Signature time-stamps against the loopback TSA and in-process tokens.
+# Signature time-stamps against the loopback TSA and in-process tokens; the
+# failing TSAs are the http fixture's. The two fixtures are one list value,
+# whose separator survives the rounds of list splitting on its way to the
+# generated test files only escaped this often.
 tessera_add_gtest(tessera_timestamp_tests TimeStampTest.cpp)
 target_link_libraries(tessera_timestamp_tests PRIVATE tessera OpenSSL::Crypto)
 target_compile_definitions(tessera_timestamp_tests PRIVATE
     TESSERA_VECTORS_DIR="${CMAKE_SOURCE_DIR}/tests/vectors")
-tessera_discover_tests(tessera_timestamp_tests FIXTURES_REQUIRED "tsa;http")
+tessera_discover_tests(tessera_timestamp_tests FIXTURES_REQUIRED "tsa\\\\\\\\\\\\\\\\\\;http")

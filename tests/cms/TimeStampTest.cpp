@@ -206,10 +206,21 @@ TEST_F(LoopbackTsaTest, AFailingTsaLeavesTheSignatureAsItWas) {
     SignedCades cades(Array(kText));
     cades.Sign(Signer(), SignedCades::cptCadesBes, 0);
     const Bytes before = Der(cades);
+    // Canned replies served as files: a refusal, and a granted reply to
+    // another request (its nonce is not the client's).
+    const Bytes request = TestTsa::Request(EVP_sha256(), Bytes(32, 0x11), Bytes{1, 2, 3, 4}, true);
+    TsaReply refusal;
+    refusal.refuseStatus = 2;  // rejection
+    const Bytes rejected = P().tsa.Respond(request, refusal), other = P().tsa.Respond(request);
+    WriteTextFile(ServerDir("http") + "/root/rejected.tsr",
+                  std::string(rejected.begin(), rejected.end()));
+    WriteTextFile(ServerDir("http") + "/root/other.tsr", std::string(other.begin(), other.end()));
     const std::string base = ServerFile("http", "url");
     for (const std::string& url :
-         {base + "/status/500", base + "/garbage", std::string("http://127.0.0.1:1/tsa")}) {
+         {base + "/status/500", base + "/garbage", base + "/file/rejected.tsr",
+          base + "/file/other.tsr", base + "/slow/3", std::string("http://127.0.0.1:1/tsa")}) {
         QorTsp2Lib::TspClient failing(std::wstring(url.begin(), url.end()).c_str());
+        failing.SetTotalTimeout(1);
         int code = 0;
         try {
             cades.Upgrade(SignedCades::cptCadesT, &failing);
