@@ -111,5 +111,32 @@ printf 'Tessera demo document, changed\n' >"$work/tampered.txt"
 step "Changed content does not match the detached signature" \
      "tessera verify detached.p7s --content tampered.txt $trust --verify chain"
 
+# CAdES: a signature policy of the public vectors, an EPES signature naming
+# it (the demo's signer is not under its trust point, so the policy is only
+# named and its hash checked, not applied), and a time-stamped signature.
+icp=$root/tests/vectors/policies/PA_AD_RB_v2_3.der
+step "A signature policy (DER), as the library reads it (the first lines)" \
+     "tessera policy $icp | cut -c1-100 | sed -n 1,8p"
+step "A CAdES-EPES signature that names this policy" \
+     "tessera sign $signer --cades epes --policy $icp document.txt epes.p7s"
+step "Its form, levels and the policy hash checked against the document" \
+     "tessera verify epes.p7s $trust --verify chain --policy $icp"
+if [ -s "$servers/tsa/url" ]; then
+    # The TSA certificate's path is checked with revocation too: a CRL of
+    # the fixture's CA over its own index.
+    (
+        cd "$servers/tsa/pki" &&
+            printf '[ca]\ndefault_ca=tsa\n[tsa]\ndatabase=index.txt\ncrlnumber=crlnumber\ndefault_md=sha256\ndefault_crl_days=30\n' >crl.cnf &&
+            echo 01 >crlnumber &&
+            openssl ca -config crl.cnf -gencrl -keyfile ca.key.pem -cert ca.pem -out "$pki/tsa.crl"
+    ) >/dev/null 2>&1
+    step "A CAdES-T signature: the loopback TSA time-stamps the signature value" \
+         "tessera sign $signer --tsa $(cat "$servers/tsa/url") document.txt cades-t.p7s"
+    step "Verified with the TSA's anchor: the time-stamp's time, its authority and result" \
+         "tessera verify cades-t.p7s $trust --crl pki/tsa.crl --tsa-trust $servers/tsa/ca.pem --verify chain"
+    step "A second time-stamp added later, for a signature that must outlive the first" \
+         "tessera upgrade cades-t.p7s --tsa $(cat "$servers/tsa/url") cades-t2.p7s && tessera info cades-t2.p7s | grep unsignedAttr"
+fi
+
 step "A mistyped command is refused with the usage text and exit code 2" "tessera sgin"
 printf '\nDemo finished.\n'

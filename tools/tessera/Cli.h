@@ -123,5 +123,6 @@ int RunSign(const std::vector<std::string>& args);
 int RunSignDigest(const std::vector<std::string>& args);
 int RunCosign(const std::vector<std::string>& args);
 int RunEstimate(const std::vector<std::string>& args);
+int RunUpgrade(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

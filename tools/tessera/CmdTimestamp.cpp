@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Cli.h"
+#include "CmsCli.h"
 #include "QorTsp2.h"
 
 namespace tessera_cli {
@@ -100,7 +101,7 @@ int RunTimestamp(const std::vector<std::string>& args) {
     if (!HashFile(input, QorTsp2Lib::GetHashName(algorithm), &digest)) {
         return kExitFailure;
     }
-    QorTsp2Lib::TspClient client(std::wstring(url.begin(), url.end()).c_str());
+    QorTsp2Lib::TspClient client = TspClientFor(url);
     client.SetHashAlgorithm(algorithm);
     const QorTsp2Lib::TspTimeStamp stamp =
         client.TimeStamp(digest.data(), static_cast<unsigned int>(digest.size()), 0);

@@ -2,7 +2,7 @@
 //                [--trust FILE] [--extra FILE] [--crl FILE] [--mode crl|ocsp|either] [--fetch]
 //                [--time ISO8601] [--verify none|signer|chain] [--cades]
 //                [--policy FILE | --policy-url URL] [--check-policy]
-//                [--ignore-signed-attr OID] [--json]
+//                [--ignore-signed-attr OID] [--tsa-trust FILE] [--json]
 //
 // Verifies every signer of the CMS signature SIG (DER, or PEM labelled CMS or
 // PKCS7) and prints, per signer, its subject, the result and the checks that
@@ -32,6 +32,10 @@
 // top of the path check (its default then); a trust point of the policy
 // replaces the --trust anchors. --ignore-signed-attr OID (repeatable) skips
 // a signed attribute the policy mandates.
+//
+// A signer with signature time-stamps has its latest one checked; its time,
+// the authority that made it and the result are printed. --tsa-trust FILE
+// (repeatable) adds anchors for the authorities' paths to the trust store.
 #include <openssl/cms.h>
 #include <openssl/objects.h>
 
@@ -42,10 +46,12 @@
 #include "ChainCli.h"
 #include "Cli.h"
 #include "CmsCli.h"
+#include "CryptException.h"
 #include "SignaturePolicy.h"
 #include "SignaturePolicyClient.h"
 #include "SignedCades.h"
 #include "SignedCms.h"
+#include "TspException.h"
 #include "VerifierCades.h"
 
 namespace tessera_cli {
@@ -71,6 +77,12 @@ struct SignerReport {
     bool valid = false;
     std::vector<std::string> checked;
     Failure failure;  // when not valid
+    // The signature time-stamp checked: the latest of stampCount.
+    unsigned int stampCount = 0;
+    long long stampTime = 0;
+    std::string stampTsa;      // empty when the token carries no certificate
+    bool stampValid = false;   // bit kVerifiedSignatureTimeStamps
+    bool stampFailed = false;  // `failure` came from the time-stamp check
 };
 
 // Takes the flag `name` out of `args`; whether it was there.
@@ -171,6 +183,37 @@ std::string SubjectOf(const SignedCms::SignerInfo& signer) {
     return Narrow(signer.GetCertificate().GetSubjectStringX500(0).c_str());
 }
 
+// The time-stamp the verification checked, else the latest one by time.
+const QorTsp2Lib::TspTimeStamp& CheckedStamp(const SignedCms::SignerInfo& signer) {
+    if (signer.GetTimeStamp() != nullptr) {
+        return *signer.GetTimeStamp();
+    }
+    const qorstd::QorVector<TesseraLib::TimeStampAttribute>& stamps =
+        signer.GetSignatureTimeStamps();
+    const TesseraLib::TimeStampAttribute* latest = &stamps[0];
+    for (unsigned int i = 1; i < stamps.GetSize(); ++i) {
+        if (TesseraLib::TimeStampAttribute::CompareByTime(&stamps[i], latest) > 0) {
+            latest = &stamps[i];
+        }
+    }
+    return latest->GetTimeStamp();
+}
+
+// The signature time-stamp values of a signer, read after its verification.
+void DescribeStamp(const SignedCms::SignerInfo& signer, SignerReport* report) {
+    report->stampCount = signer.GetSignatureTimeStamps().GetSize();
+    if (report->stampCount == 0) {
+        return;
+    }
+    const QorTsp2Lib::TspTimeStamp& stamp = CheckedStamp(signer);
+    report->stampTime = stamp.GetTime();
+    if (stamp.GetTsaCertificate() != nullptr) {
+        report->stampTsa = stamp.GetTsaCertificate()->GetSubjectText().c_str();
+    }
+    report->stampValid =
+        (signer.GetVerifyInfo() & SignedCms::SignerInfo::kVerifiedSignatureTimeStamps) != 0;
+}
+
 // The CAdES values of a signer, read after its verification; `document` is
 // the policy document at hand (may be null).
 void DescribeCades(const SignedCades::SignerInfo& signer, const SignaturePolicy* document,
@@ -220,6 +263,22 @@ void PrintText(const SignerReport& report, unsigned int index) {
             std::printf("    MIME:    %s\n", report.mimeType.c_str());
         }
     }
+    if (report.stampCount != 0) {
+        std::printf("    Time-stamp: %s", FormatUtc(report.stampTime).c_str());
+        if (report.stampCount > 1) {
+            std::printf(", the latest of %u", report.stampCount);
+        }
+        std::printf("\n        TSA:    %s\n", report.stampTsa.empty()
+                                                  ? "(no certificate in the token)"
+                                                  : report.stampTsa.c_str());
+        if (report.stampValid) {
+            std::printf("        Result: ok\n");
+        } else if (report.stampFailed && report.failure.coded) {
+            std::printf("        Result: error %d\n", report.failure.code);
+        } else {
+            std::printf("        Result: not checked\n");
+        }
+    }
     std::printf("    Result:  %s\n", report.valid ? "valid" : "invalid");
     std::printf("    Checked: %s\n", Joined(report.checked).c_str());
     if (report.valid) {
@@ -241,6 +300,20 @@ std::string JsonOrNull(const std::string& text) {
     return text.empty() ? "null" : JsonString(text);
 }
 
+std::string StampJson(const SignerReport& r) {
+    if (r.stampCount == 0) {
+        return "null";
+    }
+    const bool failed = !r.stampValid && r.stampFailed && r.failure.coded;
+    return "{\"count\": " + std::to_string(r.stampCount) +
+           ", \"time\": " + std::to_string(r.stampTime) + ", \"tsa\": " + JsonOrNull(r.stampTsa) +
+           ", \"result\": \"" +
+           (r.stampValid ? "ok"
+            : failed     ? "failed"
+                         : "not checked") +
+           "\", \"errorCode\": " + (failed ? std::to_string(r.failure.code) : "null") + "}";
+}
+
 void PrintJson(long long verifyTime, const std::vector<SignerReport>& reports,
                unsigned int passed) {
     std::printf("{\n  \"verificationTime\": %lld,\n  \"signers\": [", verifyTime);
@@ -254,6 +327,7 @@ void PrintJson(long long verifyTime, const std::vector<SignerReport>& reports,
         std::printf("      \"policyOid\": %s,\n", JsonOrNull(r.policyOid).c_str());
         std::printf("      \"policyHashCheck\": %s,\n", JsonOrNull(r.policyHash).c_str());
         std::printf("      \"mimeType\": %s,\n", JsonOrNull(r.mimeType).c_str());
+        std::printf("      \"timeStamp\": %s,\n", StampJson(r).c_str());
         std::printf("      \"valid\": %s,\n", r.valid ? "true" : "false");
         std::printf("      \"checked\": %s,\n", JsonArray(r.checked).c_str());
         if (r.valid) {
@@ -298,10 +372,10 @@ int ReadRequest(const std::vector<std::string>& args, Request* request) {
     request->json = TakeFlag(&options, "--json");
     request->allCades = TakeFlag(&options, "--cades");
     request->checkPolicy = TakeFlag(&options, "--check-policy");
-    const Arguments& parsed = request->parsed =
-        ParseArguments(kCommand, options,
-                       {"--content", "--digest", "--trust", "--extra", "--crl", "--mode", "--time",
-                        "--verify", "--policy", "--policy-url", "--ignore-signed-attr"});
+    const Arguments& parsed = request->parsed = ParseArguments(
+        kCommand, options,
+        {"--content", "--digest", "--trust", "--extra", "--crl", "--mode", "--time", "--verify",
+         "--policy", "--policy-url", "--ignore-signed-attr", "--tsa-trust"});
     if (!parsed.error.empty()) {
         return UsageError(parsed.error);
     }
@@ -364,13 +438,30 @@ int ReadRequest(const std::vector<std::string>& args, Request* request) {
 // Runs `verify` (which throws what the library throws) and fills the result
 // and the checks passed; a failure ends this signer's check, not the
 // command, so that the others are still checked.
+// A failure of the time-stamp check is noted before it ends the signer's
+// check as any other does.
 template <class Verify>
 void RunCheck(Verify verify, const SignedCms::SignerInfo& signer,
               VerifierCms::cptVerifyOption option, SignerReport* report) {
-    report->valid = RunCatching(verify, &report->failure);
+    const auto noting = [&verify, report] {
+        try {
+            verify();
+        } catch (const TesseraLib::TimeStampException&) {
+            report->stampFailed = true;
+            throw;
+        } catch (const TesseraLib::TimeStampOcspException&) {
+            report->stampFailed = true;
+            throw;
+        } catch (const QorTsp2Lib::TspException&) {
+            report->stampFailed = true;
+            throw;
+        }
+    };
+    report->valid = RunCatching(noting, &report->failure);
     report->checked = ChecksPassed(signer.GetVerifyInfo(), option);
     // After verifying, which may have found the certificate.
     report->subject = SubjectOf(signer);
+    DescribeStamp(signer, report);
 }
 
 }  // namespace
@@ -385,6 +476,19 @@ int RunVerify(const std::vector<std::string>& args) {
     const int setupStatus = BuildChainSetup(kCommand, request.parsed, request.fetch, &setup);
     if (setupStatus != kExitOk) {
         return setupStatus;
+    }
+    // The authorities' anchors join the store the whole check trusts.
+    const auto tsaTrust = request.parsed.options.find("--tsa-trust");
+    if (tsaTrust != request.parsed.options.end()) {
+        for (const std::string& path : tsaTrust->second) {
+            std::vector<TesseraLib::X509Certificate> certs;
+            if (!ReadCertificateFile(kCommand, path, &certs)) {
+                return kExitFailure;
+            }
+            for (const TesseraLib::X509Certificate& cert : certs) {
+                setup.trustStore.AddCertificate(cert);
+            }
+        }
     }
     std::vector<unsigned char> der;
     if (!ReadSignatureFile(kCommand, request.parsed.positional[0], &der)) {

@@ -284,6 +284,10 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
     return kExitOk;
 }
 
+QorTsp2Lib::TspClient TspClientFor(const std::string& url) {
+    return QorTsp2Lib::TspClient(std::wstring(url.begin(), url.end()).c_str());
+}
+
 bool ParseHex(const std::string& text, std::vector<unsigned char>* bytes) {
     if (text.empty() || text.size() % 2 != 0 ||
         text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {

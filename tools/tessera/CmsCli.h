@@ -1,7 +1,8 @@
 // What the CMS commands share: the signer of the signing commands (sign,
 // sign-digest, cosign, estimate), a certificate with its private key from a
 // PEM key file, a PKCS#12 file or a PKCS#11 token, and the signer's options;
-// hexadecimal digests; signature files read and written.
+// the time-stamp client; hexadecimal digests; signature files read and
+// written.
 #pragma once
 
 #include <set>
@@ -10,6 +11,7 @@
 
 #include "Cli.h"
 #include "SignerCades.h"
+#include "TspClient.h"
 #include "X509Store.h"
 
 namespace tessera_cli {
@@ -48,6 +50,10 @@ struct SignerSetup {
 // are thrown.
 int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttributes,
                SignerSetup* setup);
+
+// The client every command that asks a time-stamp authority uses (timestamp,
+// sign --tsa, upgrade), for the address `url`.
+QorTsp2Lib::TspClient TspClientFor(const std::string& url);
 
 // Hexadecimal text as bytes; false for an odd length or a non-hex digit.
 bool ParseHex(const std::string& text, std::vector<unsigned char>* bytes);

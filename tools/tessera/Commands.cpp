@@ -145,8 +145,9 @@ const std::vector<Command>& Commands() {
          "--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
          "--key-id slot_X-id_Y --pin PIN) [--include none|signer|chain|whole] [--trust FILE] "
          "[--extra FILE] [--hash sha1|sha256|sha384|sha512] [--cades bes|epes] [--policy FILE] "
-         "[--mime TYPE] [--detached] [--no-attrs] [--pem] IN OUT",
-         "make a CMS signature of a file, or with --cades a CAdES signature",
+         "[--mime TYPE] [--tsa URL] [--detached] [--no-attrs] [--pem] IN OUT",
+         "make a CMS signature of a file, or with --cades a CAdES signature, and with --tsa a "
+         "time-stamped one (CAdES-T)",
          kSignerOptions +
              "--cades FORM\tsign as CAdES: bes (with a signing-certificate attribute) or epes "
              "(also naming the --policy); here --no-attrs leaves out the signing time alone\n"
@@ -154,13 +155,18 @@ const std::vector<Command>& Commands() {
              "stored hash (required with epes)\n"
              "--mime TYPE\ta MIME-type attribute with the content's media type, e.g. "
              "application/pdf (CAdES only)\n"
+             "--tsa URL\tadd a signature time-stamp from this time-stamp authority; the form is "
+             "bes unless --cades epes is given, and nothing is written when the authority fails\n"
              "--detached\tleave the content out\n",
          "tessera sign " + kSigner +
              " --detached document.pdf document.p7s\n"
              "tessera sign --p12 signer.p12 --password secret --include chain document.pdf "
              "document.p7s\n"
              "tessera sign " +
-             kSigner + " --cades epes --policy policy.der in.pdf out.p7s\n",
+             kSigner +
+             " --cades epes --policy policy.der in.pdf out.p7s\n"
+             "tessera sign " +
+             kSigner + " --tsa http://tsa.example/ in.pdf out.p7s\n",
          RunSign},
         {"sign-digest", "SIGNER [--no-attrs] [--pem] --digest HEX OUT",
          "make a detached CMS signature over a digest of the content made elsewhere with the "
@@ -180,15 +186,26 @@ const std::vector<Command>& Commands() {
          "signing (SIGNER: the signer options of sign)",
          kSignerOptions + "--detached\tfor a signature without the content\n",
          "tessera estimate " + kSigner + " --detached document.pdf\n", RunEstimate},
+        {"upgrade", "SIG --tsa URL [--type t|t-if-missing] [--pem] OUT",
+         "add a signature time-stamp to every CAdES signer of SIG (DER, or PEM labelled CMS or "
+         "PKCS7); OUT is written only when every signer got what --type asks for",
+         "--tsa URL\tthe time-stamp authority's address (required)\n"
+         "--type TYPE\tt (default): add a time-stamp to every signer; t-if-missing: only to "
+         "signers without one\n"
+         "--pem\twrite PEM labelled CMS instead of DER\n",
+         "tessera upgrade signed.p7s --tsa http://tsa.example/ stamped.p7s\n"
+         "tessera upgrade signed.p7s --tsa http://tsa.example/ --type t-if-missing out.p7s\n",
+         RunUpgrade},
         {"verify",
          "SIG [--content FILE | --digest HEX] [--trust FILE] [--extra FILE] [--crl FILE] "
          "[--mode crl|ocsp|either] [--fetch] [--time ISO8601] [--verify none|signer|chain] "
          "[--cades] [--policy FILE | --policy-url URL] [--check-policy] "
-         "[--ignore-signed-attr OID] [--json]",
+         "[--ignore-signed-attr OID] [--tsa-trust FILE] [--json]",
          "verify every signer of a CMS signature (DER, or PEM labelled CMS or PKCS7) and show "
          "the checks each passed; signers with a signing-certificate attribute are verified as "
-         "CAdES signers and shown with their form, levels and policy; the exit status is 0 only "
-         "when all signers are valid",
+         "CAdES signers and shown with their form, levels and policy; a signer's latest "
+         "signature time-stamp is checked and shown with its time, authority and result; the "
+         "exit status is 0 only when all signers are valid",
          "--content FILE\tthe signed content of a detached signature\n"
          "--digest HEX\tinstead of --content, the content's digest in hexadecimal, made with the "
          "signer's digest algorithm\n" +
@@ -208,10 +225,13 @@ const std::vector<Command>& Commands() {
              "a trust point of the policy replaces the --trust anchors\n"
              "--ignore-signed-attr OID\ta signed attribute the policy mandates that the check "
              "skips (repeatable)\n"
+             "--tsa-trust FILE\tanchors (PEM or DER) for the paths of the time-stamp "
+             "authorities, added to the --trust anchors (repeatable)\n"
              "--json\tprint one JSON object instead of text\n",
          "tessera verify document.p7s --content document.pdf --trust root.pem --crl ca.crl\n"
          "tessera verify attached.p7s --verify signer\n"
-         "tessera verify cades.p7s --trust root.pem --policy policy.der --check-policy --json\n",
+         "tessera verify cades.p7s --trust root.pem --policy policy.der --check-policy --json\n"
+         "tessera verify stamped.p7s --trust root.pem --tsa-trust tsa-root.pem\n",
          RunVerify},
     };
     return commands;

@@ -13,6 +13,7 @@
 #include <openssl/evp.h>
 #include <openssl/ocsp.h>
 #include <openssl/pkcs12.h>
+#include <openssl/pkcs7.h>
 #include <openssl/rsa.h>
 #include <openssl/ts.h>
 #include <openssl/x509.h>
@@ -46,6 +47,8 @@ using TsMsgImprintPtr = OpenSslPtr<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
 using TsReqPtr = OpenSslPtr<TS_REQ, TS_REQ_free>;
 using TsRespPtr = OpenSslPtr<TS_RESP, TS_RESP_free>;
 using TsTstInfoPtr = OpenSslPtr<TS_TST_INFO, TS_TST_INFO_free>;
+using TsVerifyCtxPtr = OpenSslPtr<TS_VERIFY_CTX, TS_VERIFY_CTX_free>;
+using Pkcs7Ptr = OpenSslPtr<PKCS7, PKCS7_free>;
 using X509AlgorPtr = OpenSslPtr<X509_ALGOR, X509_ALGOR_free>;
 using EvpMdCtxPtr = OpenSslPtr<EVP_MD_CTX, EVP_MD_CTX_free>;
 using EvpMdPtr = OpenSslPtr<EVP_MD, EVP_MD_free>;
