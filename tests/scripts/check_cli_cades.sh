@@ -20,38 +20,7 @@ vectors=$(cd "$(dirname "$0")/../vectors" && pwd)
 source "$(dirname "$0")/cli_lib.sh"
 trap 'rm -rf "$scratch" "$TESSERA_TEST_SERVERS/http/root/$served"' EXIT
 
-cat >ca.cnf <<'CNF'
-[ca]
-default_ca = test
-[test]
-database = index.txt
-new_certs_dir = .
-serial = serial
-crlnumber = crlnumber
-default_md = sha256
-policy = any_name
-[any_name]
-organizationName = optional
-commonName = supplied
-[root_ext]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
-subjectKeyIdentifier = hash
-[signer_ext]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityKeyIdentifier = keyid
-CNF
-: >index.txt; echo 1000 >serial; echo 1000 >crlnumber
-issue() {  # NAME SUBJECT EXTENSIONS END [CA options...]
-    openssl req -new -newkey rsa:2048 -nodes -keyout "$1.key" -subj "$2" -out "$1.csr" 2>/dev/null
-    openssl ca -batch -config ca.cnf -in "$1.csr" -startdate 20240101000000Z -enddate "$4" \
-        -extensions "$3" -notext -out "$1.pem" "${@:5}" 2>/dev/null
-}
-issue root "/O=Tessera Test/CN=CLI CAdES Root" root_ext 20440101000000Z -selfsign -keyfile root.key
-issue signer "/O=Tessera Test/CN=CLI CAdES Signer" signer_ext 20340101000000Z \
-    -cert root.pem -keyfile root.key
-openssl ca -config ca.cnf -cert root.pem -keyfile root.key -gencrl -crl_lastupdate 20240601000000Z \
-    -crl_nextupdate 20260101000000Z -out crl.pem 2>/dev/null
+rsa_pki "CLI CAdES" 20240601000000Z 20260101000000Z
 
 cat >policy.cnf <<'CNF'
 asn1 = SEQUENCE:policy

@@ -15,41 +15,7 @@ failing=$(cat "$TESSERA_TEST_SERVERS/http/url")/status/500
 vectors=$(cd "$(dirname "$0")/../vectors" && pwd)
 source "$(dirname "$0")/cli_lib.sh"
 
-cat >ca.cnf <<'CNF'
-[ca]
-default_ca = test
-[test]
-database = index.txt
-new_certs_dir = .
-serial = serial
-crlnumber = crlnumber
-default_md = sha256
-policy = any_name
-crl_extensions = crl_ext
-[any_name]
-organizationName = optional
-commonName = supplied
-[root_ext]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
-subjectKeyIdentifier = hash
-[signer_ext]
-keyUsage = critical,digitalSignature,nonRepudiation
-authorityKeyIdentifier = keyid
-[crl_ext]
-authorityKeyIdentifier = keyid:always
-CNF
-: >index.txt; echo 1000 >serial; echo 1000 >crlnumber
-issue() {  # NAME SUBJECT EXTENSIONS END [CA options...]
-    openssl req -new -newkey rsa:2048 -nodes -keyout "$1.key" -subj "$2" -out "$1.csr" 2>/dev/null
-    openssl ca -batch -config ca.cnf -in "$1.csr" -startdate 20240101000000Z -enddate "$4" \
-        -extensions "$3" -notext -out "$1.pem" "${@:5}" 2>/dev/null
-}
-issue root "/O=Tessera Test/CN=CLI CAdES-T Root" root_ext 20440101000000Z -selfsign -keyfile root.key
-issue signer "/O=Tessera Test/CN=CLI CAdES-T Signer" signer_ext 20340101000000Z \
-    -cert root.pem -keyfile root.key
-openssl ca -config ca.cnf -cert root.pem -keyfile root.key -gencrl -crl_lastupdate 20240610000000Z \
-    -crl_nextupdate 20440101000000Z -out crl.pem 2>/dev/null
+rsa_pki "CLI CAdES-T" 20240610000000Z 20440101000000Z
 mkdir fixture && (
     cd fixture && cp "$tsa/pki/index.txt" index.txt && echo 1000 >crlnumber &&
         write_ca_cnf "$tsa/pki/ca.pem" "$tsa/pki/ca.key.pem" &&

@@ -50,6 +50,53 @@ fixture_crl() {
         -crl_nextupdate 20240710000000Z -out crl.pem 2>/dev/null
 }
 
+# rsa_pki NAME CRL_FROM CRL_UNTIL: root.pem/.key (CN=NAME Root, 2024-2044)
+# and signer.pem/.key (CN=NAME Signer, RSA-2048, 2024-2034) issued with
+# `openssl ca`, and crl.pem, the root's CRL from CRL_FROM to CRL_UNTIL
+# (GeneralizedTime), with an authority key identifier.
+rsa_pki() {
+    cat >ca.cnf <<'CNF'
+[ca]
+default_ca = test
+[test]
+database = index.txt
+new_certs_dir = .
+serial = serial
+crlnumber = crlnumber
+default_md = sha256
+policy = any_name
+crl_extensions = crl_ext
+[any_name]
+organizationName = optional
+commonName = supplied
+[root_ext]
+basicConstraints = critical,CA:TRUE
+keyUsage = critical,keyCertSign,cRLSign
+subjectKeyIdentifier = hash
+[signer_ext]
+keyUsage = critical,digitalSignature,nonRepudiation
+authorityKeyIdentifier = keyid
+[crl_ext]
+authorityKeyIdentifier = keyid:always
+CNF
+    : >index.txt
+    echo 1000 >serial
+    echo 1000 >crlnumber
+    local name
+    for name in root signer; do
+        openssl req -new -newkey rsa:2048 -nodes -keyout "$name.key" -out "$name.csr" \
+            -subj "/O=Tessera Test/CN=$1 ${name^}" 2>/dev/null
+    done
+    openssl ca -batch -config ca.cnf -in root.csr -startdate 20240101000000Z \
+        -enddate 20440101000000Z -extensions root_ext -notext -out root.pem -selfsign \
+        -keyfile root.key 2>/dev/null
+    openssl ca -batch -config ca.cnf -in signer.csr -startdate 20240101000000Z \
+        -enddate 20340101000000Z -extensions signer_ext -notext -out signer.pem -cert root.pem \
+        -keyfile root.key 2>/dev/null
+    openssl ca -config ca.cnf -cert root.pem -keyfile root.key -gencrl -crl_lastupdate "$2" \
+        -crl_nextupdate "$3" -out crl.pem 2>/dev/null
+}
+
 # ec_ca SUBJECT: ca.pem and ca.key, a self-signed P-256 CA for two days.
 ec_ca() {
     openssl req -x509 -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca.key \
