@@ -134,20 +134,32 @@ void BM_SignOpenSsl(benchmark::State& state) {
     }
 }
 
+// Whole-chain verification at kCheckTime from `anchors`, no revocation.
+struct TesseraTrust {
+    TesseraLib::X509MemoryStore trust;
+    TesseraLib::X509ChainPolicy policy;
+    TesseraLib::VerifierCades verifier;
+    explicit TesseraTrust(const std::vector<const Issued*>& anchors) {
+        for (const Issued* anchor : anchors) {
+            const std::vector<unsigned char> der = CertToDer(anchor->cert.get());
+            trust.AddCertificate(
+                TesseraLib::X509Certificate(der.data(), static_cast<long>(der.size())));
+        }
+        policy.SetTrustStore(&trust);
+        policy.SetChainBuildMode(TesseraLib::X509ChainPolicy::cptChainBuildStores);
+        policy.SetRevocationOption(TesseraLib::X509ChainPolicy::revOptionNone);
+        verifier.SetVerifyOption(TesseraLib::VerifierCms::cptVerifyWholeChain);
+        verifier.SetVerifyTime(kCheckTime);
+        verifier.SetChainPolicy(&policy);
+    }
+    TesseraTrust(const TesseraTrust&) = delete;
+    TesseraTrust& operator=(const TesseraTrust&) = delete;
+};
+
 void BM_VerifyTessera(benchmark::State& state) {
     const Pki& pki = SharedPki();
-    const std::vector<unsigned char> rootDer = CertToDer(pki.root.cert.get());
-    TesseraLib::X509MemoryStore trust;
-    trust.AddCertificate(
-        TesseraLib::X509Certificate(rootDer.data(), static_cast<long>(rootDer.size())));
-    TesseraLib::X509ChainPolicy policy;
-    policy.SetTrustStore(&trust);
-    policy.SetChainBuildMode(TesseraLib::X509ChainPolicy::cptChainBuildStores);
-    policy.SetRevocationOption(TesseraLib::X509ChainPolicy::revOptionNone);
-    TesseraLib::VerifierCades verifier;
-    verifier.SetVerifyOption(TesseraLib::VerifierCms::cptVerifyWholeChain);
-    verifier.SetVerifyTime(kCheckTime);
-    verifier.SetChainPolicy(&policy);
+    const TesseraTrust setup({&pki.root});
+    const TesseraLib::VerifierCades& verifier = setup.verifier;
     const qorstd::QorArray<unsigned char> der(pki.message.data(),
                                               static_cast<unsigned int>(pki.message.size()));
     for (auto _ : state) {
@@ -181,20 +193,8 @@ void BM_VerifyOpenSsl(benchmark::State& state) {
 
 void BM_VerifyTTessera(benchmark::State& state) {
     const Pki& pki = SharedPki();
-    TesseraLib::X509MemoryStore trust;
-    for (const Issued* anchor : {&pki.root, &pki.tsa.Ca()}) {
-        const std::vector<unsigned char> der = CertToDer(anchor->cert.get());
-        trust.AddCertificate(
-            TesseraLib::X509Certificate(der.data(), static_cast<long>(der.size())));
-    }
-    TesseraLib::X509ChainPolicy policy;
-    policy.SetTrustStore(&trust);
-    policy.SetChainBuildMode(TesseraLib::X509ChainPolicy::cptChainBuildStores);
-    policy.SetRevocationOption(TesseraLib::X509ChainPolicy::revOptionNone);
-    TesseraLib::VerifierCades verifier;
-    verifier.SetVerifyOption(TesseraLib::VerifierCms::cptVerifyWholeChain);
-    verifier.SetVerifyTime(kCheckTime);
-    verifier.SetChainPolicy(&policy);
+    const TesseraTrust setup({&pki.root, &pki.tsa.Ca()});
+    const TesseraLib::VerifierCades& verifier = setup.verifier;
     const qorstd::QorArray<unsigned char> der(pki.stamped.data(),
                                               static_cast<unsigned int>(pki.stamped.size()));
     for (auto _ : state) {

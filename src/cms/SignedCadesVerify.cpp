@@ -117,7 +117,7 @@ void SignedCades::SignerInfo::VerifyDigest(const VerifierCades& verifier,
     m_policyInUse = nullptr;
 
     QorExceptionStore kept;
-    try {
+    RunKeepingFailure(kept, [&] {
         VerifySignature(m_pSigner, hash.GetData(), hash.GetSize());
         m_verifyInfo |= kVerifiedSignature;
         VerifyContentType(m_contentType);
@@ -133,15 +133,7 @@ void SignedCades::SignerInfo::VerifyDigest(const VerifierCades& verifier,
             VerifySignatureTimeStamps(m_signatureTimeStamps, verifier, time);
             m_verifyInfo |= kVerifiedSignatureTimeStamps;
         }
-    } catch (const qorstd::QorException&) {
-        RecordCurrentException(kept);
-    } catch (const QorTsp2Lib::TspException&) {
-        RecordCurrentException(kept);
-    } catch (const QorOcsp2Lib::OcspException&) {
-        RecordCurrentException(kept);
-    } catch (const std::exception&) {
-        RecordCurrentException(kept);
-    }
+    });
 
     if (isTimeStampToken) {
         chainPolicy.SetPurpose(X509ChainPolicy::kPurposeTimestampSign);

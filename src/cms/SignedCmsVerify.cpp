@@ -278,22 +278,14 @@ void SignedCms::SignerInfo::VerifySigner(const wchar_t* operation, const Verifie
     // has been checked as well, and is the failure reported when both fail.
     QorExceptionStore kept;
     if (checkTimeStamps) {
-        try {
+        RunKeepingFailure(kept, [&] {
             // Under a CAdES verifier with the CMS settings, at the verify
             // time (now when it is 0).
             std::int64_t time = verifier.GetVerifyTime() != 0 ? verifier.GetVerifyTime()
                                                               : CryptUtils::GetCurrentTimeUTC();
             VerifySignatureTimeStamps(m_signatureTimeStamps, VerifierCades(verifier), time);
             m_verifyInfo |= kVerifiedSignatureTimeStamps;
-        } catch (const qorstd::QorException&) {
-            RecordCurrentException(kept);
-        } catch (const QorTsp2Lib::TspException&) {
-            RecordCurrentException(kept);
-        } catch (const QorOcsp2Lib::OcspException&) {
-            RecordCurrentException(kept);
-        } catch (const std::exception&) {
-            RecordCurrentException(kept);
-        }
+        });
     }
 
     if (option == VerifierCms::cptVerifySignerCertificate ||

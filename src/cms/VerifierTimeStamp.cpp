@@ -27,24 +27,6 @@ namespace {
 constexpr const wchar_t* kChannelName = L"VerifierTimeStamp";
 constexpr const char* kOidTimeStamping = "1.3.6.1.5.5.7.3.8";
 
-// Runs `step`, keeping its failure in `kept` (the first one only).
-template <class Step>
-bool Kept(QorExceptionStore& kept, Step&& step) {
-    try {
-        step();
-        return true;
-    } catch (const qorstd::QorException&) {
-        RecordCurrentException(kept);
-    } catch (const QorTsp2Lib::TspException&) {
-        RecordCurrentException(kept);
-    } catch (const QorOcsp2Lib::OcspException&) {
-        RecordCurrentException(kept);
-    } catch (const std::exception&) {
-        RecordCurrentException(kept);
-    }
-    return false;
-}
-
 bool HasUsage(const X509Certificate& cert, const char* oid) {
     const qorstd::QorVector<qorstd::QorString>& usages = cert.GetExtendedKeyUsages();
     for (unsigned int i = 0; i < usages.GetSize(); ++i) {
@@ -112,7 +94,7 @@ void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash
     QorExceptionStore kept;
 
     // Imprint and time.
-    Kept(kept, [&] {
+    RunKeepingFailure(kept, [&] {
         if (hash.IsEmpty()) {
             Fail(m_log, L"VerifyDigest: Bad parameter - hash is empty", ErrInvalidParameter,
                  L"TimeStampAttribute - hash.IsEmpty()");
@@ -178,7 +160,7 @@ void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash
     }
 
     // The token as a CAdES message, its path checked for time-stamping.
-    Kept(kept, [&] { token->Verify(verifier, SignedCades::cptCadesNone); });
+    RunKeepingFailure(kept, [&] { token->Verify(verifier, SignedCades::cptCadesNone); });
     const SignedCades::SignerInfo* signer = token->GetSignerInfo(0);
     if (chain != nullptr && signer != nullptr && signer->GetX509Chain() != nullptr) {
         *chain = signer->GetX509Chain()->Clone();

@@ -96,6 +96,11 @@ std::string Hex(const unsigned char* data, std::size_t length);
 
 // The whole content of a file; false when it cannot be read.
 bool ReadFile(const std::string& path, std::vector<unsigned char>* bytes);
+// The arguments of a command that shows one FILE [--json]: reads the file
+// into `bytes` and sets `json`. 0 when both worked, else the exit code to
+// return (a usage error, or a file that cannot be read).
+int ReadShownFile(const std::string& command, const std::vector<std::string>& args,
+                  std::vector<unsigned char>* bytes, bool* json);
 
 // Seconds since 1970 as "%d.%m.%Y %H:%M:%S UTC".
 std::string FormatUtc(long long seconds);

@@ -149,28 +149,10 @@ void PrintJson(const Report& r) {
 }  // namespace
 
 int RunCert(const std::vector<std::string>& args) {
-    // --json is a flag; everything else goes through the common parser.
-    bool json = false;
-    std::vector<std::string> rest;
-    for (const std::string& arg : args) {
-        if (arg == "--json") {
-            json = true;
-        } else {
-            rest.push_back(arg);
-        }
-    }
-    const Arguments parsed = ParseArguments("cert", rest, {});
-    if (!parsed.error.empty()) {
-        return UsageError(parsed.error);
-    }
-    if (parsed.positional.size() != 1) {
-        return UsageError("cert: exactly one FILE is required");
-    }
-    const std::string& path = parsed.positional[0];
     std::vector<unsigned char> bytes;
-    if (!ReadFile(path, &bytes) || bytes.empty()) {
-        std::fprintf(stderr, "tessera cert: cannot read %s\n", path.c_str());
-        return kExitFailure;
+    bool json = false;
+    if (const int exitCode = ReadShownFile("cert", args, &bytes, &json); exitCode != 0) {
+        return exitCode;
     }
 
     X509Certificate cert;

@@ -393,27 +393,10 @@ Node Describe(const SignaturePolicy& policy) {
 }  // namespace
 
 int RunPolicy(const std::vector<std::string>& args) {
-    bool json = false;
-    std::vector<std::string> rest;
-    for (const std::string& arg : args) {
-        if (arg == "--json") {
-            json = true;
-        } else {
-            rest.push_back(arg);
-        }
-    }
-    const Arguments parsed = ParseArguments("policy", rest, {});
-    if (!parsed.error.empty()) {
-        return UsageError(parsed.error);
-    }
-    if (parsed.positional.size() != 1) {
-        return UsageError("policy: exactly one FILE is required");
-    }
-    const std::string& path = parsed.positional[0];
     std::vector<unsigned char> bytes;
-    if (!ReadFile(path, &bytes) || bytes.empty()) {
-        std::fprintf(stderr, "tessera policy: cannot read %s\n", path.c_str());
-        return kExitFailure;
+    bool json = false;
+    if (const int exitCode = ReadShownFile("policy", args, &bytes, &json); exitCode != 0) {
+        return exitCode;
     }
 
     // Decoding errors reach main(), which prints code and description.

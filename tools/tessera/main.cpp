@@ -208,6 +208,33 @@ std::string FormatUtc(long long seconds) {
     return text;
 }
 
+int ReadShownFile(const std::string& command, const std::vector<std::string>& args,
+                  std::vector<unsigned char>* bytes, bool* json) {
+    // --json is a flag; everything else goes through the common parser.
+    *json = false;
+    std::vector<std::string> rest;
+    for (const std::string& arg : args) {
+        if (arg == "--json") {
+            *json = true;
+        } else {
+            rest.push_back(arg);
+        }
+    }
+    const Arguments parsed = ParseArguments(command, rest, {});
+    if (!parsed.error.empty()) {
+        return UsageError(parsed.error);
+    }
+    if (parsed.positional.size() != 1) {
+        return UsageError(command + ": exactly one FILE is required");
+    }
+    const std::string& path = parsed.positional[0];
+    if (!ReadFile(path, bytes) || bytes->empty()) {
+        std::fprintf(stderr, "tessera %s: cannot read %s\n", command.c_str(), path.c_str());
+        return kExitFailure;
+    }
+    return 0;
+}
+
 int UsageError(const std::string& problem) {
     std::fprintf(stderr, "tessera: %s\n\n", problem.c_str());
     PrintUsage(stderr);
