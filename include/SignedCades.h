@@ -88,6 +88,10 @@ public:
     protected:
         friend class SignedCades;
         friend class SignaturePolicyVerifier;
+        // The validation blocks run single steps of a verification.
+        friend class CadesSigningCertificateIdentificationBlock;
+        friend class CadesCryptographicVerificationBlock;
+        friend class CadesSignatureAcceptanceValidationBlock;
 
         void ParseSignerInfo(const CMS_SignerInfo_st* signer, const x509_st* certificate) override;
         // Whether `attr` names `signerCert`: issuer and serial when given,

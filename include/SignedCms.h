@@ -137,6 +137,8 @@ public:
         void Upgrade(cptCmsType type, const QorTsp2Lib::TspClient* client);
 
         const CMS_SignerInfo_st* GetSigner() const { return m_pSigner; }
+        // The message this signer belongs to; null for a signer info of its own.
+        const SignedCms* GetParent() const { return m_parent; }
 
     protected:
         friend class SignedCms;

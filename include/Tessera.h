@@ -1,6 +1,7 @@
 // Umbrella header: every public header of Tessera and of the libraries beside it.
 #pragma once
 
+#include "CadesValidationProcess.h"
 #include "CryptArray.h"
 #include "CryptException.h"
 #include "CryptHash.h"
@@ -29,9 +30,16 @@
 #include "TspException.h"
 #include "TspTimeStamp.h"
 #include "TspTypes.h"
+#include "TimeStampValidationBlock.h"
+#include "ValidationBlock.h"
+#include "ValidationBlockReport.h"
+#include "ValidationProcess.h"
+#include "ValidationReport.h"
+#include "Validator.h"
 #include "VerificationData.h"
 #include "VerifierCms.h"
 #include "X509Attribute.h"
+#include "X509CertificateValidationBlock.h"
 #include "X509Certificate.h"
 #include "X509Chain.h"
 #include "X509ChainPolicy.h"

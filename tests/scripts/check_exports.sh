@@ -32,6 +32,11 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "typeinfo for TesseraLib::X509Certificate" \
           "typeinfo for TesseraLib::X509MemoryStore" \
           "typeinfo for TesseraLib::X509OcspClientOnline" \
+          "typeinfo for TesseraLib::TimeStampValidationReport" \
+          "typeinfo for TesseraLib::SignatureWithTimeValidationProcessReport" \
+          "typeinfo for TesseraLib::ValidatorCades" \
+          "TesseraLib::ValidationBlockReport::cptReportSubStatusStrings" \
+          "TesseraLib::ValidationProcess::cptSignatureStandardStrings" \
           "TesseraLib::QorExceptionStore::ReThrow() const" \
           "qorstd::QorString::icompare(char const*) const" \
           "qorstd::QorArray<unsigned char>::Append(unsigned char const*, unsigned int)"; do

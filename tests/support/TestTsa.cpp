@@ -147,10 +147,17 @@ Bytes Alter(const Bytes& request, const TsaReply& reply) {
 
 }  // namespace
 
-TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest) {
-    m_ca = IssueCertificate(BasicProfile("Test TSA Root", 1, true), nullptr);
+TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest, KeyKind caKey) {
+    // Pool slots of their own, apart from the low ones tests use for signers.
+    const KeyPtr caPooled = caKey == KeyKind::EcP256 ? nullptr : CachedKey(caKey, 30);
+    const KeyPtr tsaPooled = tsaKey == KeyKind::EcP256 ? nullptr : CachedKey(tsaKey, 31);
+    CertPlan ca = BasicProfile("Test TSA Root", 1, true);
+    ca.keyKind = caKey;
+    ca.key = caPooled.get();
+    m_ca = IssueCertificate(ca, nullptr);
     CertPlan tsa = BasicProfile("Test TSA", 7, false);
     tsa.keyKind = tsaKey;
+    tsa.key = tsaPooled.get();
     tsa.digest = certificateDigest;
     tsa.extensions.push_back({"extendedKeyUsage", "critical,timeStamping"});
     m_tsa = IssueCertificate(tsa, &m_ca);

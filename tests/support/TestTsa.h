@@ -46,9 +46,11 @@ struct TsaReply {
 class TestTsa {
 public:
     // A CA and a TSA certificate (critical EKU timeStamping) issued by it;
-    // `certificateDigest` signs the TSA certificate.
+    // `certificateDigest` signs the TSA certificate. RSA keys come from the
+    // process-wide pool.
     explicit TestTsa(KeyKind tsaKey = KeyKind::EcP256,
-                     const EVP_MD* certificateDigest = EVP_sha256());
+                     const EVP_MD* certificateDigest = EVP_sha256(),
+                     KeyKind caKey = KeyKind::EcP256);
 
     const Issued& Ca() const { return m_ca; }
     const Issued& Tsa() const { return m_tsa; }
