@@ -63,7 +63,10 @@ mkdir -p "$pki"
     openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.pem -days 3650 \
         -subj "/O=Tessera Demo/CN=Demo Root CA" \
         -addext "basicConstraints=critical,CA:TRUE" -addext "keyUsage=critical,keyCertSign,cRLSign"
+    # The signers claim QcCompliance (a qcStatements extension), which the
+    # validation policy of `tessera validate` asks for.
     printf 'keyUsage=critical,digitalSignature,nonRepudiation\nextendedKeyUsage=emailProtection\n' >ee.ext
+    printf '1.3.6.1.5.5.7.1.3=DER:30:0a:30:08:06:06:04:00:8e:46:01:01\n' >>ee.ext
     serial=4096
     for who in Alice Bob; do
         serial=$((serial + 1))
@@ -92,6 +95,8 @@ step "Verify both signers with path building and the CA's CRL" \
 step "OpenSSL agrees" \
      "openssl cms -verify -binary -inform DER -in cosigned.p7s -CAfile pki/ca.pem -out /dev/null"
 step "The path of the first signer, with the CRL that decided" "tessera chain pki/Alice.pem $trust"
+step "A CAdES-BES signature, validated by the basic signature validation: its report tree" \
+     "tessera sign $signer --cades bes document.txt bes.p7s && tessera validate bes.p7s $trust --process basic"
 openssl pkcs12 -export -in "$pki/Alice.pem" -inkey "$pki/Alice.key" -certfile "$pki/ca.pem" \
     -passout pass:secret -out "$work/Alice.p12" >/dev/null 2>&1
 step "A PKCS#12 file brings its own CA certificates for the whole chain" \

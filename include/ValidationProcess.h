@@ -16,7 +16,9 @@ class X509ChainPolicyTL;
 
 class TESSERA_API ValidationProcess {
 public:
-    enum cptSignatureStandard {
+    // A fixed underlying type: callers may pass values outside the list,
+    // which are then refused rather than undefined.
+    enum cptSignatureStandard : int {
         vptNotSet = 0,
         vptTS103171 = 1,
         vptTS103172 = 2,
@@ -27,7 +29,7 @@ public:
         vptRFC3161 = 7
     };
 
-    enum cptValidationProcessType {
+    enum cptValidationProcessType : int {
         vptBasicSignatureValidation = 0,
         vptSignatureWithTimeValidation = 1
     };

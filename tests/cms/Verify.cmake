@@ -26,3 +26,10 @@ add_test(NAME cli.cades_t
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_cades_t.sh $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.cades_t PROPERTIES
     ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED "tsa;http" TIMEOUT 120)
+
+# `tessera validate` over CAdES signatures of the tool and the openssl tool;
+# the http fixture serves the root's CRL for --fetch.
+add_test(NAME cli.validate
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_validate.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.validate PROPERTIES
+    ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED http TIMEOUT 120)

@@ -18,6 +18,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "CadesValidationProcess.h"
 #include "TestCms.h"
@@ -123,7 +124,7 @@ Stamps StampedAt(std::int64_t genTime) {
 }
 
 // An OCSP client that answers for the signer only, with a response current
-// in July 2024 and outdated today.
+// in July 2024 and outdated today. Clients keep what they hand out.
 class JulyResponder : public X509OcspClient {
 public:
     QorOcsp2Lib::OcspResponse* GetOcspResponse(const X509Certificate& cert,
@@ -133,14 +134,18 @@ public:
         }
         OcspAnswer answer{P().signer.cert.get(), V_OCSP_CERTSTATUS_GOOD, -1, 0,
                           kThisUpdate,           UtcTime(2024, 8, 1)};
-        return new QorOcsp2Lib::OcspResponse(
-            DecodedOcsp(OcspPlan(&P().ca, P().ca.cert.get(), {answer}, kThisUpdate)));
+        given.push_back(std::make_unique<QorOcsp2Lib::OcspResponse>(
+            DecodedOcsp(OcspPlan(&P().ca, P().ca.cert.get(), {answer}, kThisUpdate))));
+        return given.back().get();
     }
     QorOcsp2Lib::OcspResponse* GetOcspResponseAfterTime(const X509Certificate& cert,
                                                         const X509Certificate& issuer,
                                                         const std::int64_t&) override {
         return GetOcspResponse(cert, issuer);
     }
+
+private:
+    std::vector<std::unique_ptr<QorOcsp2Lib::OcspResponse>> given;
 };
 
 // Clients must be there for both kinds of data; CRLs come from the message.

@@ -200,12 +200,12 @@ TEST(X509CertificateValidationBlock, RevokedByCrlKeepsThePathAndTheRevocation) {
 
 TEST(X509CertificateValidationBlock, RevokedOrOnHoldByOcsp) {
     // The CA by the root's CRL, the leaf by the CA's own OCSP answer.
-    const auto run = [](int reason) {
-        Bench setup(false);
-        setup.extra.AddCrl(Crl(P().root));
-        setup.extra.AddOcspResponse(Ocsp(P().qes, V_OCSP_CERTSTATUS_REVOKED, reason));
-        setup.policy.SetRevocationMode(X509ChainPolicy::revOcspOrCrl);
-        const X509CertificateValidationReport report = setup.Run(P().qes);
+    const auto run = [](int reason, int status = V_OCSP_CERTSTATUS_REVOKED) {
+        Bench bench(false);
+        bench.extra.AddCrl(Crl(P().root));
+        bench.extra.AddOcspResponse(Ocsp(P().qes, status, reason));
+        bench.policy.SetRevocationMode(X509ChainPolicy::revOcspOrCrl);
+        const X509CertificateValidationReport report = bench.Run(P().qes);
         return report;
     };
     const X509CertificateValidationReport revoked = run(OCSP_REVOKED_STATUS_SUPERSEDED);
@@ -220,6 +220,12 @@ TEST(X509CertificateValidationBlock, RevokedOrOnHoldByOcsp) {
     const X509CertificateValidationReport held = run(OCSP_REVOKED_STATUS_CERTIFICATEHOLD);
     EXPECT_EQ(held.GetSubStatusIndication(), Report::repTryLater) << "on hold: try later";
     EXPECT_EQ(held.GetNextUpdate(), kNextUpdate) << "when the responder says more";
+
+    const X509CertificateValidationReport unknown = run(-1, V_OCSP_CERTSTATUS_UNKNOWN);
+    EXPECT_EQ(Outcome(unknown),
+              "repIndeterminate/repNoSubStatusIndication/" + Description(ErrRevocationUnknown))
+        << "status unknown leaves the sub-indication as it was";
+    EXPECT_NE(unknown.GetCertificateChain(), nullptr) << "the path stays";
 }
 
 TEST(X509CertificateValidationBlock, ExpiredCertificatesAndStaleRevocationData) {

@@ -158,20 +158,22 @@ bool ReadCertificateFile(const std::string& command, const std::string& path,
     return true;
 }
 
-int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fetch,
-                    ChainSetup* setup) {
+int ReadPathSetup(const std::string& command, const Arguments& parsed, bool fetch,
+                  PathSetup* setup) {
+    setup->fetch = fetch;
     setup->verifyTime = static_cast<std::int64_t>(std::time(nullptr));
     const std::string timeText = parsed.Get("--time");
     if (!timeText.empty() && !ParseUtc(timeText, &setup->verifyTime)) {
         return UsageError(command + ": --time takes a UTC time such as 2024-06-01T12:00:00Z");
     }
     const std::string mode = parsed.Get("--mode", "crl");
-    X509ChainPolicy::cptRevocationMode revocationMode = X509ChainPolicy::revCrl;
     if (mode == "ocsp") {
-        revocationMode = X509ChainPolicy::revOcsp;
+        setup->revocationMode = X509ChainPolicy::revOcsp;
     } else if (mode == "either") {
-        revocationMode = X509ChainPolicy::revOcspOrCrl;
-    } else if (mode != "crl") {
+        setup->revocationMode = X509ChainPolicy::revOcspOrCrl;
+    } else if (mode == "crl") {
+        setup->revocationMode = X509ChainPolicy::revCrl;
+    } else {
         return UsageError(command + ": --mode must be crl, ocsp or either");
     }
     for (const char* option : {"--trust", "--extra"}) {
@@ -192,19 +194,31 @@ int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fe
             return kExitFailure;
         }
     }
-    X509ChainPolicy& policy = setup->policy;
-    policy.SetTrustStore(&setup->trustStore);
-    policy.SetExtraStore(&setup->extraStore);
-    policy.SetRevocationMode(revocationMode);
-    policy.SetRevocationOption(X509ChainPolicy::revOptionChain);
-    policy.SetPurpose(X509ChainPolicy::kPurposeSmimeSign);
+    return kExitOk;
+}
+
+void ApplyPathSetup(PathSetup& setup, X509ChainPolicy* policy) {
+    policy->SetRevocationMode(setup.revocationMode);
+    policy->SetRevocationOption(X509ChainPolicy::revOptionChain);
+    policy->SetPurpose(X509ChainPolicy::kPurposeSmimeSign);
     int buildMode = X509ChainPolicy::cptChainBuildStores;
-    if (fetch) {
+    if (setup.fetch) {
         buildMode |= X509ChainPolicy::cptChainBuildClients;
-        policy.SetCrlClient(&setup->crlClient);
-        policy.SetOcspClient(&setup->ocspClient);
+        policy->SetCrlClient(&setup.crlClient);
+        policy->SetOcspClient(&setup.ocspClient);
     }
-    policy.SetChainBuildMode(static_cast<X509ChainPolicy::cptChainBuildMode>(buildMode));
+    policy->SetChainBuildMode(static_cast<X509ChainPolicy::cptChainBuildMode>(buildMode));
+}
+
+int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fetch,
+                    ChainSetup* setup) {
+    const int status = ReadPathSetup(command, parsed, fetch, setup);
+    if (status != kExitOk) {
+        return status;
+    }
+    setup->policy.SetTrustStore(&setup->trustStore);
+    setup->policy.SetExtraStore(&setup->extraStore);
+    ApplyPathSetup(*setup, &setup->policy);
     return kExitOk;
 }
 

@@ -38,27 +38,44 @@ bool ReadInputFile(const std::string& command, const std::string& path,
 bool ReadCertificateFile(const std::string& command, const std::string& path,
                          std::vector<TesseraLib::X509Certificate>* out);
 
-// The time, stores, clients and policy one path check reads. Not copyable:
-// the policy points at the stores and clients beside it.
-struct ChainSetup {
+// The time, stores and clients the path options give, from which a chain
+// policy of either kind is made. Not copyable: policies point at them.
+struct PathSetup {
     std::int64_t verifyTime = 0;
+    TesseraLib::X509ChainPolicy::cptRevocationMode revocationMode =
+        TesseraLib::X509ChainPolicy::revCrl;
+    bool fetch = false;
     TesseraLib::X509MemoryStore trustStore;
-    TesseraLib::X509MemoryStore extraStore;
+    TesseraLib::X509MemoryStore extraStore;  // the --extra certificates and the --crl CRLs
     TesseraLib::X509CurlCrlClientOnline crlClient;
     TesseraLib::X509OcspClientOnline ocspClient;
-    TesseraLib::X509ChainPolicy policy;
 
-    ChainSetup() = default;
-    ChainSetup(const ChainSetup&) = delete;
-    ChainSetup& operator=(const ChainSetup&) = delete;
+    PathSetup() = default;
+    PathSetup(const PathSetup&) = delete;
+    PathSetup& operator=(const PathSetup&) = delete;
 };
 
 // Fills `setup` from --time (else now, fixed here so that the time printed
-// is the time checked), --trust, --extra, --crl and --mode (crl by default),
-// with revocation checked for every certificate except self-signed ones and
-// the S/MIME signing purpose; `fetch` lets the clients download CRLs and ask
-// OCSP responders. Returns kExitOk, or the exit code after a usage error or
-// an unreadable file (already reported).
+// is the time checked), --trust, --extra, --crl and --mode (crl by
+// default); `fetch` is kept for ApplyPathSetup. Returns kExitOk, or the
+// exit code after a usage error or an unreadable file (already reported).
+int ReadPathSetup(const std::string& command, const Arguments& parsed, bool fetch,
+                  PathSetup* setup);
+
+// Sets what a policy of either kind takes from `setup` apart from the
+// stores, which a policy for signature validation keeps per purpose: the
+// revocation mode, revocation checked for every certificate except
+// self-signed ones, the S/MIME signing purpose and, with --fetch, the
+// clients that download CRLs and ask OCSP responders.
+void ApplyPathSetup(PathSetup& setup, TesseraLib::X509ChainPolicy* policy);
+
+// The time, stores, clients and policy one path check reads.
+struct ChainSetup : PathSetup {
+    TesseraLib::X509ChainPolicy policy;
+};
+
+// ReadPathSetup, then a policy over the --trust anchors and the extra store
+// as ApplyPathSetup sets it.
 int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fetch,
                     ChainSetup* setup);
 

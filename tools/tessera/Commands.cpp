@@ -233,6 +233,48 @@ const std::vector<Command>& Commands() {
          "tessera verify cades.p7s --trust root.pem --policy policy.der --check-policy --json\n"
          "tessera verify stamped.p7s --trust root.pem --tsa-trust tsa-root.pem\n",
          RunVerify},
+        {"validate",
+         "SIG [--content FILE | --digest HEX] --trust FILE [--extra FILE] [--tsa-trust FILE] "
+         "[--tsu FILE] [--crl FILE] [--mode crl|ocsp|either] [--fetch] [--process basic|time] "
+         "[--standard ts103173|en319122] [--policy-oid OID] [--signer N] [--time ISO8601] "
+         "[--json]",
+         "validate the signers of a CAdES signature (DER, or PEM labelled CMS or PKCS7) and print "
+         "each signer's validation report as a tree; with several signers each report is headed "
+         "by \"Signer N:\". Exit status (this command's own): 0 every report passed, 1 one "
+         "failed, 2 one is indeterminate and none failed, 3 a usage or input error, a library "
+         "error included",
+         "--content FILE\tthe signed content of a detached signature\n"
+         "--digest HEX\tinstead of --content, the content's digest in hexadecimal, made with the "
+         "signer's digest algorithm\n"
+         "--trust FILE\tanchors (PEM or DER) of the signers' paths (repeatable, required)\n"
+         "--extra FILE\tintermediate certificates for the signers' and the time-stamp "
+         "authorities' paths (repeatable)\n"
+         "--tsa-trust FILE\tanchors of the time-stamp authorities' paths (repeatable)\n"
+         "--tsu FILE\tthe certificates of the trusted time-stamping units (repeatable)\n"
+         "--crl FILE\tCRLs, PEM or DER, for both kinds of path (repeatable); the process with "
+         "time checks the signer with the CRLs the signature carries or --fetch finds\n"
+         "--mode MODE\tthe revocation data to use: crl (default), ocsp, or either; every "
+         "certificate but self-signed ones is checked\n"
+         "--fetch\tlet the checks download CRLs from distribution points and ask the OCSP "
+         "responders the certificates name\n"
+         "--process NAME\tbasic (the basic signature validation) or time (default: the "
+         "validation with the signature time-stamps, which holds the basic one)\n"
+         "--standard NAME\tthe signature standard: en319122 (default) or ts103173\n"
+         "--policy-oid OID\tthe validation policy (default 1.3.6.1.4.1.47385.20.2.0, the only "
+         "one the validation accepts)\n"
+         "--signer N\tvalidate only the N-th signer, counted from 1 (default: every signer in "
+         "turn)\n"
+         "--time ISO8601\tthe validation time, as 2024-06-01T12:00:00Z or 2024-06-01 (default: "
+         "now); the process with time checks the signer itself now\n"
+         "--json\tprint a JSON array of {\"signer\": N, \"report\": REPORT}, one a signer, "
+         "even for one\n",
+         "tessera validate signed.p7s --trust root.pem --fetch\n"
+         "tessera validate signed.p7s --trust root.pem --crl root.crl --process basic\n"
+         "tessera validate stamped.p7s --trust root.pem --fetch --tsa-trust tsa-root.pem "
+         "--tsu tsa.pem\n"
+         "tessera validate detached.p7s --content document.pdf --trust root.pem --signer 2 "
+         "--json\n",
+         RunValidate},
     };
     return commands;
 }
