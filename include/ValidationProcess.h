@@ -51,6 +51,7 @@ public:
     // Deletes the report.
     virtual void Release() = 0;
 
+    // By default the one validation policy the blocks implement.
     void SetValidationPolicyOID(const qorstd::QorString& oid) { m_validationPolicyOid = oid; }
     const qorstd::QorString& GetValidationPolicyOID() const { return m_validationPolicyOid; }
     // 0: the time of Execute.

@@ -42,6 +42,7 @@ public:
     // 0: now.
     std::int64_t GetValidationTime() const { return m_validationTime; }
     void SetValidationTime(std::int64_t time) { m_validationTime = time; }
+    // By default the one validation policy the blocks implement.
     const qorstd::QorString& GetValidationPolicyOID() const { return m_validationPolicyOid; }
     void SetValidationPolicyOID(const qorstd::QorString& oid) { m_validationPolicyOid = oid; }
     unsigned int GetSignatureIndex() const { return m_signatureIndex; }

@@ -139,6 +139,7 @@ const char CadesValidationContextInitializationBlock::kDefaultValidationPolicyOi
 
 CadesValidationContextInitializationBlock::CadesValidationContextInitializationBlock()
     : m_signature(nullptr),
+      m_validationPolicyOid(kDefaultValidationPolicyOid),
       m_log(std::make_unique<LogChannel>(L"CadesValidationContextInitializationBlock")) {}
 
 CadesValidationContextInitializationBlock::CadesValidationContextInitializationBlock(

@@ -24,6 +24,7 @@ TimeStampValidationBlock::TimeStampValidationBlock()
     : m_timeStampCertificate(nullptr),
       m_chainPolicy(nullptr),
       m_timeStamp(nullptr),
+      m_validationPolicyOid(CadesValidationContextInitializationBlock::kDefaultValidationPolicyOid),
       m_log(std::make_unique<LogChannel>(kChannel)) {}
 
 TimeStampValidationBlock::TimeStampValidationBlock(const TimeStampValidationBlock& other)

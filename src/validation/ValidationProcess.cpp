@@ -33,7 +33,10 @@ ValidationReport::cptReportTotalStatus Total(ValidationBlockReport::cptReportSta
 // -------------------------------------------------------------------- base
 
 ValidationProcess::ValidationProcess()
-    : m_chainPolicy(nullptr), m_signatureStandard(vptNotSet), m_signatureExistenceTime(0) {}
+    : m_validationPolicyOid(CadesValidationContextInitializationBlock::kDefaultValidationPolicyOid),
+      m_chainPolicy(nullptr),
+      m_signatureStandard(vptNotSet),
+      m_signatureExistenceTime(0) {}
 
 ValidationProcess::ValidationProcess(const ValidationProcess& other) = default;
 ValidationProcess& ValidationProcess::operator=(const ValidationProcess& other) = default;

@@ -5,6 +5,7 @@
 #include "CryptException.h"
 #include "Failure.h"
 #include "LogChannel.h"
+#include "ValidationBlock.h"
 #include "ValidationReport.h"
 #include "X509Certificate.h"
 
@@ -13,6 +14,7 @@ namespace TesseraLib {
 Validator::Validator()
     : m_processType(ValidationProcess::vptBasicSignatureValidation),
       m_validationTime(0),
+      m_validationPolicyOid(CadesValidationContextInitializationBlock::kDefaultValidationPolicyOid),
       m_signatureIndex(0),
       m_signatureStandard(ValidationProcess::vptNotSet) {}
 

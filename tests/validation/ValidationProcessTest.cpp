@@ -181,7 +181,7 @@ struct Trust {
     }
 };
 
-// A validator over `der` at kAt with the default policy and EN 319 122-1.
+// A validator over `der` at kAt under EN 319 122-1.
 struct Case {
     SignedCades cades;
     Trust trust;
@@ -193,8 +193,7 @@ struct Case {
         validator.SetChainPolicy(&trust.policy);
         validator.SetValidationProcessType(type);
         validator.SetSignatureStandard(ValidationProcess::vptEN319122_1);
-        validator.SetValidationPolicyOID(kPolicyOid);
-        validator.SetValidationTime(kAt);
+        validator.SetValidationTime(kAt);  // the validation policy is the default one
     }
     const SignatureWithTimeValidationProcessReport& WithTime() {
         validator.Validate();
