@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     TesseraLib::cms::SignedDataLayout layout;
     if (TesseraLib::cms::ReadSignedDataLayout(data, size, &layout)) {
-        (void)TesseraLib::cms::OcspResponsesOf(layout);
+        (void)TesseraLib::cms::OcspChoicesOf(layout);
         (void)TesseraLib::cms::AttributeCertsOf(layout);
     }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "ByteArrayVector.h"
 #include "CryptHash.h"
 #include "OcspResponse.h"
 #include "QorArray.h"
@@ -267,6 +268,15 @@ public:
     const qorstd::QorVector<qorstd::QorArray<unsigned char>>& GetAttributeCerts() const {
         return m_attributeCerts;
     }
+    // Every revocation choice of the message (a CRL, or an "other" format
+    // element), as it stands in the message; and, parallel to
+    // GetOcspResponses(), the choice each OCSP response came in.
+    const qorstd::QorVector<qorstd::QorArray<unsigned char>>& GetRevocationInfoChoices() const {
+        return m_revocationChoices;
+    }
+    const qorstd::QorVector<qorstd::QorArray<unsigned char>>& GetOcspRevocationInfoChoices() const {
+        return m_ocspChoices;
+    }
     // Null before the first parse.
     const qorstd::QorVector<SignerInfo>* GetSignerInfos() const { return m_pvSigners.get(); }
     qorstd::QorVector<SignerInfo>* GetSignerInfos() { return m_pvSigners.get(); }
@@ -358,6 +368,8 @@ protected:
     qorstd::QorVector<X509Crl> m_crls;
     qorstd::QorVector<qorstd::QorArray<unsigned char>> m_attributeCerts;
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> m_ocspResponses;
+    qorstd::QorVector<qorstd::QorArray<unsigned char>> m_revocationChoices;
+    qorstd::QorVector<qorstd::QorArray<unsigned char>> m_ocspChoices;
     std::unique_ptr<LogChannel> m_log;
     std::unique_ptr<qorstd::QorVector<SignerInfo>> m_pvSigners;
     // The DER being decoded, while Decode parses it (else null): ParseCms
@@ -375,7 +387,4 @@ protected:
 namespace qorstd {
 extern template class QorVector<TesseraLib::SignedCms::SignerInfo>;
 extern template class QorVectorIterator<TesseraLib::SignedCms::SignerInfo>;
-// The attribute certificates of a message; compiled once into the library.
-extern template class QorVector<QorArray<unsigned char>>;
-extern template class QorVectorIterator<QorArray<unsigned char>>;
 }  // namespace qorstd

@@ -33,6 +33,7 @@
 #include "TimeStampValidationBlock.h"
 #include "ValidationBlock.h"
 #include "ValidationBlockReport.h"
+#include "ValidationDataStore.h"
 #include "ValidationProcess.h"
 #include "ValidationReport.h"
 #include "Validator.h"

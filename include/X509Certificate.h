@@ -26,6 +26,7 @@ class LogChannel;
 class X509ChainPolicy;
 class X509Chain;
 class X509Store;
+class ValidationDataStore;
 
 // An OpenSSL certificate (a reference of its own) plus the fields the rest of the
 // library asks for: validity, serial number, algorithms, subject and issuer,
@@ -241,6 +242,16 @@ public:
     // it) or is deleted when `chain` is null.
     void Verify(cptVerifyOption option, const std::int64_t& time, X509Certificate* issuer,
                 X509ChainPolicy* policy, X509Chain** chain) const;
+    // The same with proofs of existence: `time` is taken as it is (0 is not
+    // replaced by now), and cptVerifyWholeChain builds with BuildWithPOE.
+    // When the policy builds from supplied validation data (chain build mode
+    // 2 or 4), `store` is required (else ErrInvalidParameter), this
+    // certificate is recorded in it with `time`, and the certificates, CRLs
+    // and OCSP responses of `store` replace the policy's extra store for the
+    // build. The caller's policy is not changed; a chain handed out in
+    // `*chain` points to it.
+    void Verify(cptVerifyOption option, const std::int64_t& time, const X509ChainPolicy* policy,
+                ValidationDataStore* store, const X509Certificate* issuer, X509Chain** chain) const;
 
     // 1 when `candidate`, taken as the only trust anchor, completes a path of
     // this certificate at `time` (0: now) under the default chain policy.

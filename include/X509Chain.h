@@ -92,7 +92,12 @@ public:
     // Builds the path of `cert` at `time` (0: now) and judges the revocation
     // status of its certificates. Throws on failure.
     virtual void Build(const X509Certificate* cert, const std::int64_t& time);
-    // Building with proofs of existence; not available yet (ErrNotImplemented).
+    // As Build, for a past time with proofs of existence: every certificate
+    // of the path must be proven to exist (in `poeStore`) while its issuer
+    // was valid, and revocation is judged from CRLs whose existence and
+    // signer are proven, so that a revoked CA invalidates only what it
+    // certified after its revocation. The POEs of the CRLs used are added to
+    // `poeStore`, also when the build fails later.
     virtual void BuildWithPOE(const X509Certificate* cert, const std::int64_t& time,
                               ValidationDataStore* poeStore);
     // Only checks that a path to a trust anchor exists at `time` (0: now):
@@ -120,8 +125,13 @@ protected:
     virtual void BuildCheckParams(const X509Certificate* cert);
     virtual void BuildDestroyCtx();
     virtual void BuildSolve(const X509Certificate* cert);
+    // Seeks paths until one passes CheckRevocationWithPOE; a path through a
+    // CA revoked before the certificate's POE drops that CA and tries again.
     virtual void BuildSolveWithPOE(const X509Certificate* cert, ValidationDataStore* poeStore);
-    // The path as a new stack the caller owns.
+    // A path (as a new stack the caller owns) whose certificates are valid at
+    // the verify time and proven to exist while their issuers were valid; a
+    // certificate failing either is dropped from the candidates and the path
+    // is sought again.
     virtual stack_st_X509* BuildChainWithPOE(const X509Certificate* cert,
                                              const ValidationDataStore* poeStore);
     virtual void FindRevocationElementsCheckParams(const X509Certificate* cert,
@@ -132,6 +142,9 @@ protected:
     // policy's is lent to it for one call: a client shared by chains that
     // build at the same time must not be used that way.
     virtual void FindRevocationElements(const X509Certificate* cert);
+    // Judges `cert` (path[index]) and, recursively, its issuers up to the
+    // self-signed anchor; `*revokedAt` receives the revocation time of `cert`
+    // when it was revoked at `time`, else 0.
     virtual void CheckRevocationWithPOE(const X509Certificate* cert, stack_st_X509* path, int index,
                                         const std::int64_t& time, ValidationDataStore* poeStore,
                                         std::int64_t* revokedAt);
@@ -156,9 +169,17 @@ protected:
                                                 const X509Store* store) const;
     void LoadCertificatesFromTrustStore(
         QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspCertificate>& out) const;
+    // The first CRL of the build (a new object, POE in `*poeOut`) that
+    // VerifyCrl accepts for `cert` with the POE store; null when none.
+    X509Crl* FindCrlWithPOE(const X509Certificate* cert, const X509Certificate* issuer,
+                            const std::int64_t& time, const ValidationDataStore* poeStore,
+                            std::int64_t* poeOut) const;
+    // Takes every certificate equal to `cert` out of the build's candidates
+    // (anchors and intermediates); returns how many were taken out.
+    int DeleteCertFromBuildCtx(const x509_st* cert);
     // 1 when `crl` can speak for `cert` at `time`: recent enough, issued
-    // while `cert` was valid, and signed by `issuer`. A POE store is not
-    // supported yet (ErrNotImplemented).
+    // while `cert` was valid, with a `poeStore`: proven to exist while
+    // `issuer` was valid (the POE goes to `*poeOut`), and signed by `issuer`.
     int VerifyCrl(X509_crl_st* crl, const X509Certificate* cert, const X509Certificate* issuer,
                   const std::int64_t& time, const ValidationDataStore* poeStore,
                   std::int64_t* poeOut) const;

@@ -25,4 +25,8 @@ target_sources(tessera_objects PRIVATE
     # verification
     ${CMAKE_CURRENT_LIST_DIR}/VerifierCms.cpp
     ${CMAKE_CURRENT_LIST_DIR}/VerifierTimeStamp.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/SignedCmsVerify.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCmsVerify.cpp
+    # archive time-stamps
+    ${CMAKE_CURRENT_LIST_DIR}/ATSHashIndexAttribute.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ATSHashIndexProofs.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ArchiveImprint.cpp)

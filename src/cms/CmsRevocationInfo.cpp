@@ -20,6 +20,7 @@ constexpr unsigned char kTagContext2 = 0xA2;  // [2] constructed
 // Content bytes of the OIDs the walker compares with.
 constexpr unsigned char kOidSignedData[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
 constexpr unsigned char kOidOcspResponse[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x10, 0x02};
+constexpr unsigned char kOidOcspBasic[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x30, 0x01, 0x01};
 
 // One tag-length-value. Multi-byte tags keep only their first octet in
 // `tag`, which never equals one of the single-octet tags above.
@@ -116,6 +117,30 @@ bool SplitElements(const Tlv& outer, std::vector<DerSpan>* elements) {
     return true;
 }
 
+// A DER element of `tag` around `content`.
+std::vector<unsigned char> Wrap(unsigned char tag, const std::vector<unsigned char>& content) {
+    std::vector<unsigned char> out = {tag};
+    const std::size_t length = content.size();
+    if (length < 0x80) {
+        out.push_back(static_cast<unsigned char>(length));
+    } else {
+        std::vector<unsigned char> octets;
+        for (std::size_t rest = length; rest != 0; rest >>= 8) {
+            octets.insert(octets.begin(), static_cast<unsigned char>(rest & 0xFF));
+        }
+        out.push_back(static_cast<unsigned char>(0x80 | octets.size()));
+        out.insert(out.end(), octets.begin(), octets.end());
+    }
+    out.insert(out.end(), content.begin(), content.end());
+    return out;
+}
+
+std::vector<unsigned char> Join(std::vector<unsigned char> first,
+                                const std::vector<unsigned char>& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 }  // namespace
 
 bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDataLayout* layout) {
@@ -154,9 +179,20 @@ bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDa
     if (!ReadTlv(&cursor, end, &element) || !ReadVersion(element, &layout->version)) {
         return false;
     }
+    Tlv encapsulated;
     if (!ReadExpected(&cursor, end, kTagSet, &element) ||
-        !ReadExpected(&cursor, end, kTagSequence, &element) || !ReadTlv(&cursor, end, &element)) {
+        !ReadExpected(&cursor, end, kTagSequence, &encapsulated) ||
+        !ReadTlv(&cursor, end, &element)) {
         return false;
+    }
+    {
+        const unsigned char* at = encapsulated.content;
+        Tlv type;
+        if (!ReadTlv(&at, encapsulated.content + encapsulated.contentLength, &type) ||
+            type.tag != kTagOid) {
+            return false;
+        }
+        layout->eContentType = DerSpan{type.start, type.totalLength};
     }
     if (element.tag == kTagContext0) {
         if (!SplitElements(element, &layout->certificates) || !ReadTlv(&cursor, end, &element)) {
@@ -179,30 +215,48 @@ bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDa
         Tlv sequence;
         Tlv field;
         unsigned long version = 0;
+        SignerFields fields;
+        const auto span = [](const Tlv& tlv) { return DerSpan{tlv.start, tlv.totalLength}; };
         if (!ReadExpected(&at, stop, kTagSequence, &sequence)) {
             return false;
         }
         at = sequence.content;
         stop = sequence.content + sequence.contentLength;
-        if (!ReadTlv(&at, stop, &field) || !ReadVersion(field, &version) ||
-            !ReadTlv(&at, stop, &field) || !ReadTlv(&at, stop, &field) ||
-            !ReadTlv(&at, stop, &field)) {
+        if (!ReadTlv(&at, stop, &field) || !ReadVersion(field, &version)) {
             return false;
         }
-        if (field.tag == kTagContext0 && !ReadTlv(&at, stop, &field)) {
+        fields.version = span(field);
+        if (!ReadTlv(&at, stop, &field)) {
             return false;
         }
+        fields.sid = span(field);
+        if (!ReadTlv(&at, stop, &field)) {
+            return false;
+        }
+        fields.digestAlgorithm = span(field);
+        if (!ReadTlv(&at, stop, &field)) {
+            return false;
+        }
+        if (field.tag == kTagContext0) {
+            fields.signedAttrs = span(field);
+            if (!ReadTlv(&at, stop, &field)) {
+                return false;
+            }
+        }
+        fields.signatureAlgorithm = span(field);
         if (!ReadExpected(&at, stop, kTagOctetString, &field)) {
             return false;
         }
+        fields.signature = span(field);
+        layout->signerFields.push_back(fields);
         layout->signerVersions.push_back(version);
         layout->signerSignatures.push_back(DerSpan{field.content, field.contentLength});
     }
     return true;
 }
 
-std::vector<std::vector<unsigned char>> OcspResponsesOf(const SignedDataLayout& layout) {
-    std::vector<std::vector<unsigned char>> responses;
+std::vector<OcspChoice> OcspChoicesOf(const SignedDataLayout& layout) {
+    std::vector<OcspChoice> responses;
     for (const DerSpan& choice : layout.revocationInfos) {
         // other [1] IMPLICIT OtherRevocationInfoFormat ::= SEQUENCE {
         //   otherRevInfoFormat OBJECT IDENTIFIER, otherRevInfo ANY }
@@ -216,12 +270,31 @@ std::vector<std::vector<unsigned char>> OcspResponsesOf(const SignedDataLayout& 
         end = other.content + other.contentLength;
         Tlv format;
         Tlv value;
-        if (!ReadTlv(&cursor, end, &format) ||
-            !IsOid(format, kOidOcspResponse, sizeof(kOidOcspResponse)) ||
-            !ReadExpected(&cursor, end, kTagSequence, &value)) {
+        if (!ReadTlv(&cursor, end, &format) || !ReadExpected(&cursor, end, kTagSequence, &value)) {
             continue;
         }
-        responses.emplace_back(value.start, value.start + value.totalLength);
+        if (!IsOid(format, kOidOcspResponse, sizeof(kOidOcspResponse)) &&
+            !IsOid(format, kOidOcspBasic, sizeof(kOidOcspBasic))) {
+            continue;
+        }
+        // An OCSPResponse opens with its status (ENUMERATED); a bare
+        // BasicOCSPResponse, which some signers put under either format,
+        // with its tbsResponseData (SEQUENCE).
+        std::vector<unsigned char> response(value.start, value.start + value.totalLength);
+        const unsigned char* first = value.content;
+        Tlv head;
+        if (ReadTlv(&first, value.content + value.contentLength, &head) &&
+            head.tag == kTagSequence) {
+            // OCSPResponse ::= SEQUENCE { responseStatus ENUMERATED successful,
+            //   responseBytes [0] EXPLICIT SEQUENCE { id-pkix-ocsp-basic, OCTET STRING } }
+            std::vector<unsigned char> oid = {kTagOid, sizeof(kOidOcspBasic)};
+            oid.insert(oid.end(), kOidOcspBasic, kOidOcspBasic + sizeof(kOidOcspBasic));
+            const std::vector<unsigned char> bytes =
+                Wrap(kTagSequence, Join(oid, Wrap(kTagOctetString, response)));
+            const std::vector<unsigned char> status = {0x0A, 0x01, 0x00};
+            response = Wrap(kTagSequence, Join(status, Wrap(kTagContext0, bytes)));
+        }
+        responses.push_back(OcspChoice{std::move(response), choice});
     }
     return responses;
 }

@@ -138,6 +138,8 @@ SignedCms& SignedCms::operator=(const SignedCms& other) {
         m_crls = other.m_crls;
         m_attributeCerts = other.m_attributeCerts;
         m_ocspResponses = other.m_ocspResponses;
+        m_revocationChoices = other.m_revocationChoices;
+        m_ocspChoices = other.m_ocspChoices;
         return *this;
     }
     Decode(der);
@@ -184,6 +186,8 @@ void SignedCms::FreeCms(int freeContent) {
     m_certificates.RemoveAll();
     m_crls.RemoveAll();
     m_ocspResponses.RemoveAll();
+    m_revocationChoices.RemoveAll();
+    m_ocspChoices.RemoveAll();
     m_attributeCerts.RemoveAll();
     if (freeContent != 0) {
         m_aContent.RemoveAll();
@@ -361,16 +365,27 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
     ERR_clear_error();
 
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> responses;
-    for (const std::vector<unsigned char>& response : cms::OcspResponsesOf(layout)) {
+    qorstd::QorVector<qorstd::QorArray<unsigned char>> ocspChoices;
+    for (const cms::OcspChoice& carried : cms::OcspChoicesOf(layout)) {
         QorOcsp2Lib::OcspResponse decoded;
         try {
-            decoded.Decode(response.data(), static_cast<unsigned long>(response.size()));
+            decoded.Decode(carried.response.data(),
+                           static_cast<unsigned long>(carried.response.size()));
         } catch (const QorOcsp2Lib::OcspException&) {
             Fail(m_log, L"ParseCms: OCSP response is not readable.", ErrInvalidMessageFormat);
         }
         responses.Add(decoded);
+        ocspChoices.Add(qorstd::QorArray<unsigned char>(
+            carried.choice.data, static_cast<unsigned int>(carried.choice.length)));
     }
     m_ocspResponses = responses;
+    m_ocspChoices = ocspChoices;
+    qorstd::QorVector<qorstd::QorArray<unsigned char>> revocationChoices;
+    for (const cms::DerSpan& choice : layout.revocationInfos) {
+        revocationChoices.Add(qorstd::QorArray<unsigned char>(
+            choice.data, static_cast<unsigned int>(choice.length)));
+    }
+    m_revocationChoices = revocationChoices;
 
     qorstd::QorVector<qorstd::QorArray<unsigned char>> attributeCerts;
     for (const std::vector<unsigned char>& cert : cms::AttributeCertsOf(layout)) {

@@ -407,28 +407,6 @@ void X509Chain::Build(const X509Certificate* cert, const std::int64_t& time) {
     }
 }
 
-void X509Chain::BuildWithPOE(const X509Certificate*, const std::int64_t&, ValidationDataStore*) {
-    try {
-        Fail(ErrNotImplemented, L"BuildWithPOE needs proof-of-existence support");
-    } catch (...) {
-        RecordFailure();
-        throw;
-    }
-}
-
-void X509Chain::BuildSolveWithPOE(const X509Certificate*, ValidationDataStore*) {
-    Fail(ErrNotImplemented, L"BuildSolveWithPOE needs proof-of-existence support");
-}
-
-stack_st_X509* X509Chain::BuildChainWithPOE(const X509Certificate*, const ValidationDataStore*) {
-    Fail(ErrNotImplemented, L"BuildChainWithPOE needs proof-of-existence support");
-}
-
-void X509Chain::CheckRevocationWithPOE(const X509Certificate*, stack_st_X509*, int,
-                                       const std::int64_t&, ValidationDataStore*, std::int64_t*) {
-    Fail(ErrNotImplemented, L"CheckRevocationWithPOE needs proof-of-existence support");
-}
-
 void X509Chain::BuildPath(const X509Certificate* cert, const std::int64_t& time) {
     m_verifyTime = time != 0 ? time : CryptUtils::GetCurrentTimeUTC();
     try {

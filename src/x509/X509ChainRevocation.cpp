@@ -13,6 +13,7 @@
 #include "QorAsn1Time.h"
 #include "QorDer.h"
 #include "QorTextConv.h"
+#include "ValidationDataStore.h"
 #include "X509Certificate.h"
 #include "X509Crl.h"
 #include "X509CrlClient.h"
@@ -732,9 +733,14 @@ int X509Chain::VerifyCrl(X509_CRL* crl, const X509Certificate* cert, const X509C
     if (thisUpdate <= cert->GetNotBefore() || thisUpdate >= cert->GetNotAfter()) {
         return 0;
     }
-    const std::int64_t poe = 0;
+    // With a POE store the CRL must be proven to exist while its issuer was
+    // valid; one without a recorded POE never qualifies.
+    std::int64_t poe = 0;
     if (poeStore != nullptr) {
-        Fail(ErrNotImplemented, L"VerifyCrl: proof-of-existence store");
+        poeStore->GetPOECrl(crl, &poe);
+        if (!(issuer->GetNotBefore() < poe && poe < issuer->GetNotAfter())) {
+            return 0;
+        }
     }
     EVP_PKEY* key = issuer->GetX509() != nullptr ? X509_get0_pubkey(issuer->GetX509()) : nullptr;
     if (key == nullptr || X509_CRL_verify(crl, key) != 1) {

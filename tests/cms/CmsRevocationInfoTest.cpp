@@ -61,8 +61,11 @@ TEST(CmsRevocationInfoTest, ReadsVersionsAndOtherChoices) {
         << "in message order; the second follows the signed attributes";
     EXPECT_TRUE(layout.certificates.size() == 4u && layout.revocationInfos.size() == 4u)
         << "every choice of both sets";
-    EXPECT_EQ(OcspResponsesOf(layout), std::vector<Bytes>{kResponse})
-        << "only id-ri-ocsp-response with a SEQUENCE value";
+    const std::vector<OcspChoice> ocsps = OcspChoicesOf(layout);
+    ASSERT_EQ(ocsps.size(), 1u) << "only OCSP formats with a SEQUENCE value";
+    EXPECT_EQ(ocsps[0].response, kResponse) << "the OCSPResponse";
+    EXPECT_EQ(Bytes(ocsps[0].choice.data, ocsps[0].choice.data + ocsps[0].choice.length), ocsp)
+        << "with the whole choice it came in";
     EXPECT_EQ(AttributeCertsOf(layout),
               (std::vector<Bytes>{{0x30, 0x03, 0x02, 0x01, 0x01}, {0x30, 0x03, 0x02, 0x01, 0x02}}))
         << "v1 and v2 attribute certificates, re-tagged as SEQUENCE";

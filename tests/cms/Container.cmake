@@ -5,11 +5,14 @@ tessera_add_gtest(tessera_cms_container_tests SignedCmsTest.cpp)
 target_link_libraries(tessera_cms_container_tests PRIVATE tessera OpenSSL::Crypto)
 tessera_discover_tests(tessera_cms_container_tests)
 
-# The DER walker behind the container: the library's objects linked in
-# statically.
-tessera_add_gtest(tessera_cms_container_internal_tests CmsRevocationInfoTest.cpp)
+# The DER walker behind the container and the archive time-stamps of the
+# public samples: the library's objects linked in statically.
+tessera_add_gtest(tessera_cms_container_internal_tests CmsRevocationInfoTest.cpp
+    ArchiveTimeStampTest.cpp)
 target_link_libraries(tessera_cms_container_internal_tests
     PRIVATE tessera_objects ${TESSERA_BUNDLED_LIBRARIES})
+target_compile_definitions(tessera_cms_container_internal_tests PRIVATE
+    TESSERA_VECTORS_DIR="${CMAKE_SOURCE_DIR}/tests/vectors")
 tessera_discover_tests(tessera_cms_container_internal_tests)
 
 # `tessera info` over messages written by the openssl command.

@@ -35,6 +35,8 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "typeinfo for TesseraLib::TimeStampValidationReport" \
           "typeinfo for TesseraLib::SignatureWithTimeValidationProcessReport" \
           "typeinfo for TesseraLib::ValidatorCades" \
+          "typeinfo for TesseraLib::ValidationDataStore" \
+          "qorstd::QorVector<TesseraLib::ValidationDataPOEItem>::Add(TesseraLib::ValidationDataPOEItem const&)" \
           "TesseraLib::ValidationBlockReport::cptReportSubStatusStrings" \
           "TesseraLib::ValidationProcess::cptSignatureStandardStrings" \
           "TesseraLib::QorExceptionStore::ReThrow() const" \

@@ -18,6 +18,11 @@ tessera_add_gtest(tessera_chain_scenario_tests X509ChainTest.cpp)
 target_link_libraries(tessera_chain_scenario_tests PRIVATE tessera OpenSSL::Crypto)
 tessera_discover_tests(tessera_chain_scenario_tests)
 
+# Proofs of existence: the store and path building with it.
+tessera_add_gtest(tessera_chain_poe_tests X509ChainPoeTest.cpp)
+target_link_libraries(tessera_chain_poe_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_chain_poe_tests)
+
 # The same engine against the loopback servers (OCSP responder, CRL service,
 # http distribution point) and next to `openssl verify`.
 tessera_add_gtest(tessera_chain_server_tests X509ChainServersTest.cpp)

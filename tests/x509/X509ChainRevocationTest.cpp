@@ -200,13 +200,17 @@ TEST_F(ChainRevocationTest, VerifyCrlChecksTimesThenProofOfExistenceThenSignatur
     EXPECT_EQ(verify(Crl(UtcTime(2024, 7, 1), UtcTime(2024, 8, 1), Certs().otherCa), kVerifyTime),
               0)
         << "signed by another key";
-    const int fakeStore = 0;  // never looked into: such stores are refused
-    const auto* poeStore = reinterpret_cast<const ValidationDataStore*>(&fakeStore);
-    EXPECT_EQ(CodeOf([&] {
-                  chain.VerifyCrl(july.GetX509Crl(), &leaf, &ca, kVerifyTime, poeStore, &poe);
-              }),
-              ErrNotImplemented)
-        << "proof-of-existence stores are not supported yet";
+    ValidationDataStore poeStore;
+    auto withPoe = [&] {
+        poe = -1;
+        return chain.VerifyCrl(july.GetX509Crl(), &leaf, &ca, kVerifyTime, &poeStore, &poe);
+    };
+    EXPECT_EQ(withPoe(), 0) << "with a store, a CRL without a proof of existence does not qualify";
+    poeStore.AddCrl(&july, UtcTime(2041, 1, 1));
+    EXPECT_EQ(withPoe(), 0) << "proven only after the CA expired";
+    poeStore.AddCrl(&july, UtcTime(2024, 7, 2));
+    EXPECT_TRUE(withPoe() == 1 && poe == UtcTime(2024, 7, 2))
+        << "proven while the CA was valid: its POE comes back";
     policy.SetCheckRevocationThisUpdate(1);
     EXPECT_EQ(verify(july, kVerifyTime), 0) << "thisUpdate must be after the time";
 }

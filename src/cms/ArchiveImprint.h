@@ -1,0 +1,28 @@
+// What an archive time-stamp v3 stamps (internal): the bytes whose digest
+// is the token's message imprint.
+#pragma once
+
+#include "CmsRevocationInfo.h"
+#include "QorArray.h"
+
+namespace TesseraLib {
+
+class LogChannel;
+
+namespace cms {
+
+// The concatenation of the message's encapsulated content type, the
+// content's digest (made by the caller with the token's imprint
+// algorithm), the signer's version, sid, digest algorithm, signed
+// attributes (when present), signature algorithm and signature, and the
+// hash-index attribute's value (`hashIndexValue`). Every part is taken as it
+// stands in the message or the token, so that an encoding other than the
+// one the time-stamp covered is not silently normalised into a match.
+// Missing parts fail with the codes of the archive check, logged on `log`.
+qorstd::QorArray<unsigned char> ArchiveImprintInput(
+    const LogChannel* log, const SignedDataLayout& layout, unsigned int signerIndex,
+    const qorstd::QorArray<unsigned char>& contentDigest,
+    const qorstd::QorArray<unsigned char>& hashIndexValue);
+
+}  // namespace cms
+}  // namespace TesseraLib
