@@ -94,6 +94,10 @@ public:
         friend class CadesSignatureAcceptanceValidationBlock;
 
         void ParseSignerInfo(const CMS_SignerInfo_st* signer, const x509_st* certificate) override;
+        // The digest (OpenSSL digest `nid`) of the signed content: the
+        // message's own, or the detached content the caller set
+        // (ErrNoContent without it).
+        qorstd::QorArray<unsigned char> ContentDigest(int nid) const;
         // Whether `attr` names `signerCert`: issuer and serial when given,
         // then the certificate digest.
         void VerifySigningCert(const SigningCertificateAttribute& attr,

@@ -232,6 +232,11 @@ public:
         // signer certificate's issuer among them too (not owned; null
         // otherwise, never copied).
         const qorstd::QorVector<X509Certificate>* m_issuerCandidates;
+        // The version, sid, digest algorithm, signed attributes, signature
+        // algorithm and signature as they stand in the decoded message,
+        // one after the other: what an archive time-stamp covers of this
+        // signer. Empty for a message the library built itself.
+        qorstd::QorArray<unsigned char> m_archivedFields;
 
     private:
         // Shared by Verify and VerifyDigest; `hash` null means the content.
@@ -370,6 +375,9 @@ protected:
     QorOcsp2Lib::OcspVector<QorOcsp2Lib::OcspResponse> m_ocspResponses;
     qorstd::QorVector<qorstd::QorArray<unsigned char>> m_revocationChoices;
     qorstd::QorVector<qorstd::QorArray<unsigned char>> m_ocspChoices;
+    // The encapsulated content type's OID encoding as it stands in the
+    // decoded message (empty for a message the library built itself).
+    qorstd::QorArray<unsigned char> m_eContentTypeDer;
     std::unique_ptr<LogChannel> m_log;
     std::unique_ptr<qorstd::QorVector<SignerInfo>> m_pvSigners;
     // The DER being decoded, while Decode parses it (else null): ParseCms

@@ -14,6 +14,7 @@
 namespace TesseraLib {
 
 class LogChannel;
+class ValidationDataStore;
 class VerifierCades;
 class X509Chain;
 
@@ -49,6 +50,9 @@ public:
     // attribute without value → ErrInvalidState.
     void Verify(const qorstd::QorArray<unsigned char>& msg, const VerifierCades& verifier,
                 std::int64_t* time, X509Chain** chain) const;
+    // The same with proofs of existence (see VerifierTimeStamp).
+    void Verify(const qorstd::QorArray<unsigned char>& msg, const VerifierCades& verifier,
+                const ValidationDataStore* store, X509Chain** chain) const;
 
 protected:
     // The type must be id-aa-timeStampToken (1.2.840.113549.1.9.16.2.14) or

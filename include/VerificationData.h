@@ -61,6 +61,7 @@ public:
     const qorstd::QorException* GetVerificationException() const { return m_exception.get(); }
 
 protected:
+    friend class SignedCades2;
     // Stores a clone.
     void SetException(const qorstd::QorException* exception);
 

@@ -14,6 +14,7 @@
 namespace TesseraLib {
 
 class LogChannel;
+class ValidationDataStore;
 class VerifierCades;
 class X509Chain;
 
@@ -41,8 +42,20 @@ public:
     // when the TSA signer or the token's own verification fails too.
     virtual void VerifyDigest(const qorstd::QorArray<unsigned char>& hash,
                               const VerifierCades& verifier, std::int64_t* time, X509Chain** chain);
+    // With proofs of existence: the token is checked at the verifier's
+    // verify time (0: now) and its TSA's path is built with the proofs of
+    // `store` (a copy of it; the caller's store is not changed).
+    virtual void Verify(const qorstd::QorArray<unsigned char>& msg, const VerifierCades& verifier,
+                        const ValidationDataStore* store, X509Chain** chain);
+    virtual void VerifyDigest(const qorstd::QorArray<unsigned char>& hash,
+                              const VerifierCades& verifier, const ValidationDataStore* store,
+                              X509Chain** chain);
 
 private:
+    qorstd::QorArray<unsigned char> ImprintOf(const qorstd::QorArray<unsigned char>& msg) const;
+    void Check(const qorstd::QorArray<unsigned char>& hash, const VerifierCades& verifier,
+               std::int64_t* time, const ValidationDataStore* store, X509Chain** chain);
+
     const QorTsp2Lib::TspTimeStamp* m_timeStamp;
     std::unique_ptr<LogChannel> m_log;
 };

@@ -10,37 +10,45 @@ namespace cms {
 namespace {
 
 void Append(qorstd::QorArray<unsigned char>& out, const DerSpan& span) {
-    out.Append(span.data, static_cast<unsigned int>(span.length));
+    if (span.length > 0) {
+        out.Append(span.data, static_cast<unsigned int>(span.length));
+    }
 }
 
 }  // namespace
 
+qorstd::QorArray<unsigned char> ArchivedFields(const SignerFields& fields) {
+    qorstd::QorArray<unsigned char> out;
+    Append(out, fields.version);
+    Append(out, fields.sid);
+    Append(out, fields.digestAlgorithm);
+    Append(out, fields.signedAttrs);
+    Append(out, fields.signatureAlgorithm);
+    Append(out, fields.signature);
+    return out;
+}
+
 qorstd::QorArray<unsigned char> ArchiveImprintInput(
-    const LogChannel* log, const SignedDataLayout& layout, unsigned int signerIndex,
+    const LogChannel* log, const qorstd::QorArray<unsigned char>& eContentType,
     const qorstd::QorArray<unsigned char>& contentDigest,
+    const qorstd::QorArray<unsigned char>& archivedFields,
     const qorstd::QorArray<unsigned char>& hashIndexValue) {
-    if (layout.eContentType.length == 0) {
+    if (eContentType.IsEmpty()) {
         Fail(log, L"VerifyArchiveTimeStamp: pContentType == NULL", ErrInternal);
     }
     if (contentDigest.IsEmpty()) {
         Fail(log, L"VerifyArchiveTimeStamp: nContentLen <= 0", ErrInvalidParameter);
     }
-    if (signerIndex >= layout.signerFields.size()) {
+    if (archivedFields.IsEmpty()) {
         Fail(log, L"VerifyArchiveTimeStamp: m_pSigner->sid == NULL", ErrInternal);
     }
     if (hashIndexValue.IsEmpty()) {
         Fail(log, L"VerifyArchiveTimeStamp - strSeq == NULL", ErrAsn1Decoding);
     }
-    const SignerFields& fields = layout.signerFields[signerIndex];
     qorstd::QorArray<unsigned char> input;
-    Append(input, layout.eContentType);
+    input.Append(eContentType);
     input.Append(contentDigest);
-    Append(input, fields.version);
-    Append(input, fields.sid);
-    Append(input, fields.digestAlgorithm);
-    Append(input, fields.signedAttrs);
-    Append(input, fields.signatureAlgorithm);
-    Append(input, fields.signature);
+    input.Append(archivedFields);
     input.Append(hashIndexValue);
     return input;
 }

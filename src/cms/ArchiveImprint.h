@@ -11,17 +11,22 @@ class LogChannel;
 
 namespace cms {
 
-// The concatenation of the message's encapsulated content type, the
-// content's digest (made by the caller with the token's imprint
-// algorithm), the signer's version, sid, digest algorithm, signed
-// attributes (when present), signature algorithm and signature, and the
-// hash-index attribute's value (`hashIndexValue`). Every part is taken as it
-// stands in the message or the token, so that an encoding other than the
-// one the time-stamp covered is not silently normalised into a match.
-// Missing parts fail with the codes of the archive check, logged on `log`.
+// A signer's version, sid, digest algorithm, signed attributes (when
+// present), signature algorithm and signature, one after the other, as
+// they stand in the walked message.
+qorstd::QorArray<unsigned char> ArchivedFields(const SignerFields& fields);
+
+// The concatenation of the message's encapsulated content type (its OID
+// encoding), the content's digest (made by the caller with the token's
+// imprint algorithm), the signer's archived fields and the hash-index
+// attribute's value. Every part is taken as it stands in the message or
+// the token, so that an encoding other than the one the time-stamp covered
+// is not silently normalised into a match. Missing parts fail with the
+// codes of the archive check, logged on `log`.
 qorstd::QorArray<unsigned char> ArchiveImprintInput(
-    const LogChannel* log, const SignedDataLayout& layout, unsigned int signerIndex,
+    const LogChannel* log, const qorstd::QorArray<unsigned char>& eContentType,
     const qorstd::QorArray<unsigned char>& contentDigest,
+    const qorstd::QorArray<unsigned char>& archivedFields,
     const qorstd::QorArray<unsigned char>& hashIndexValue);
 
 }  // namespace cms

@@ -29,4 +29,6 @@ target_sources(tessera_objects PRIVATE
     # archive time-stamps
     ${CMAKE_CURRENT_LIST_DIR}/ATSHashIndexAttribute.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ATSHashIndexProofs.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/ArchiveImprint.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/ArchiveImprint.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCades2.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCades2Verify.cpp)

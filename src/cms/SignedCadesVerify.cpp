@@ -62,8 +62,7 @@ const SignaturePolicy* SignedCades::SignerInfo::LoadSignaturePolicy(
     return policy;
 }
 
-void SignedCades::SignerInfo::Verify(const VerifierCades& verifier, cptCadesType type) {
-    TLOG_INFO(m_cadesLog, L"Verify()");
+qorstd::QorArray<unsigned char> SignedCades::SignerInfo::ContentDigest(int nid) const {
     if (m_pSigner == nullptr || m_cadesParent == nullptr) {
         Fail(m_cadesLog, L"Verify: Signer is not present.", ErrNoSigner);
     }
@@ -71,14 +70,19 @@ void SignedCades::SignerInfo::Verify(const VerifierCades& verifier, cptCadesType
     if (m_cadesParent->IsDetached() != 0 && content.IsEmpty()) {
         Fail(m_cadesLog, L"Verify: Signed content not set - m_aContent is empty", ErrNoContent);
     }
-    const EVP_MD* md = EVP_get_digestbynid(m_nHashAlgorithm);
+    const EVP_MD* md = EVP_get_digestbynid(nid);
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     if (md == nullptr ||
         EVP_Digest(content.GetData(), content.GetSize(), digest, &length, md, nullptr) != 1) {
         FailCrypto(m_cadesLog, "Verify: EVP_Digest() failed.", ErrHashGeneration);
     }
-    VerifyDigest(verifier, qorstd::QorArray<unsigned char>(digest, length), type);
+    return qorstd::QorArray<unsigned char>(digest, length);
+}
+
+void SignedCades::SignerInfo::Verify(const VerifierCades& verifier, cptCadesType type) {
+    TLOG_INFO(m_cadesLog, L"Verify()");
+    VerifyDigest(verifier, ContentDigest(m_nHashAlgorithm), type);
 }
 
 void SignedCades::SignerInfo::VerifyDigest(const VerifierCades& verifier,

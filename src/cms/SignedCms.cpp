@@ -16,6 +16,7 @@
 #include "OcspException.h"
 #include "OpenSslPtr.h"
 #include "QorDer.h"
+#include "cms/ArchiveImprint.h"
 #include "cms/CmsOid.h"
 #include "cms/CmsRevocationInfo.h"
 
@@ -140,6 +141,7 @@ SignedCms& SignedCms::operator=(const SignedCms& other) {
         m_ocspResponses = other.m_ocspResponses;
         m_revocationChoices = other.m_revocationChoices;
         m_ocspChoices = other.m_ocspChoices;
+        m_eContentTypeDer = other.m_eContentTypeDer;
         return *this;
     }
     Decode(der);
@@ -189,6 +191,7 @@ void SignedCms::FreeCms(int freeContent) {
     m_revocationChoices.RemoveAll();
     m_ocspChoices.RemoveAll();
     m_attributeCerts.RemoveAll();
+    m_eContentTypeDer.RemoveAll();
     if (freeContent != 0) {
         m_aContent.RemoveAll();
     }
@@ -382,8 +385,8 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
     m_ocspChoices = ocspChoices;
     qorstd::QorVector<qorstd::QorArray<unsigned char>> revocationChoices;
     for (const cms::DerSpan& choice : layout.revocationInfos) {
-        revocationChoices.Add(qorstd::QorArray<unsigned char>(
-            choice.data, static_cast<unsigned int>(choice.length)));
+        revocationChoices.Add(
+            qorstd::QorArray<unsigned char>(choice.data, static_cast<unsigned int>(choice.length)));
     }
     m_revocationChoices = revocationChoices;
 
@@ -392,6 +395,10 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
         attributeCerts.Add(ToArray(cert));
     }
     m_attributeCerts = attributeCerts;
+    if (layout.eContentType.length > 0) {
+        m_eContentTypeDer.Assign(layout.eContentType.data,
+                                 static_cast<unsigned int>(layout.eContentType.length));
+    }
 
     STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(cms);
     ERR_clear_error();
@@ -409,6 +416,7 @@ void SignedCms::ParseCms(CMS_ContentInfo* cms) {
                 if (!taken[j] && encoded.length == signature.GetSize() &&
                     std::memcmp(encoded.data, signature.GetData(), encoded.length) == 0) {
                     info.m_version = layout.signerVersions[j];
+                    info.m_archivedFields = cms::ArchivedFields(layout.signerFields[j]);
                     taken[j] = true;
                     break;
                 }

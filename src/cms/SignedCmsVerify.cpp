@@ -30,6 +30,7 @@
 #include "VerifierCms.h"
 #include "VerifierTimeStamp.h"
 #include "X509Chain.h"
+#include "cms/TimeStampChoice.h"
 #include "x509/X509Bytes.h"
 
 namespace TesseraLib {
@@ -599,35 +600,12 @@ void SignedCms::SignerInfo::VerifySignatureTimeStamps(
     }
     m_timeStampVerificationData->SetVerifyTime(&time);
     // The latest time-stamp with a value is the one checked.
-    std::vector<const TimeStampAttribute*> ordered;
-    for (unsigned int i = 0; i < timeStamps.GetSize(); ++i) {
-        ordered.push_back(&timeStamps[i]);
-    }
-    std::stable_sort(ordered.begin(), ordered.end(),
-                     [](const TimeStampAttribute* a, const TimeStampAttribute* b) {
-                         return TimeStampAttribute::CompareByTime(a, b) < 0;
-                     });
-    const TimeStampAttribute* chosen = nullptr;
-    for (auto it = ordered.rbegin(); it != ordered.rend() && chosen == nullptr; ++it) {
-        if ((*it)->GetX509Attr() != nullptr && !(*it)->GetValue().IsEmpty()) {
-            chosen = *it;
-        }
-    }
-    try {
-        if (chosen != nullptr) {
+    const TimeStampAttribute* chosen = cms::LatestTimeStamp(timeStamps);
+    if (chosen != nullptr) {
+        cms::CheckAsTimeStamp(chosen, [&] {
             m_timeStampVerificationData->SetTimeStamp(&chosen->GetTimeStamp());
             VerifySignatureTimeStamp(m_timeStampVerificationData.get(), m_signatureValue, verifier);
-        }
-    } catch (const CryptException& e) {
-        TimeStampException::Throw(chosen, e.GetErrorCode(), e.GetErrorMessage().c_str());
-    } catch (const qorstd::QorException& e) {
-        TimeStampException::Throw(chosen, e.GetErrorCode(), e.GetErrorMessage().c_str());
-    } catch (const QorTsp2Lib::TspException&) {
-        throw;
-    } catch (const QorOcsp2Lib::OcspException& e) {
-        TimeStampOcspException::Throw(chosen, e.GetErrorCode(), e.GetErrorMessage().c_str());
-    } catch (...) {
-        TimeStampException::Throw(chosen, ErrInternal, L"");
+        });
     }
     if (m_timeStampVerificationData->GetTimeStamp() != nullptr) {
         time = m_timeStampVerificationData->GetTimeStamp()->GetTime();

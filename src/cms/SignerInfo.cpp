@@ -169,7 +169,8 @@ SignedCms::SignerInfo::SignerInfo(const SignerInfo& other)
               ? static_cast<TimeStampVerificationData*>(other.m_timeStampVerificationData->Clone())
               : nullptr),
       m_log(std::make_unique<LogChannel>(kChannelName)),
-      m_issuerCandidates(nullptr) {}
+      m_issuerCandidates(nullptr),
+      m_archivedFields(other.m_archivedFields) {}
 
 SignedCms::SignerInfo& SignedCms::SignerInfo::operator=(const SignerInfo& other) {
     if (this == &other) {
@@ -199,6 +200,7 @@ SignedCms::SignerInfo& SignedCms::SignerInfo::operator=(const SignerInfo& other)
     m_verificationData = std::move(verification);
     m_signatureTimeStamps = timeStamps;
     m_timeStampVerificationData = std::move(timeStampVerification);
+    m_archivedFields = other.m_archivedFields;
     return *this;
 }
 

@@ -161,4 +161,15 @@ void TimeStampAttribute::Verify(const qorstd::QorArray<unsigned char>& msg,
     VerifierTimeStamp(&m_timeStamp).Verify(msg, verifier, time, chain);
 }
 
+void TimeStampAttribute::Verify(const qorstd::QorArray<unsigned char>& msg,
+                                const VerifierCades& verifier, const ValidationDataStore* store,
+                                X509Chain** chain) const {
+    TLOG_DEBUG(m_log, L"Verify()");
+    if (GetValue().IsEmpty()) {
+        Fail(m_log, L"Verify: Invalid operation - attribute is empty", ErrInvalidState,
+             L"TimeStampAttribute - GetValue().IsEmpty()");
+    }
+    VerifierTimeStamp(&m_timeStamp).Verify(msg, verifier, store, chain);
+}
+
 }  // namespace TesseraLib

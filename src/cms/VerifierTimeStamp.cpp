@@ -16,7 +16,9 @@
 #include "OcspException.h"
 #include "QorExceptionStore.h"
 #include "SignedCades.h"
+#include "SignedCades2.h"
 #include "TspException.h"
+#include "ValidationDataStore.h"
 #include "VerifierCades.h"
 #include "X509Chain.h"
 
@@ -61,6 +63,11 @@ void VerifierTimeStamp::Reset() {
 void VerifierTimeStamp::Verify(const qorstd::QorArray<unsigned char>& msg,
                                const VerifierCades& verifier, std::int64_t* time,
                                X509Chain** chain) {
+    VerifyDigest(ImprintOf(msg), verifier, time, chain);
+}
+
+qorstd::QorArray<unsigned char> VerifierTimeStamp::ImprintOf(
+    const qorstd::QorArray<unsigned char>& msg) const {
     TLOG_DEBUG(m_log, L"Verify()");
     if (m_timeStamp == nullptr) {
         Fail(m_log, L"Verify: Invalid operation - timestamp is not set", ErrInternal,
@@ -75,12 +82,33 @@ void VerifierTimeStamp::Verify(const qorstd::QorArray<unsigned char>& msg,
     digest.Update(msg);
     qorstd::QorArray<unsigned char> hash;
     digest.Finish(hash);
-    VerifyDigest(hash, verifier, time, chain);
+    return hash;
+}
+
+void VerifierTimeStamp::Verify(const qorstd::QorArray<unsigned char>& msg,
+                               const VerifierCades& verifier, const ValidationDataStore* store,
+                               X509Chain** chain) {
+    VerifyDigest(ImprintOf(msg), verifier, store, chain);
 }
 
 void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash,
                                      const VerifierCades& verifier, std::int64_t* time,
                                      X509Chain** chain) {
+    Check(hash, verifier, time, nullptr, chain);
+}
+
+void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash,
+                                     const VerifierCades& verifier,
+                                     const ValidationDataStore* store, X509Chain** chain) {
+    if (store == nullptr) {
+        Fail(m_log, L"VerifyDigest: Bad parameter - store is null", ErrInvalidParameter);
+    }
+    Check(hash, verifier, nullptr, store, chain);
+}
+
+void VerifierTimeStamp::Check(const qorstd::QorArray<unsigned char>& hash,
+                              const VerifierCades& verifier, std::int64_t* time,
+                              const ValidationDataStore* store, X509Chain** chain) {
     TLOG_DEBUG(m_log, L"VerifyDigest()");
     if (m_timeStamp == nullptr) {
         Fail(m_log, L"VerifyDigest: Invalid operation - timestamp is not set", ErrInternal,
@@ -90,7 +118,10 @@ void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash
         Fail(m_log, L"VerifyDigest: Bad parameter - chain policy is not set", ErrInvalidParameter,
              L"TimeStampAttribute - policy == NULL");
     }
-    const std::unique_ptr<SignedCades> token(verifier.CreateSignatureObject());
+    // With proofs of existence the token is read with its long-term forms,
+    // so that its TSA's path is built at the token's proven time.
+    const std::unique_ptr<SignedCades> token(store != nullptr ? new SignedCades2()
+                                                              : verifier.CreateSignatureObject());
     QorExceptionStore kept;
 
     // Imprint and time.
@@ -131,10 +162,18 @@ void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash
         const QorTsp2Lib::TspArray<unsigned char> der = m_timeStamp->Encode(1);
         token->Decode(der.GetData(), static_cast<long>(der.GetSize()));
         if (token->GetSignerInfoCount() == 0) {
+            if (store != nullptr) {
+                Fail(m_log, L"VerifyDigest: pTsaSigners is empty", ErrSignerCertNotFound,
+                     L"pTsaSigners->IsEmpty()");
+            }
             Fail(m_log, L"VerifyDigest: TsaSigners is empty", ErrSignerCertNotFound,
                  L"TsaSigners is empty");
         }
         if (token->GetSignerInfoCount() > 1) {
+            if (store != nullptr) {
+                Fail(m_log, L"VerifyDigest: Multiple TSA signers found.", ErrInvalidMessageFormat,
+                     L"pTsaSigners->GetSize() > 1");
+            }
             Fail(m_log, L"VerifyDigest: Multiple TSA signers found.", ErrInvalidMessageFormat,
                  L"Tsa Signers count > 1");
         }
@@ -160,7 +199,16 @@ void VerifierTimeStamp::VerifyDigest(const qorstd::QorArray<unsigned char>& hash
     }
 
     // The token as a CAdES message, its path checked for time-stamping.
-    RunKeepingFailure(kept, [&] { token->Verify(verifier, SignedCades::cptCadesNone); });
+    RunKeepingFailure(kept, [&] {
+        if (store == nullptr) {
+            token->Verify(verifier, SignedCades::cptCadesNone);
+            return;
+        }
+        // The token's check may add proofs of its own; they stay with it.
+        ValidationDataStore proofs(*store);
+        static_cast<SignedCades2*>(token.get())
+            ->Verify(verifier, &proofs, SignedCades2::cptCades2None);
+    });
     const SignedCades::SignerInfo* signer = token->GetSignerInfo(0);
     if (chain != nullptr && signer != nullptr && signer->GetX509Chain() != nullptr) {
         *chain = signer->GetX509Chain()->Clone();

@@ -14,10 +14,12 @@
 #include "OpenSslPtr.h"
 #include "QorDer.h"
 #include "SignedCades.h"
+#include "SignedCades2.h"
+#include "VerifierCades.h"
+#include "X509ChainPolicy.h"
 #include "TestTessera.h"
 #include "TimeStampAttribute.h"
 #include "ValidationDataStore.h"
-#include "cms/ArchiveImprint.h"
 
 using namespace TesseraLib;
 using namespace tessera_test;
@@ -43,89 +45,40 @@ X509_ATTRIBUTE* UnsignedAttribute(const CMS_SignerInfo* signer, const char* oid)
     return at < 0 ? nullptr : CMS_unsigned_get_attr(signer, at);
 }
 
-// The signer's unsigned attributes as one (borrowing) stack.
-struct UnsignedStack {
-    STACK_OF(X509_ATTRIBUTE)* stack = sk_X509_ATTRIBUTE_new_null();
-    explicit UnsignedStack(const CMS_SignerInfo* signer) {
-        for (int i = 0; i < CMS_unsigned_get_attr_count(signer); ++i) {
-            sk_X509_ATTRIBUTE_push(stack, CMS_unsigned_get_attr(signer, i));
-        }
-    }
-    ~UnsignedStack() { sk_X509_ATTRIBUTE_free(stack); }
-};
-
-std::unique_ptr<ATSHashIndexAttributeBase> IndexFor(const char* oid) {
-    const std::string type(oid);
-    if (type == ATSHashIndexAttributeBase::kOidV1) {
-        return std::make_unique<ATSHashIndexAttribute>();
-    }
-    if (type == ATSHashIndexAttributeBase::kOidV2) {
-        return std::make_unique<ATSHashIndexV2Attribute>();
-    }
-    return std::make_unique<ATSHashIndexV3Attribute>();
-}
-
 }  // namespace
 
-TEST(ArchiveTimeStamp, PublicSamplesCarryMatchingHashIndexesAndImprints) {
+TEST(ArchiveTimeStamp, PublicSamplesAreLtaAndTheirArchiveTimeStampsVerify) {
+    // The samples' certificates expired long ago: only the signatures,
+    // hash indexes and imprints are checked here, not the paths.
     const Sample samples[] = {
         {"Signature-C-HU_POL-3.p7m", nullptr, ATSHashIndexAttributeBase::kOidV1, 0},
         {"cades-lta-detached.pkcs7", "hello_world.txt", ATSHashIndexAttributeBase::kOidV3, 0},
         {"cades-ats-v3-wrong-cert.p7m", nullptr, ATSHashIndexAttributeBase::kOidV3,
          ErrAtsHashIndexCertMismatch},
     };
+    X509ChainPolicy policy;
+    VerifierCades verifier;
+    verifier.SetVerifyOption(VerifierCms::cptVerifyNone);
+    verifier.SetChainPolicy(&policy);
     for (const Sample& sample : samples) {
         SCOPED_TRACE(sample.file);
-        const Bytes der = ReadBinaryFile(Vector(sample.file));
-        SignedCades cades;
-        cades.Decode(Array(der));
-        const CMS_SignerInfo* signer = cades.GetSignerInfo(0)->GetSigner();
-
-        // The token and the hash index its signer carries.
-        X509_ATTRIBUTE* archive = UnsignedAttribute(signer, kArchiveTimeStamp);
-        ASSERT_NE(archive, nullptr) << "an archive time-stamp";
-        const Bytes tokenDer = qorssl::Encode(i2d_ASN1_TYPE, X509_ATTRIBUTE_get0_type(archive, 0));
-        SignedCades token;
-        token.Decode(Array(tokenDer));
-        X509_ATTRIBUTE* indexAttr =
-            UnsignedAttribute(token.GetSignerInfo(0)->GetSigner(), sample.indexOid);
-        ASSERT_NE(indexAttr, nullptr) << "the token's signer carries the hash index";
-        std::unique_ptr<ATSHashIndexAttributeBase> index = IndexFor(sample.indexOid);
-        index->Decode(indexAttr);
-
-        const UnsignedStack attrs(signer);
-        EXPECT_EQ(CodeOf([&] {
-                      index->Verify(cades.GetCertificates(), cades.GetRevocationInfoChoices(),
-                                    attrs.stack);
-                  }),
-                  sample.code)
-            << "the hash index against the message";
-
-        // The imprint over the message's own bytes, with the token's algorithm.
-        QorTsp2Lib::TspTimeStamp stamp;
-        stamp.Decode(tokenDer.data(), static_cast<unsigned int>(tokenDer.size()));
-        const EVP_MD* md = EVP_get_digestbyname(
-            QorTsp2Lib::GetHashName(stamp.GetMessageImprint().GetHashAlgorithm()));
-        ASSERT_NE(md, nullptr);
-        const auto digest = [md](const Bytes& data) {
-            Bytes out(EVP_MD_get_size(md));
-            EVP_Digest(data.data(), data.size(), out.data(), nullptr, md, nullptr);
-            return out;
-        };
-        const Bytes content = sample.detachedContent != nullptr
-                                  ? ReadBinaryFile(Vector(sample.detachedContent))
-                                  : ToBytes(cades.GetContent());
-        cms::SignedDataLayout layout;
-        Bytes walked = der;
-        if (!cms::ReadSignedDataLayout(walked.data(), walked.size(), &layout)) {
-            walked = ToBytes(cades.Encode());  // a BER message: its DER form
-            ASSERT_TRUE(cms::ReadSignedDataLayout(walked.data(), walked.size(), &layout));
+        SignedCades2 cades;
+        cades.Decode(Array(ReadBinaryFile(Vector(sample.file))));
+        if (sample.detachedContent != nullptr) {
+            cades.SetContent(Array(ReadBinaryFile(Vector(sample.detachedContent))));
         }
-        const Bytes value = qorssl::Encode(i2d_ASN1_TYPE, X509_ATTRIBUTE_get0_type(indexAttr, 0));
-        const Bytes input = ToBytes(
-            cms::ArchiveImprintInput(nullptr, layout, 0, Array(digest(content)), Array(value)));
-        EXPECT_EQ(digest(input), ToBytes(stamp.GetMessageImprint().GetHashedMessage()))
-            << "the token's imprint";
+        SignedCades2::SignerInfo& signer = *cades.GetSignerInfo(0);
+        EXPECT_EQ(signer.GetCadesType(), SignedCades2::cptCades2Lta);
+        ValidationDataStore store;
+        EXPECT_EQ(CodeOf([&] { signer.Verify(verifier, &store, SignedCades2::cptCades2None); }), 0)
+            << "archive failures are recorded, not thrown";
+        ASSERT_NE(signer.GetArchiveTimeStampsV3VerificationData(), nullptr);
+        const TimeStampVerificationData& data = (*signer.GetArchiveTimeStampsV3VerificationData())[0];
+        EXPECT_EQ(data.GetVerificationException() != nullptr
+                      ? data.GetVerificationException()->GetErrorCode()
+                      : 0,
+                  sample.code)
+            << "the archive time-stamp's outcome";
     }
 }
 

@@ -147,7 +147,8 @@ Bytes Alter(const Bytes& request, const TsaReply& reply) {
 
 }  // namespace
 
-TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest, KeyKind caKey) {
+TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest, KeyKind caKey,
+                 std::int64_t tsaNotAfter) {
     // Pool slots of their own, apart from the low ones tests use for signers.
     const KeyPtr caPooled = caKey == KeyKind::EcP256 ? nullptr : CachedKey(caKey, 30);
     const KeyPtr tsaPooled = tsaKey == KeyKind::EcP256 ? nullptr : CachedKey(tsaKey, 31);
@@ -159,6 +160,7 @@ TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest, KeyKind caKey)
     tsa.keyKind = tsaKey;
     tsa.key = tsaPooled.get();
     tsa.digest = certificateDigest;
+    tsa.notAfter = tsaNotAfter;
     tsa.extensions.push_back({"extendedKeyUsage", "critical,timeStamping"});
     m_tsa = IssueCertificate(tsa, &m_ca);
 }
