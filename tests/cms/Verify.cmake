@@ -33,3 +33,10 @@ add_test(NAME cli.validate
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_validate.sh $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.validate PROPERTIES
     ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED http TIMEOUT 120)
+
+# `tessera validate` over the public CAdES signatures of tests/vectors/cades,
+# anchored in their own certificates, through both processes; no network.
+add_test(NAME cli.validate.samples
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_validate_samples.sh
+            $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.validate.samples PROPERTIES TIMEOUT 120)
