@@ -21,6 +21,8 @@ class TspTimeStamp;
 
 namespace TesseraLib {
 
+class ValidationDataStore;
+
 class LogChannel;
 class X509ChainPolicyTL;
 class X509MemoryStore;
@@ -114,6 +116,9 @@ protected:
 private:
     // Ends the process with `total` / `subStatus`.
     int Stop(int total, int subStatus);
+    // The proofs of existence the signer's archive time-stamps give (an
+    // empty store when it has none or none of them holds).
+    std::unique_ptr<ValidationDataStore> ArchiveProofs() const;
 
     std::int64_t m_bestSignatureTime;
     qorstd::QorVector<const QorTsp2Lib::TspTimeStamp*> m_timeStamps;

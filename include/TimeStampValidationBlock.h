@@ -39,6 +39,9 @@ public:
     void SetChainPolicy(X509ChainPolicyTL* policy) { m_chainPolicy = policy; }
     void SetTimeStamp(const QorTsp2Lib::TspTimeStamp* timeStamp) { m_timeStamp = timeStamp; }
     void SetValidationPolicyOID(const qorstd::QorString& oid) { m_validationPolicyOid = oid; }
+    // The time at which the token is validated: 0 (now) unless the token is
+    // proven to have existed earlier (by an archive time-stamp).
+    void SetValidationTime(std::int64_t time) { m_validationTime = time; }
     const TimeStampValidationReport& GetTimeStampValidationReport() const { return m_report; }
 
     void Process() override;
@@ -48,6 +51,7 @@ private:
     X509ChainPolicyTL* m_chainPolicy;
     const QorTsp2Lib::TspTimeStamp* m_timeStamp;
     qorstd::QorString m_validationPolicyOid;
+    std::int64_t m_validationTime = 0;
     // The last run's token message, its policy and its process: the
     // process's report points into them.
     std::unique_ptr<SignedCades> m_token;

@@ -2,7 +2,9 @@
 // signer's signature time-stamps give the best signature time at which the
 // revocation, expiry and freshness findings of the basic validation are
 // judged again.
+#include <openssl/cms.h>
 #include <openssl/evp.h>
+#include <openssl/objects.h>
 
 #include <algorithm>
 #include <exception>
@@ -13,12 +15,16 @@
 #include "Failure.h"
 #include "LogChannel.h"
 #include "OcspResponse.h"
+#include "OpenSslPtr.h"
 #include "ProcessStart.h"
+#include "SignedCades2.h"
 #include "TimeStampAttribute.h"
 #include "TimeStampValidationBlock.h"
 #include "TspTimeStamp.h"
 #include "ValidationBlock.h"
+#include "ValidationDataStore.h"
 #include "ValidationReport.h"
+#include "VerifierCades.h"
 #include "X509CertificateValidationBlock.h"
 #include "X509Chain.h"
 #include "X509ChainPolicy.h"
@@ -44,6 +50,11 @@ bool ImprintMatches(const qorstd::QorArray<unsigned char>& signatureValue,
     }
     const auto& hashed = imprint.GetHashedMessage();
     return hashed.GetSize() == length && std::equal(digest, digest + length, hashed.GetData());
+}
+
+bool HasArchiveTimeStamp(const CMS_SignerInfo* signer) {
+    const Asn1ObjectPtr type(OBJ_txt2obj("0.4.0.1733.2.4", 1));
+    return signer != nullptr && CMS_unsigned_get_attr_by_OBJ(signer, type.get(), -1) >= 0;
 }
 
 }  // namespace
@@ -195,7 +206,76 @@ int CadesSignatureWithTimeValidationProcess::ExecuteBasicSignatureValidation() {
     return Stop(report->GetTotalStatusIndication(), sub);
 }
 
+std::unique_ptr<ValidationDataStore> CadesSignatureWithTimeValidationProcess::ArchiveProofs()
+    const {
+    auto store = std::make_unique<ValidationDataStore>();
+    const SignedCms* message = m_signature->GetParent();
+    if (message == nullptr || m_chainPolicy == nullptr ||
+        !HasArchiveTimeStamp(m_signature->GetSigner())) {
+        return store;
+    }
+    try {
+        // The signer read with its long-term forms, from the message as it
+        // stands (detached content included).
+        std::unique_ptr<SignedCades2> copy;
+        const SignedCades2* longTerm = dynamic_cast<const SignedCades2*>(message);
+        if (longTerm == nullptr) {
+            copy = std::make_unique<SignedCades2>();
+            copy->Decode(message->Encode());
+            if (message->IsDetached() != 0 && !message->GetContent().IsEmpty()) {
+                copy->SetContent(message->GetContent());
+            }
+            longTerm = copy.get();
+        }
+        SignedCades2::SignerInfo* signer = nullptr;
+        for (unsigned int i = 0; i < longTerm->GetSignerInfoCount() && signer == nullptr; ++i) {
+            if (longTerm->GetSignerInfo(i)->GetSignatureValue() ==
+                m_signature->GetSignatureValue()) {
+                signer = const_cast<SignedCades2*>(longTerm)->GetSignerInfo(i);
+            }
+        }
+        if (signer == nullptr) {
+            return store;
+        }
+        // Each archive token is checked with its TSA's path; what the valid
+        // ones list is proven at their times. The verification's own
+        // verdict on the signer is the basic process's business.
+        // Verification copies the policy as a plain one: the anchors of
+        // signatures and time-stamps go into one trust store.
+        X509MemoryStore anchors;
+        for (const X509Store* trust :
+             {m_chainPolicy->GetTrustStoreSig(), m_chainPolicy->GetTrustStoreTS()}) {
+            if (trust != nullptr) {
+                anchors.AddCertificateRange(trust->GetCertificates());
+            }
+        }
+        X509ChainPolicy policy(*m_chainPolicy);
+        policy.SetTrustStore(&anchors);
+        policy.SetChainBuildMode(static_cast<X509ChainPolicy::cptChainBuildMode>(
+            policy.GetChainBuildMode() | X509ChainPolicy::cptChainBuildStores |
+            X509ChainPolicy::cptChainBuildSuppliedValData));
+        VerifierCades verifier;
+        verifier.SetChainPolicy(&policy);
+        verifier.SetVerifyOption(VerifierCms::cptVerifyWholeChain);
+        verifier.SetVerifyTime(m_signatureExistenceTime);
+        try {
+            if (!m_signerDocumentDigest.IsEmpty()) {
+                signer->VerifyDigest(m_signerDocumentDigest, verifier, store.get(),
+                                     SignedCades2::cptCades2Lta);
+            } else {
+                signer->Verify(verifier, store.get(), SignedCades2::cptCades2Lta);
+            }
+        } catch (...) {
+            TLOG_INFO(m_log, L"ArchiveProofs: the signer's verification with proofs failed.");
+        }
+    } catch (...) {
+        TLOG_ERROR(m_log, L"ArchiveProofs: the archive time-stamps could not be checked.");
+    }
+    return store;
+}
+
 int CadesSignatureWithTimeValidationProcess::ExecuteSignatureTimeStampValidation() {
+    const std::unique_ptr<ValidationDataStore> proofs = ArchiveProofs();
     for (unsigned i = 0; i < m_timeStamps.GetSize(); ++i) {
         const QorTsp2Lib::TspTimeStamp* token = m_timeStamps[i];
         try {
@@ -213,6 +293,13 @@ int CadesSignatureWithTimeValidationProcess::ExecuteSignatureTimeStampValidation
             block.SetChainPolicy(m_chainPolicy);
             block.SetTimeStamp(token);
             block.SetValidationPolicyOID(m_validationPolicyOid);
+            // A token an archive time-stamp proves earlier is judged then:
+            // its TSA may have expired or been revoked since.
+            std::int64_t proven = 0;
+            if (proofs->GetPOESignatureTimeStamp(token, &proven) && proven != 0 &&
+                proven < m_report->GetValidationTime()) {
+                block.SetValidationTime(proven);
+            }
             block.Process();
             const TimeStampValidationReport& report = block.GetTimeStampValidationReport();
             m_report->AddSignatureTimeStampReport(&report);

@@ -33,6 +33,7 @@ TimeStampValidationBlock::TimeStampValidationBlock(const TimeStampValidationBloc
       m_chainPolicy(other.m_chainPolicy),
       m_timeStamp(other.m_timeStamp),
       m_validationPolicyOid(other.m_validationPolicyOid),
+      m_validationTime(other.m_validationTime),
       m_report(other.m_report),
       m_log(std::make_unique<LogChannel>(kChannel)) {}
 
@@ -43,6 +44,7 @@ TimeStampValidationBlock& TimeStampValidationBlock::operator=(
         m_chainPolicy = other.m_chainPolicy;
         m_timeStamp = other.m_timeStamp;
         m_validationPolicyOid = other.m_validationPolicyOid;
+        m_validationTime = other.m_validationTime;
         m_process.reset();
         m_tokenPolicy.reset();
         m_token.reset();
@@ -114,6 +116,7 @@ void TimeStampValidationBlock::Process() {
         m_process->SetValidationPolicyOID(m_validationPolicyOid);
         m_process->SetSignatureStandard(ValidationProcess::vptRFC3161);
         m_process->SetChainPolicy(m_tokenPolicy.get());
+        m_process->SetSignatureExistenceTime(m_validationTime);
         if (m_timeStampCertificate != nullptr) {
             m_process->SetSigningCertificate(*m_timeStampCertificate);
         }

@@ -148,10 +148,10 @@ Bytes Alter(const Bytes& request, const TsaReply& reply) {
 }  // namespace
 
 TestTsa::TestTsa(KeyKind tsaKey, const EVP_MD* certificateDigest, KeyKind caKey,
-                 std::int64_t tsaNotAfter) {
+                 std::int64_t tsaNotAfter, int poolSlot) {
     // Pool slots of their own, apart from the low ones tests use for signers.
-    const KeyPtr caPooled = caKey == KeyKind::EcP256 ? nullptr : CachedKey(caKey, 30);
-    const KeyPtr tsaPooled = tsaKey == KeyKind::EcP256 ? nullptr : CachedKey(tsaKey, 31);
+    const KeyPtr caPooled = caKey == KeyKind::EcP256 ? nullptr : CachedKey(caKey, poolSlot);
+    const KeyPtr tsaPooled = tsaKey == KeyKind::EcP256 ? nullptr : CachedKey(tsaKey, poolSlot + 1);
     CertPlan ca = BasicProfile("Test TSA Root", 1, true);
     ca.keyKind = caKey;
     ca.key = caPooled.get();

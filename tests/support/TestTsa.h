@@ -47,11 +47,12 @@ class TestTsa {
 public:
     // A CA and a TSA certificate (critical EKU timeStamping) issued by it;
     // `certificateDigest` signs the TSA certificate. RSA keys come from the
-    // process-wide pool. The TSA certificate ends at `tsaNotAfter`.
+    // process-wide pool (slots `poolSlot` and `poolSlot` + 1). The TSA
+    // certificate ends at `tsaNotAfter`.
     explicit TestTsa(KeyKind tsaKey = KeyKind::EcP256,
                      const EVP_MD* certificateDigest = EVP_sha256(),
                      KeyKind caKey = KeyKind::EcP256,
-                     std::int64_t tsaNotAfter = UtcTime(2040, 1, 1));
+                     std::int64_t tsaNotAfter = UtcTime(2040, 1, 1), int poolSlot = 30);
 
     const Issued& Ca() const { return m_ca; }
     const Issued& Tsa() const { return m_tsa; }
