@@ -3,6 +3,7 @@
 
 BUILD_DIR      ?= build
 ASAN_BUILD_DIR ?= build-asan
+TSAN_BUILD_DIR ?= build-tsan
 BUILD_TYPE     ?= RelWithDebInfo
 JOBS           ?= $(shell nproc)
 FUZZ_BUILD_DIR ?= build-fuzz
@@ -15,7 +16,7 @@ DEB_PACKAGES := build-essential cmake pkg-config git openssl libssl-dev libcurl4
 
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 
-.PHONY: all deps build test test-asan demo bench fuzz install clean
+.PHONY: all deps build test test-asan test-tsan demo bench fuzz install clean
 
 all: build
 
@@ -45,6 +46,12 @@ test-asan: deps
 	cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
 	ctest --test-dir $(ASAN_BUILD_DIR) --output-on-failure -j $(JOBS)
 
+# ThreadSanitizer over the tests labelled "threads"; only their programs are built.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DTESSERA_SANITIZE_THREAD=ON
+	cmake --build $(TSAN_BUILD_DIR) -j $(JOBS) --target tessera_validation_threads_tests
+	ctest --test-dir $(TSAN_BUILD_DIR) --output-on-failure -j $(JOBS) -L threads
+
 demo: build
 	./demo/run.sh $(BUILD_DIR)
 
@@ -62,4 +69,4 @@ install: build
 	cmake --install $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(FUZZ_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR) $(FUZZ_BUILD_DIR)
