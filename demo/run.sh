@@ -116,6 +116,8 @@ printf 'Tessera demo document, changed\n' >"$work/tampered.txt"
 step "Changed content does not match the detached signature" \
      "tessera verify detached.p7s --content tampered.txt $trust --verify chain"
 
+step "A mistyped command is refused with the usage text and exit code 2" "tessera sgin"
+
 # CAdES: a signature policy of the public vectors, an EPES signature naming
 # it (the demo's signer is not under its trust point, so the policy is only
 # named and its hash checked, not applied), and a time-stamped signature.
@@ -143,5 +145,66 @@ if [ -s "$servers/tsa/url" ]; then
          "tessera upgrade cades-t.p7s --tsa $(cat "$servers/tsa/url") cades-t2.p7s && tessera info cades-t2.p7s | grep unsignedAttr"
 fi
 
-step "A mistyped command is refused with the usage text and exit code 2" "tessera sgin"
+# The validation with time, revocation asked of the loopback OCSP responder.
+# The demo CA's signers name no responder, and the responder answers only
+# for the test PKI's CA: Carol is certified by that CA, names the responder
+# in her AIA and is added to its index. `openssl ocsp` takes a changed index
+# only after answering one more request from the old one, so the trusted
+# responder is started again on its port whenever the index changes.
+restart_ocsp() {
+    local dir=$servers/ocsp old port
+    old=$(head -n 1 "$dir/pid")
+    port=$(sed 's/.*://' "$dir/url")
+    kill "$old" 2>/dev/null
+    for _ in $(seq 50); do kill -0 "$old" 2>/dev/null || break; sleep 0.1; done
+    (exec timeout 900 openssl ocsp -index "$dir/pki/index.txt" -port "$port" \
+        -rsigner "$dir/pki/ocsp.pem" -rkey "$dir/pki/ocsp.key.pem" -CA "$dir/pki/ca.pem" \
+        -ignore_err -nmin 60 >"$dir/trusted.log" 2>&1) &
+    sed -i "1s/.*/$!/" "$dir/pid"
+    for _ in $(seq 200); do
+        grep -q "waiting for OCSP client connections" "$dir/trusted.log" && return 0
+        sleep 0.05
+    done
+    return 1
+}
+if [ -s "$servers/tsa/url" ] && [ -s "$servers/ocsp/url" ]; then
+    ocsp_pki=$servers/ocsp/pki
+    (
+        cd "$pki" &&
+            cp ee.ext carol.ext &&
+            printf 'authorityInfoAccess=OCSP;URI:%s\n' "$(cat "$servers/ocsp/url")" >>carol.ext &&
+            openssl req -newkey rsa:2048 -nodes -keyout Carol.key -out Carol.csr \
+                -subj "/O=Tessera Demo/CN=Carol" &&
+            openssl x509 -req -in Carol.csr -CA "$ocsp_pki/ca.pem" -CAkey "$ocsp_pki/ca.key.pem" \
+                -set_serial 0x2001 -days 365 -extfile carol.ext -out Carol.pem &&
+            end=$(date -u -d "$(openssl x509 -in Carol.pem -noout -enddate | cut -d= -f2)" +%y%m%d%H%M%SZ) &&
+            printf 'V\t%s\t\t2001\tunknown\t/O=Tessera Demo/CN=Carol\n' "$end" >>"$ocsp_pki/index.txt"
+    ) >/dev/null 2>&1
+    restart_ocsp || printf '\n(the OCSP responder did not start again)\n'
+    # The two times the validation with time compares, from the JSON report.
+    when='import json, sys; r = json.load(sys.stdin)[0]["report"]; '
+    when+='print("revoked at:", r["basicReport"]["x509CertificateValidation"]["certificateRevocationTime"]); '
+    when+='print("best signature time:", r["bestSignatureTime"])'
+    tsa_trust="--tsa-trust $servers/tsa/ca.pem --tsu $servers/tsa/tsa.pem --crl pki/tsa.crl"
+    # The TSA's certificate names no responder: its CRL decides for it.
+    carol_check="--trust $ocsp_pki/ca.pem $tsa_trust --mode either --fetch"
+    step "A CAdES-T signature by a signer whose certificate names the loopback OCSP responder" \
+         "tessera sign --cert pki/Carol.pem --key pki/Carol.key --tsa $(cat "$servers/tsa/url") document.txt carol-t.p7s"
+    step "The validation with time: the responder answers for the signer, the TSA's CRL for the time-stamp" \
+         "tessera validate carol-t.p7s $carol_check"
+    # A revocation in a later second than the time-stamp's genTime.
+    sleep 1
+    sed -i "s/^V\t\([0-9Z]*\)\t\t2001\t/R\t\1\t$(date -u +%y%m%d%H%M%SZ),keyCompromise\t2001\t/" \
+        "$ocsp_pki/index.txt"
+    restart_ocsp
+    step "The CA revokes the signer after the time-stamp; the responder says so" \
+         "tessera ocsp --client --issuer $ocsp_pki/ca.pem --cert pki/Carol.pem"
+    step "The validation with time after the revocation: the revocation is judged against the best signature time" \
+         "tessera validate carol-t.p7s $carol_check"
+    step "The revocation time against the best signature time, from the same report as JSON" \
+         "tessera validate carol-t.p7s $carol_check --json | python3 -c '$when'"
+    step "The basic validation after the revocation, which has no time-stamp to rely on" \
+         "tessera validate carol-t.p7s --trust $ocsp_pki/ca.pem --mode ocsp --fetch --process basic"
+fi
+
 printf '\nDemo finished.\n'
