@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # End-to-end demo of what Tessera does so far, through its command-line tool.
 # The time-stamp authority and the OCSP responders are the loopback test
-# servers (127.0.0.1, stopped at the end).
+# servers (127.0.0.1, stopped at the end), started with RSA keys: the
+# validation policy of `tessera validate` accepts only RSA signatures, on
+# time-stamps, OCSP responses and CRLs as on the signatures themselves.
 set -uo pipefail
 build=${1:-build}
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -38,8 +40,8 @@ step "... and with a wrong one" "tessera keyinfo key.pem --password wrong"
 
 mkdir -p "$servers"
 testpki="$root/$build/tests/tessera_testpki"
-if "$root/tests/servers/tsa_start.sh" "$servers/tsa" "$testpki" >/dev/null 2>&1 &&
-   "$root/tests/servers/ocsp_start.sh" "$servers/ocsp" "$testpki" >/dev/null 2>&1; then
+if "$root/tests/servers/tsa_start.sh" "$servers/tsa" "$testpki" rsa >/dev/null 2>&1 &&
+   "$root/tests/servers/ocsp_start.sh" "$servers/ocsp" "$testpki" rsa >/dev/null 2>&1; then
     pki=$servers/ocsp/pki
     step "A certificate of the test PKI, as the library reads it" "tessera cert $pki/revoked.pem"
     step "An RFC 3161 time-stamp from a loopback TSA" \
@@ -190,7 +192,7 @@ if [ -s "$servers/tsa/url" ] && [ -s "$servers/ocsp/url" ]; then
     carol_check="--trust $ocsp_pki/ca.pem $tsa_trust --mode either --fetch"
     step "A CAdES-T signature by a signer whose certificate names the loopback OCSP responder" \
          "tessera sign --cert pki/Carol.pem --key pki/Carol.key --tsa $(cat "$servers/tsa/url") document.txt carol-t.p7s"
-    step "The validation with time: the responder answers for the signer, the TSA's CRL for the time-stamp" \
+    step "The validation with time passes: the responder says the signer is good, the TSA's CRL does not list the time-stamping authority" \
          "tessera validate carol-t.p7s $carol_check"
     # A revocation in a later second than the time-stamp's genTime.
     sleep 1
@@ -199,11 +201,11 @@ if [ -s "$servers/tsa/url" ] && [ -s "$servers/ocsp/url" ]; then
     restart_ocsp
     step "The CA revokes the signer after the time-stamp; the responder says so" \
          "tessera ocsp --client --issuer $ocsp_pki/ca.pem --cert pki/Carol.pem"
-    step "The validation with time after the revocation: the revocation is judged against the best signature time" \
+    step "The validation with time still passes after the revocation: the signer's check is indeterminate (revoked), but the revocation came after the time-stamp's time" \
          "tessera validate carol-t.p7s $carol_check"
-    step "The revocation time against the best signature time, from the same report as JSON" \
+    step "Why: the revocation time is later than the best signature time (from the same report as JSON)" \
          "tessera validate carol-t.p7s $carol_check --json | python3 -c '$when'"
-    step "The basic validation after the revocation, which has no time-stamp to rely on" \
+    step "The basic validation, which takes no time-stamp into account, is indeterminate after the revocation (repRevokedNoPOE)" \
          "tessera validate carol-t.p7s --trust $ocsp_pki/ca.pem --mode ocsp --fetch --process basic"
 fi
 

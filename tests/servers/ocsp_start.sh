@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# ocsp_start.sh DIR TESTPKI: mints the test PKI into DIR/pki (end entities
-# carry the responder's URL in their AIA) and starts two `openssl ocsp`
-# responders on 127.0.0.1:
+# ocsp_start.sh DIR TESTPKI [rsa]: mints the test PKI into DIR/pki (end
+# entities carry the responder's URL in their AIA; P-256 keys, RSA-2048 with
+# `rsa`) and starts two `openssl ocsp` responders on 127.0.0.1:
 #   DIR/url            signed by "Tessera Test OCSP Responder" (delegated by the CA),
 #                      nextUpdate one hour after thisUpdate
 #   DIR/untrusted-url  signed by a responder of another CA, which no test trusts
@@ -10,12 +10,18 @@
 set -euo pipefail
 dir=$1
 testpki=$2
+keys=()
+case ${3:-} in
+    "") ;;
+    rsa) keys=(--rsa) ;;
+    *) echo "ocsp_start.sh: unknown key kind '$3' (only rsa)" >&2; exit 2 ;;
+esac
 here=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$dir" && mkdir -p "$dir/pki"
 port=$(/usr/bin/python3 "$here/free_port.py")
 untrusted_port=$(/usr/bin/python3 "$here/free_port.py")
 while [ "$untrusted_port" = "$port" ]; do untrusted_port=$(/usr/bin/python3 "$here/free_port.py"); done
-"$testpki" "$dir/pki" "http://127.0.0.1:$port"
+"$testpki" "${keys[@]}" "$dir/pki" "http://127.0.0.1:$port"
 pki=$dir/pki
 
 # Readiness is read from the responder's own log line: a bare connection

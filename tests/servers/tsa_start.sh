@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# tsa_start.sh DIR TESTPKI: starts tsa_server.py, a time-stamp authority on
-# 127.0.0.1 signing with the test PKI's TSA certificate. Leaves DIR/pid,
+# tsa_start.sh DIR TESTPKI [rsa]: starts tsa_server.py, a time-stamp authority
+# on 127.0.0.1 signing with the test PKI's TSA certificate (P-256 keys,
+# RSA-2048 with `rsa`; the CA's key is DIR/pki/ca.key.pem). Leaves DIR/pid,
 # DIR/port, DIR/url (http://127.0.0.1:PORT/tsa; .../auth wants Basic
 # credentials tsa-user:tsa-pass), DIR/ca.pem and DIR/tsa.pem (the chain that
 # verifies its tokens), and DIR/tsa.cnf. Tokens carry policy 1.2.3.4.1
@@ -8,9 +9,15 @@
 set -euo pipefail
 dir=$1
 testpki=$2
+keys=()
+case ${3:-} in
+    "") ;;
+    rsa) keys=(--rsa) ;;
+    *) echo "tsa_start.sh: unknown key kind '$3' (only rsa)" >&2; exit 2 ;;
+esac
 here=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$dir" && mkdir -p "$dir/pki"
-"$testpki" "$dir/pki"
+"$testpki" "${keys[@]}" "$dir/pki"
 cp "$dir/pki/ca.pem" "$dir/pki/tsa.pem" "$dir/pki/tsa.key.pem" "$dir/"
 echo 01 >"$dir/serial"
 cat >"$dir/tsa.cnf" <<CNF

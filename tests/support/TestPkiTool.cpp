@@ -1,4 +1,4 @@
-// tessera_testpki OUTDIR [OCSP_URL]: writes the PKI the test servers use.
+// tessera_testpki [--rsa] OUTDIR [OCSP_URL]: writes the PKI the test servers use.
 //
 //   ca            "Tessera Test CA" (self-signed)
 //   ├── tsa       time-stamping (critical EKU timeStamping)
@@ -11,6 +11,12 @@
 //
 // Each NAME gives NAME.pem and NAME.key.pem; index.txt is the OCSP
 // responder's database. End entities carry OCSP_URL in their AIA.
+//
+// Keys are P-256 (small and quick to make, what the server tests expect).
+// With --rsa every key is RSA-2048, all signatures sha256WithRSAEncryption:
+// the validation policy of `tessera validate` accepts only RSA, so a run
+// that validates time-stamps and OCSP responses of these servers (the demo)
+// asks for it.
 #include <cstdio>
 #include <string>
 
@@ -25,8 +31,16 @@ void Save(const std::string& dir, const std::string& name, const Issued& issued)
     WriteTextFile(dir + "/" + name + ".key.pem", KeyToPem(issued.key.get()));
 }
 
+KeyKind g_keyKind = KeyKind::EcP256;
+
+CertPlan Profile(const std::string& name, long serial, bool ca) {
+    CertPlan profile = BasicProfile(name, serial, ca);
+    profile.keyKind = g_keyKind;
+    return profile;
+}
+
 CertPlan EndEntity(const std::string& name, long serial, const std::string& ocspUrl) {
-    CertPlan profile = BasicProfile(name, serial, false);
+    CertPlan profile = Profile(name, serial, false);
     if (!ocspUrl.empty()) {
         profile.extensions.push_back({"authorityInfoAccess", "OCSP;URI:" + ocspUrl});
     }
@@ -43,21 +57,26 @@ std::string Subject(X509* cert) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: tessera_testpki OUTDIR [OCSP_URL]\n");
+    int first = 1;
+    if (argc > 1 && std::string(argv[1]) == "--rsa") {
+        g_keyKind = KeyKind::Rsa2048;
+        first = 2;
+    }
+    if (argc - first < 1 || argc - first > 2 || argv[first][0] == '-') {
+        std::fprintf(stderr, "usage: tessera_testpki [--rsa] OUTDIR [OCSP_URL]\n");
         return 2;
     }
-    const std::string dir = argv[1];
-    const std::string ocspUrl = argc > 2 ? argv[2] : "";
+    const std::string dir = argv[first];
+    const std::string ocspUrl = argc - first > 1 ? argv[first + 1] : "";
     try {
-        const Issued ca = IssueCertificate(BasicProfile("Tessera Test CA", 1, true), nullptr);
+        const Issued ca = IssueCertificate(Profile("Tessera Test CA", 1, true), nullptr);
         Save(dir, "ca", ca);
 
-        CertPlan tsa = BasicProfile("Tessera Test TSA", 2, false);
+        CertPlan tsa = Profile("Tessera Test TSA", 2, false);
         tsa.extensions.push_back({"extendedKeyUsage", "critical,timeStamping"});
         Save(dir, "tsa", IssueCertificate(tsa, &ca));
 
-        CertPlan responder = BasicProfile("Tessera Test OCSP Responder", 3, false);
+        CertPlan responder = Profile("Tessera Test OCSP Responder", 3, false);
         responder.extensions = {{"keyUsage", "critical,digitalSignature"},
                                 {"extendedKeyUsage", "OCSPSigning"}};
         Save(dir, "ocsp", IssueCertificate(responder, &ca));
@@ -70,7 +89,7 @@ int main(int argc, char** argv) {
         Save(dir, "unknown", unknown);
 
         const Issued otherCa =
-            IssueCertificate(BasicProfile("Untrusted Test CA", 1, true), nullptr);
+            IssueCertificate(Profile("Untrusted Test CA", 1, true), nullptr);
         Save(dir, "untrusted-ca", otherCa);
         responder.commonName = "Untrusted OCSP Responder";
         Save(dir, "untrusted-ocsp", IssueCertificate(responder, &otherCa));
