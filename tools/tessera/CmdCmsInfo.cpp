@@ -5,7 +5,10 @@
 // detached, the certificates, CRLs, OCSP responses and attribute
 // certificates, and for every signer its identifier's certificate, digest and
 // signature algorithms, signed and unsigned attribute types, signing time and
-// signature time-stamps.
+// signature time-stamps. When the message reads as a CAdES signature, each
+// signer also shows its long-term form (B, T, LT or LTA) and its archive
+// time-stamps, each with its time and the version of the hash index its
+// token's signer carries (v1, v2, v3 or none).
 #include <openssl/cms.h>
 #include <openssl/objects.h>
 #include <openssl/x509.h>
@@ -16,12 +19,14 @@
 
 #include "Cli.h"
 #include "CmsCli.h"
+#include "SignedCades2.h"
 #include "SignedCms.h"
 
 namespace tessera_cli {
 
 namespace {
 
+using TesseraLib::SignedCades2;
 using TesseraLib::SignedCms;
 
 void Field(const char* label, const std::string& value, int indent = 0) {
@@ -69,7 +74,73 @@ void PrintList(const char* label, const std::vector<std::string>& items, int ind
     }
 }
 
-void PrintSigner(unsigned int index, const SignedCms::SignerInfo& signer) {
+const char* FormName(SignedCades2::cptCadesType form) {
+    switch (form) {
+        case SignedCades2::cptCades2B:
+            return "B";
+        case SignedCades2::cptCades2T:
+            return "T";
+        case SignedCades2::cptCades2Lt:
+            return "LT";
+        case SignedCades2::cptCades2Lta:
+            return "LTA";
+        default:
+            return "(none)";
+    }
+}
+
+// The versions of the hash index an archive token's signer carries, as
+// "v1", "v3", "v1+v3" (a token may hold more than one), or "none" when the
+// token or its signer cannot be read.
+std::string HashIndexVersions(const QorTsp2Lib::TspTimeStamp& token) {
+    std::string versions;
+    Failure unreadable;
+    RunCatching(
+        [&] {
+            const QorTsp2Lib::TspArray<unsigned char> der = token.Encode(1);
+            SignedCms message;
+            message.Decode(der.GetData(), static_cast<long>(der.GetSize()));
+            if (message.GetSignerInfoCount() == 0) {
+                return;
+            }
+            // OpenSSL's getters only read the signer info.
+            CMS_SignerInfo* tsa =
+                const_cast<CMS_SignerInfo*>(message.GetSignerInfo(0)->GetSigner());
+            const std::pair<const char*, const char*> known[] = {
+                {"v1", TesseraLib::ATSHashIndexAttributeBase::kOidV1},
+                {"v2", TesseraLib::ATSHashIndexAttributeBase::kOidV2},
+                {"v3", TesseraLib::ATSHashIndexAttributeBase::kOidV3}};
+            for (const auto& version : known) {
+                for (int i = 0; i < CMS_unsigned_get_attr_count(tsa); ++i) {
+                    char dotted[128] = {0};
+                    const X509_ATTRIBUTE* attr = CMS_unsigned_get_attr(tsa, i);
+                    if (attr != nullptr &&
+                        OBJ_obj2txt(dotted, sizeof(dotted),
+                                    X509_ATTRIBUTE_get0_object(const_cast<X509_ATTRIBUTE*>(attr)),
+                                    1) > 0 &&
+                        std::string(dotted) == version.second) {
+                        versions += (versions.empty() ? "" : "+") + std::string(version.first);
+                        break;
+                    }
+                }
+            }
+        },
+        &unreadable);
+    return versions.empty() ? "none" : versions;
+}
+
+void PrintLongTerm(const SignedCades2::SignerInfo& signer) {
+    Field("longTermForm", FormName(signer.GetCadesType()), 2);
+    const auto& stamps = signer.GetArchiveTimeStampsV3();
+    for (unsigned int i = 0; i < stamps.GetSize(); ++i) {
+        const QorTsp2Lib::TspTimeStamp& token = stamps[i].GetTimeStamp();
+        Field("archiveStamp",
+              FormatUtc(token.GetTime()) + " (hash index " + HashIndexVersions(token) + ")", 2);
+    }
+}
+
+void PrintSigner(unsigned int index, const SignedCms::SignerInfo& signer,
+                 const SignedCades2::SignerInfo* longTerm) {
     std::printf("signer %u:\n", index + 1);
     Field("version", std::to_string(signer.GetVersion()), 2);
     const TesseraLib::X509Certificate& cert = signer.GetCertificate();
@@ -102,6 +173,9 @@ void PrintSigner(unsigned int index, const SignedCms::SignerInfo& signer) {
     const auto& stamps = signer.GetSignatureTimeStamps();
     for (unsigned int i = 0; i < stamps.GetSize(); ++i) {
         Field("timeStamp", FormatUtc(stamps[i].GetTimeStamp().GetTime()), 2);
+    }
+    if (longTerm != nullptr) {
+        PrintLongTerm(*longTerm);
     }
     Field("signatureSHA1", signer.GetSignatureValueSHA1HashHex().c_str(), 2);
 }
@@ -151,10 +225,18 @@ int RunInfo(const std::vector<std::string>& args) {
                             FormatUtc(response.GetProducedAt()) + ")");
     }
     PrintList("ocspResponse", responses, 0);
+    // The long-term reading is extra: a message that is no CAdES signature
+    // is still shown, without it.
+    SignedCades2 cades;
+    Failure notCades;
+    const bool longTerm =
+        RunCatching([&] { cades.Decode(bytes.data(), static_cast<long>(bytes.size())); },
+                    &notCades) &&
+        cades.GetSignerInfoCount() == cms.GetSignerInfoCount();
     Field("attributeCerts", std::to_string(cms.GetAttributeCerts().GetSize()));
     Field("signers", std::to_string(cms.GetSignerInfoCount()));
     for (unsigned int i = 0; i < cms.GetSignerInfoCount(); ++i) {
-        PrintSigner(i, *cms.GetSignerInfo(i));
+        PrintSigner(i, *cms.GetSignerInfo(i), longTerm ? cades.GetSignerInfo(i) : nullptr);
     }
     return kExitOk;
 }

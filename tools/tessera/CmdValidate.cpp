@@ -22,10 +22,22 @@
 // time-stamp authorities, --tsu the trusted time-stamping units. --extra
 // certificates and --crl CRLs serve both kinds of path. Revocation is
 // checked as `tessera chain` checks it.
+//
+// --poe verifies instead of validating: each signer is verified as a
+// long-term CAdES signer with proofs of existence, its archive time-stamps
+// earliest first, each at its own proven time, and its path at the proven
+// time of the signature value. The message's certificates and revocation
+// data are validation data, and --tsa-trust anchors join the --trust ones
+// (--tsu, --process, --standard and --policy-oid do not apply). Printed per
+// signer: its form, each archive time-stamp's time and result, the proven
+// time of the signature value and the verification's result. Exit status:
+// 0 when every signer and every archive time-stamp passed, 1 when one
+// failed, 3 for a usage or input error.
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -35,9 +47,13 @@
 #include "ChainCli.h"
 #include "Cli.h"
 #include "CmsCli.h"
+#include "CryptHash.h"
 #include "SignedCades.h"
+#include "SignedCades2.h"
+#include "ValidationDataStore.h"
 #include "ValidationReport.h"
 #include "Validator.h"
+#include "VerifierCades.h"
 #include "X509ChainPolicy.h"
 
 namespace tessera_cli {
@@ -62,6 +78,7 @@ struct Request {
     Arguments parsed;
     bool fetch = false;
     bool json = false;
+    bool poe = false;  // verification with proofs of existence instead
     std::string contentFile;
     std::vector<unsigned char> digest;  // empty: validate against the content
     ValidationProcess::cptValidationProcessType process =
@@ -94,6 +111,7 @@ int ReadRequest(const std::vector<std::string>& args, Request* request) {
     std::vector<std::string> options = args;
     request->fetch = TakeFetchFlag(&options);
     request->json = TakeFlag(&options, "--json");
+    request->poe = TakeFlag(&options, "--poe");
     const Arguments& parsed = request->parsed = ParseArguments(
         kCommand, options,
         {"--content", "--digest", "--trust", "--extra", "--tsa-trust", "--tsu", "--crl", "--mode",
@@ -108,6 +126,12 @@ int ReadRequest(const std::vector<std::string>& args, Request* request) {
     }
     if (parsed.options.count("--trust") == 0) {
         UsageError("validate: at least one --trust FILE is required");
+        return kValidateInputError;
+    }
+    if (request->poe &&
+        (parsed.options.count("--process") != 0 || parsed.options.count("--standard") != 0 ||
+         parsed.options.count("--policy-oid") != 0 || parsed.options.count("--tsu") != 0)) {
+        UsageError("validate: --poe takes no --process, --standard, --policy-oid or --tsu");
         return kValidateInputError;
     }
     request->contentFile = parsed.Get("--content");
@@ -220,6 +244,215 @@ struct SignerResult {
     std::string output;  // the text tree or the JSON object
 };
 
+// ------------------------------------------------ proofs of existence
+
+// One archive time-stamp's outcome.
+struct ArchiveOutcome {
+    std::int64_t time = 0;
+    bool passed = true;
+    Failure failure;  // when not passed
+};
+
+// One signer's verification with proofs of existence.
+struct ProofResult {
+    unsigned int number = 0;  // from 1
+    std::string form;
+    std::vector<ArchiveOutcome> archives;
+    bool proven = false;  // the signature value's hash has a proof
+    std::int64_t provenTime = 0;
+    bool passed = false;
+    Failure failure;  // when not passed
+};
+
+const char* FormName(TesseraLib::SignedCades2::cptCadesType form) {
+    switch (form) {
+        case TesseraLib::SignedCades2::cptCades2B:
+            return "B";
+        case TesseraLib::SignedCades2::cptCades2T:
+            return "T";
+        case TesseraLib::SignedCades2::cptCades2Lt:
+            return "LT";
+        case TesseraLib::SignedCades2::cptCades2Lta:
+            return "LTA";
+        default:
+            return "none";
+    }
+}
+
+std::string FailureText(const Failure& failure) {
+    if (!failure.coded) {
+        return failure.text;
+    }
+    std::string text = "error " + std::to_string(failure.code) + ": " + failure.description;
+    return failure.message.empty() ? text : text + " (" + failure.message + ")";
+}
+
+std::string FailureJson(const Failure& failure) {
+    if (!failure.coded) {
+        return "{\"code\": null, \"description\": " + JsonString(failure.text) +
+               ", \"message\": \"\"}";
+    }
+    return "{\"code\": " + std::to_string(failure.code) +
+           ", \"description\": " + JsonString(failure.description) +
+           ", \"message\": " + JsonString(failure.message) + "}";
+}
+
+// ISO 8601 in JSON, as the validation reports write times.
+std::string IsoUtc(std::int64_t seconds) {
+    const std::time_t time = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    char text[32] = {0};
+    if (gmtime_r(&time, &parts) == nullptr ||
+        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) {
+        return std::to_string(seconds);
+    }
+    return text;
+}
+
+void PrintProofText(const ProofResult& r, bool headed) {
+    if (headed) {
+        std::printf("Signer %u:\n", r.number);
+    }
+    std::printf("Form: %s\n", r.form.c_str());
+    for (std::size_t i = 0; i < r.archives.size(); ++i) {
+        const ArchiveOutcome& stamp = r.archives[i];
+        std::printf("Archive time-stamp %zu: %s: %s\n", i + 1, FormatUtc(stamp.time).c_str(),
+                    stamp.passed ? "passed" : FailureText(stamp.failure).c_str());
+    }
+    std::printf("Signature proven at: %s\n",
+                r.proven ? FormatUtc(r.provenTime).c_str() : "(no proof)");
+    std::printf("Result: %s\n", r.passed ? "passed" : FailureText(r.failure).c_str());
+}
+
+std::string ProofJson(const ProofResult& r) {
+    std::string archives;
+    for (const ArchiveOutcome& stamp : r.archives) {
+        archives += std::string(archives.empty() ? "" : ", ") + "{\"time\": \"" +
+                    IsoUtc(stamp.time) + "\", \"passed\": " + (stamp.passed ? "true" : "false") +
+                    ", \"error\": " + (stamp.passed ? "null" : FailureJson(stamp.failure)) + "}";
+    }
+    return "{\"signer\": " + std::to_string(r.number) + ", \"form\": \"" + r.form +
+           "\", \"archiveTimeStamps\": [" + archives +
+           "], \"signatureProvenAt\": " + (r.proven ? "\"" + IsoUtc(r.provenTime) + "\"" : "null") +
+           ", \"passed\": " + (r.passed ? "true" : "false") +
+           ", \"error\": " + (r.passed ? "null" : FailureJson(r.failure)) + "}";
+}
+
+// Verifies the chosen signers with proofs of existence and prints what
+// each gives; the exit status.
+int VerifyWithProofs(const Request& request, ValidationSetup& setup,
+                     const std::vector<unsigned char>& der,
+                     const std::vector<unsigned char>& content) {
+    using TesseraLib::SignedCades2;
+    const Arguments& parsed = request.parsed;
+    // The time-stamp authorities' paths end at anchors of the same store:
+    // the verification has one policy for every path.
+    for (unsigned int i = 0; i < setup.tsaTrustStore.GetCertificates().GetSize(); ++i) {
+        setup.trustStore.AddCertificate(setup.tsaTrustStore.GetCertificates()[i]);
+    }
+    TesseraLib::X509ChainPolicy policy;
+    policy.SetTrustStore(&setup.trustStore);
+    policy.SetExtraStore(&setup.extraStore);
+    ApplyPathSetup(setup, &policy);
+    // The message's own validation data, and proofs gathered into the
+    // store handed in, whose proven time of the signature is printed.
+    policy.SetChainBuildMode(static_cast<TesseraLib::X509ChainPolicy::cptChainBuildMode>(
+        policy.GetChainBuildMode() | TesseraLib::X509ChainPolicy::cptChainBuildStores |
+        TesseraLib::X509ChainPolicy::cptChainBuildSuppliedValData));
+    TesseraLib::VerifierCades verifier;
+    verifier.SetVerifyOption(TesseraLib::VerifierCms::cptVerifyWholeChain);
+    verifier.SetVerifyTime(setup.verifyTime);
+    verifier.SetChainPolicy(&policy);
+
+    SignedCades2 cades(
+        qorstd::QorArray<unsigned char>(content.data(), static_cast<unsigned int>(content.size())));
+    cades.Decode(
+        qorstd::QorArray<unsigned char>(der.data(), static_cast<unsigned int>(der.size())));
+    const unsigned int count = cades.GetSignerInfoCount();
+    if (count == 0) {
+        std::fprintf(stderr, "tessera validate: %s has no signer\n", parsed.positional[0].c_str());
+        return kValidateInputError;
+    }
+    if (request.signer > count) {
+        std::fprintf(stderr, "tessera validate: %s has %u signer(s), no signer %u\n",
+                     parsed.positional[0].c_str(), count, request.signer);
+        return kValidateInputError;
+    }
+    const qorstd::QorArray<unsigned char> digest(request.digest.data(),
+                                                 static_cast<unsigned int>(request.digest.size()));
+    std::vector<ProofResult> results;
+    for (unsigned int number = 1; number <= count; ++number) {
+        if (request.signer != 0 && number != request.signer) {
+            continue;
+        }
+        SignedCades2::SignerInfo& signer = *cades.GetSignerInfo(number - 1);
+        ProofResult result;
+        result.number = number;
+        result.form = FormName(signer.GetCadesType());
+        // A store of its own per signer: one signer's proofs prove nothing
+        // of another's signature.
+        TesseraLib::ValidationDataStore store;
+        result.passed = RunCatching(
+            [&] {
+                if (request.digest.empty()) {
+                    signer.Verify(verifier, &store, SignedCades2::cptCades2None);
+                } else {
+                    signer.VerifyDigest(digest, verifier, &store, SignedCades2::cptCades2None);
+                }
+            },
+            &result.failure);
+        if (const auto* archives = signer.GetArchiveTimeStampsV3VerificationData()) {
+            for (unsigned int i = 0; i < archives->GetSize(); ++i) {
+                const TesseraLib::TimeStampVerificationData& data = (*archives)[i];
+                ArchiveOutcome outcome;
+                if (data.GetTimeStamp() != nullptr) {
+                    outcome.time = data.GetTimeStamp()->GetTime();
+                }
+                if (const qorstd::QorException* failed = data.GetVerificationException()) {
+                    outcome.passed = false;
+                    RunCatching([&] { failed->ReThrow(); }, &outcome.failure);
+                }
+                result.archives.push_back(outcome);
+            }
+        }
+        // The signature value is proven by its SHA-256 digest.
+        TesseraLib::CryptHash sha256(TesseraLib::CryptHash::cptHashSHA256);
+        sha256.Update(signer.GetSignatureValue());
+        qorstd::QorArray<unsigned char> hash;
+        sha256.Finish(hash);
+        result.proven = store.GetPOEHash(&hash, &result.provenTime) != 0;
+        results.push_back(std::move(result));
+    }
+
+    int status = kValidatePassed;
+    const bool headed = request.signer == 0 && results.size() > 1;
+    if (request.json) {
+        std::printf("[");
+    }
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        const ProofResult& r = results[i];
+        if (request.json) {
+            std::printf("%s\n  %s", i == 0 ? "" : ",", ProofJson(r).c_str());
+        } else {
+            if (i != 0) {
+                std::printf("\n");
+            }
+            PrintProofText(r, headed);
+        }
+        bool archivesPassed = true;
+        for (const ArchiveOutcome& stamp : r.archives) {
+            archivesPassed = archivesPassed && stamp.passed;
+        }
+        if (!r.passed || !archivesPassed) {
+            status = kValidateFailed;
+        }
+    }
+    if (request.json) {
+        std::printf("\n]\n");
+    }
+    return status;
+}
+
 int Validate(const std::vector<std::string>& args) {
     Request request;
     if (ReadRequest(args, &request) != kExitOk) {
@@ -231,6 +464,16 @@ int Validate(const std::vector<std::string>& args) {
         !ReadCertificates(parsed, "--tsa-trust", &setup.tsaTrustStore) ||
         !ReadCertificates(parsed, "--tsu", &setup.tsuStore)) {
         return kValidateInputError;
+    }
+    if (request.poe) {
+        std::vector<unsigned char> der;
+        std::vector<unsigned char> content;
+        if (!ReadSignatureFile(kCommand, parsed.positional[0], &der) ||
+            (!request.contentFile.empty() &&
+             !ReadInputFile(kCommand, request.contentFile, &content, true))) {
+            return kValidateInputError;
+        }
+        return VerifyWithProofs(request, setup, der, content);
     }
     TesseraLib::X509ChainPolicyTL& policy = setup.policy;
     policy.SetTrustStoreSig(&setup.trustStore);

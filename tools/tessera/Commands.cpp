@@ -237,12 +237,13 @@ const std::vector<Command>& Commands() {
          "SIG [--content FILE | --digest HEX] --trust FILE [--extra FILE] [--tsa-trust FILE] "
          "[--tsu FILE] [--crl FILE] [--mode crl|ocsp|either] [--fetch] [--process basic|time] "
          "[--standard ts103173|en319122] [--policy-oid OID] [--signer N] [--time ISO8601] "
-         "[--json]",
+         "[--poe] [--json]",
          "validate the signers of a CAdES signature (DER, or PEM labelled CMS or PKCS7) and print "
          "each signer's validation report as a tree; with several signers each report is headed "
          "by \"Signer N:\". Exit status (this command's own): 0 every report passed, 1 one "
          "failed, 2 one is indeterminate and none failed, 3 a usage or input error, a library "
-         "error included",
+         "error included. With --poe each signer is verified with proofs of existence instead "
+         "(0 the signer and every archive time-stamp passed, 1 one failed)",
          "--content FILE\tthe signed content of a detached signature\n"
          "--digest HEX\tinstead of --content, the content's digest in hexadecimal, made with the "
          "signer's digest algorithm\n"
@@ -266,14 +267,21 @@ const std::vector<Command>& Commands() {
          "turn)\n"
          "--time ISO8601\tthe validation time, as 2024-06-01T12:00:00Z or 2024-06-01 (default: "
          "now); the process with time checks the signer itself now\n"
+         "--poe\tverify each signer as a long-term CAdES signer with proofs of existence, the "
+         "message's certificates and revocation data as validation data and the --tsa-trust "
+         "anchors beside the --trust ones, and print its form, each archive time-stamp's time and "
+         "result, the proven time of the signature value and the result (no --process, "
+         "--standard, --policy-oid or --tsu)\n"
          "--json\tprint a JSON array of {\"signer\": N, \"report\": REPORT}, one a signer, "
-         "even for one\n",
+         "even for one; with --poe one {\"signer\", \"form\", \"archiveTimeStamps\", "
+         "\"signatureProvenAt\", \"passed\", \"error\"} a signer\n",
          "tessera validate signed.p7s --trust root.pem --fetch\n"
          "tessera validate signed.p7s --trust root.pem --crl root.crl --process basic\n"
          "tessera validate stamped.p7s --trust root.pem --fetch --tsa-trust tsa-root.pem "
          "--tsu tsa.pem\n"
          "tessera validate detached.p7s --content document.pdf --trust root.pem --signer 2 "
-         "--json\n",
+         "--json\n"
+         "tessera validate archived.p7s --trust root.pem --tsa-trust tsa-root.pem --poe\n",
          RunValidate},
     };
     return commands;
