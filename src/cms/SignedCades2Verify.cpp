@@ -7,6 +7,7 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -69,10 +70,10 @@ std::unique_ptr<ATSHashIndexAttributeBase> HashIndexOf(const SignedCades2::Signe
             continue;
         }
         x509_attributes_st* attr = tsa.GetATSHashIndex(oid);
-        if (oid == ATSHashIndexAttributeBase::kOidV3) {
+        if (std::strcmp(oid, ATSHashIndexAttributeBase::kOidV3) == 0) {
             return tsa.ParseATSHashIndexV3(attr);
         }
-        if (oid == ATSHashIndexAttributeBase::kOidV2) {
+        if (std::strcmp(oid, ATSHashIndexAttributeBase::kOidV2) == 0) {
             return tsa.ParseATSHashIndexV2(attr);
         }
         return tsa.ParseATSHashIndex(attr);
