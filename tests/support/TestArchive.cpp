@@ -103,9 +103,7 @@ Bytes HashIndexV3(CMS_ContentInfo* cms) {
     return Tlv(0x30, Join({sha256, Tlv(0x30, certs), Tlv(0x30, crls), Tlv(0x30, attrs)}));
 }
 
-void AddArchiveTimeStamp(CMS_ContentInfo* cms, const std::string& content,
-                         const ArchivePlan& plan) {
-    const Bytes index = HashIndexV3(cms);
+Bytes ArchiveImprintInput(CMS_ContentInfo* cms, const std::string& content, const Bytes& index) {
     // ContentInfo → [0] → SignedData: ..., encapContentInfo, ..., signerInfos.
     const std::vector<Bytes> signedData = Children(Children(Children(CmsDer(cms))[1])[0]);
     const Bytes eContentType = Children(signedData[2])[0];
@@ -113,8 +111,13 @@ void AddArchiveTimeStamp(CMS_ContentInfo* cms, const std::string& content,
     if (fields.back()[0] == 0xA1) {
         fields.pop_back();  // the unsigned attributes are not stamped
     }
-    const Bytes input =
-        Join({eContentType, Sha256(Bytes(content.begin(), content.end())), Join(fields), index});
+    return Join({eContentType, Sha256(Bytes(content.begin(), content.end())), Join(fields), index});
+}
+
+void AddArchiveTimeStamp(CMS_ContentInfo* cms, const std::string& content,
+                         const ArchivePlan& plan) {
+    const Bytes index = HashIndexV3(cms);
+    const Bytes input = ArchiveImprintInput(cms, content, index);
     TsaReply reply;
     reply.genTime = plan.genTime;
     reply.alterImprint = plan.wrongImprint;

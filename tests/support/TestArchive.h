@@ -53,6 +53,11 @@ struct ArchivePlan {
 // CRLs and its first signer's unsigned attribute values.
 Bytes HashIndexV3(CMS_ContentInfo* cms);
 
+// What an archive time-stamp v3 of the first signer stamps: the content
+// type, the digest of `content`, the signer's fields up to its signature
+// and the hash-index value `index`.
+Bytes ArchiveImprintInput(CMS_ContentInfo* cms, const std::string& content, const Bytes& index);
+
 // Adds an archive time-stamp v3 to the first signer of `cms`, whose
 // content is `content`.
 void AddArchiveTimeStamp(CMS_ContentInfo* cms, const std::string& content, const ArchivePlan& plan);
