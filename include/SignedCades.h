@@ -98,6 +98,15 @@ public:
         // message's own, or the detached content the caller set
         // (ErrNoContent without it).
         qorstd::QorArray<unsigned char> ContentDigest(int nid) const;
+        // The checks of the signed parts: signature over `hash`, content
+        // type, signing certificate, and the policy loaded when the verifier
+        // asks for it (not for a time-stamp token).
+        void VerifySignedParts(const qorstd::QorArray<unsigned char>& hash,
+                               const x509_st* certificate, const VerifierCades& verifier,
+                               bool isTimeStampToken, X509MemoryStore* policyStore,
+                               X509ChainPolicy* chainPolicy);
+        // The rules of the policy in use, if any, at `time`.
+        void VerifyPolicyRules(const VerifierCades& verifier, std::int64_t time) const;
         // Whether `attr` names `signerCert`: issuer and serial when given,
         // then the certificate digest.
         void VerifySigningCert(const SigningCertificateAttribute& attr,

@@ -82,6 +82,22 @@ std::unique_ptr<ATSHashIndexAttributeBase> HashIndexOf(const SignedCades2::Signe
     return tsa.ParseATSHashIndex(tsa.GetATSHashIndex());
 }
 
+// Runs `check`, which may hand out a path in its argument; the path goes
+// into `data` also when the check fails.
+template <class Check>
+void KeepingChain(VerificationData& data, Check&& check) {
+    X509Chain* built = nullptr;
+    try {
+        check(&built);
+    } catch (...) {
+        const std::unique_ptr<X509Chain> chain(built);
+        data.SetChain(chain.get());
+        throw;
+    }
+    const std::unique_ptr<X509Chain> chain(built);
+    data.SetChain(chain.get());
+}
+
 void RecordProofs(const SignedCms& message, std::int64_t time, ValidationDataStore& store) {
     for (unsigned int i = 0; i < message.GetCertificates().GetSize(); ++i) {
         store.AddCertificate(&message.GetCertificates()[i], time);
@@ -243,16 +259,8 @@ void SignedCades2::SignerInfo::VerifyDigest(const qorstd::QorArray<unsigned char
         if (hash.IsEmpty()) {
             Fail(m_cades2Log, L"VerifyDigest: Content hash is empty", ErrNoContent);
         }
-        VerifySignature(m_pSigner, hash.GetData(), hash.GetSize());
-        m_verifyInfo |= kVerifiedSignature;
-        VerifyContentType(m_contentType);
-        m_verifyInfo |= kVerifiedContentType;
-        VerifySigningCert(m_signingCertificate, certificate);
-        m_verifyInfo |= kVerifiedSigningCertificate;
-        if (m_hasPolicyId != 0 && verifier.GetCheckSignaturePolicy() != 0 && !isTimeStampToken) {
-            m_policyInUse = LoadSignaturePolicy(verifier, &policyStore, &chainPolicy);
-            m_verificationData->SetSignaturePolicy(m_policyInUse);
-        }
+        VerifySignedParts(hash, certificate, verifier, isTimeStampToken, &policyStore,
+                          &chainPolicy);
         if (checkArchives) {
             VerifyArchiveTimeStamps(m_archiveTimeStampsV3, verifier, &proofs, &hash, &signerCert);
             m_verifyInfo |= kVerifiedArchiveTimeStamps;
@@ -272,17 +280,8 @@ void SignedCades2::SignerInfo::VerifyDigest(const qorstd::QorArray<unsigned char
             VerifyCertificate(certificate, verifier, &proofs, &chainPolicy);
             m_verifyInfo |= kVerifiedCertificate;
         }
-        if (m_policyInUse != nullptr) {
-            SignaturePolicyVerifier rules(this, &m_policyInUse->GetSignatureValidationPolicy(),
-                                          verifier.GetSignaturePolicyOverrides());
-            rules.VerifyFormat(m_policyInUse);
-            const std::int64_t* at = m_verificationData->GetVerifyTime();
-            rules.VerifyTimeValidity(at != nullptr ? *at : time);
-            rules.VerifySignerRules(m_cades2Parent);
-            rules.VerifyVerifierRules();
-            rules.VerifyAlgorithmConstraints(m_verificationData->GetChain());
-            rules.VerifyCommitmentRules();
-        }
+        const std::int64_t* at = m_verificationData->GetVerifyTime();
+        VerifyPolicyRules(verifier, at != nullptr ? *at : time);
     } catch (...) {
         kept.ReThrow();
         throw;
@@ -332,16 +331,9 @@ void SignedCades2::SignerInfo::VerifyCertificate(const x509_st* certificate,
         verifier.GetVerifyOption() == VerifierCms::cptVerifyWholeChain
             ? X509Certificate::cptVerifyWholeChain
             : X509Certificate::cptVerifyTimeValidity;
-    X509Chain* built = nullptr;
-    try {
-        cert.Verify(certOption, time, policy, store, nullptr, &built);
-    } catch (...) {
-        const std::unique_ptr<X509Chain> chain(built);
-        m_verificationData->SetChain(chain.get());
-        throw;
-    }
-    const std::unique_ptr<X509Chain> chain(built);
-    m_verificationData->SetChain(chain.get());
+    KeepingChain(*m_verificationData, [&](X509Chain** built) {
+        cert.Verify(certOption, time, policy, store, nullptr, built);
+    });
 }
 
 // ------------------------------------------------- signature time-stamps
@@ -362,16 +354,9 @@ void SignedCades2::SignerInfo::VerifySignatureTimeStamp(
              ErrInvalidParameter, L"VerifySignatureTimeStamp - data->timestamp == NULL");
     }
     data->SetChain(nullptr);
-    X509Chain* built = nullptr;
-    try {
-        VerifierTimeStamp(data->GetTimeStamp()).Verify(signatureValue, verifier, store, &built);
-    } catch (...) {
-        const std::unique_ptr<X509Chain> chain(built);
-        data->SetChain(chain.get());
-        throw;
-    }
-    const std::unique_ptr<X509Chain> chain(built);
-    data->SetChain(chain.get());
+    KeepingChain(*data, [&](X509Chain** built) {
+        VerifierTimeStamp(data->GetTimeStamp()).Verify(signatureValue, verifier, store, built);
+    });
 }
 
 void SignedCades2::SignerInfo::VerifySignatureTimeStamps(
@@ -507,16 +492,9 @@ void SignedCades2::SignerInfo::VerifyArchiveTimeStamp(TimeStampVerificationData*
 
     VerifierCades atProof(verifier);
     atProof.SetVerifyTime(verifyTime != nullptr ? *verifyTime : 0);
-    X509Chain* built = nullptr;
-    try {
-        VerifierTimeStamp(&token).Verify(input, atProof, store, &built);
-    } catch (...) {
-        const std::unique_ptr<X509Chain> chain(built);
-        data->SetChain(chain.get());
-        throw;
-    }
-    const std::unique_ptr<X509Chain> chain(built);
-    data->SetChain(chain.get());
+    KeepingChain(*data, [&](X509Chain** built) {
+        VerifierTimeStamp(&token).Verify(input, atProof, store, built);
+    });
 
     // What the index lists existed at the token's time.
     const std::int64_t stamped = token.GetTime();

@@ -80,6 +80,38 @@ qorstd::QorArray<unsigned char> SignedCades::SignerInfo::ContentDigest(int nid) 
     return qorstd::QorArray<unsigned char>(digest, length);
 }
 
+void SignedCades::SignerInfo::VerifySignedParts(const qorstd::QorArray<unsigned char>& hash,
+                                                const x509_st* certificate,
+                                                const VerifierCades& verifier,
+                                                bool isTimeStampToken, X509MemoryStore* policyStore,
+                                                X509ChainPolicy* chainPolicy) {
+    VerifySignature(m_pSigner, hash.GetData(), hash.GetSize());
+    m_verifyInfo |= kVerifiedSignature;
+    VerifyContentType(m_contentType);
+    m_verifyInfo |= kVerifiedContentType;
+    VerifySigningCert(m_signingCertificate, certificate);
+    m_verifyInfo |= kVerifiedSigningCertificate;
+    if (m_hasPolicyId != 0 && verifier.GetCheckSignaturePolicy() != 0 && !isTimeStampToken) {
+        m_policyInUse = LoadSignaturePolicy(verifier, policyStore, chainPolicy);
+        m_verificationData->SetSignaturePolicy(m_policyInUse);
+    }
+}
+
+void SignedCades::SignerInfo::VerifyPolicyRules(const VerifierCades& verifier,
+                                                std::int64_t time) const {
+    if (m_policyInUse == nullptr) {
+        return;
+    }
+    SignaturePolicyVerifier rules(this, &m_policyInUse->GetSignatureValidationPolicy(),
+                                  verifier.GetSignaturePolicyOverrides());
+    rules.VerifyFormat(m_policyInUse);
+    rules.VerifyTimeValidity(time);
+    rules.VerifySignerRules(m_cadesParent);
+    rules.VerifyVerifierRules();
+    rules.VerifyAlgorithmConstraints(m_verificationData->GetChain());
+    rules.VerifyCommitmentRules();
+}
+
 void SignedCades::SignerInfo::Verify(const VerifierCades& verifier, cptCadesType type) {
     TLOG_INFO(m_cadesLog, L"Verify()");
     VerifyDigest(verifier, ContentDigest(m_nHashAlgorithm), type);
@@ -122,16 +154,8 @@ void SignedCades::SignerInfo::VerifyDigest(const VerifierCades& verifier,
 
     QorExceptionStore kept;
     RunKeepingFailure(kept, [&] {
-        VerifySignature(m_pSigner, hash.GetData(), hash.GetSize());
-        m_verifyInfo |= kVerifiedSignature;
-        VerifyContentType(m_contentType);
-        m_verifyInfo |= kVerifiedContentType;
-        VerifySigningCert(m_signingCertificate, certificate);
-        m_verifyInfo |= kVerifiedSigningCertificate;
-        if (m_hasPolicyId != 0 && verifier.GetCheckSignaturePolicy() != 0 && !isTimeStampToken) {
-            m_policyInUse = LoadSignaturePolicy(verifier, &policyStore, &chainPolicy);
-            m_verificationData->SetSignaturePolicy(m_policyInUse);
-        }
+        VerifySignedParts(hash, certificate, verifier, isTimeStampToken, &policyStore,
+                          &chainPolicy);
         if (checkTimeStamps) {
             // A verified time-stamp moves the time of the path and policy checks to its own.
             VerifySignatureTimeStamps(m_signatureTimeStamps, verifier, time);
@@ -148,16 +172,7 @@ void SignedCades::SignerInfo::VerifyDigest(const VerifierCades& verifier,
             VerifyCertificateFor(certificate, verifier, time, &chainPolicy);
             m_verifyInfo |= kVerifiedCertificate;
         }
-        if (m_policyInUse != nullptr) {
-            SignaturePolicyVerifier rules(this, &m_policyInUse->GetSignatureValidationPolicy(),
-                                          verifier.GetSignaturePolicyOverrides());
-            rules.VerifyFormat(m_policyInUse);
-            rules.VerifyTimeValidity(time);
-            rules.VerifySignerRules(m_cadesParent);
-            rules.VerifyVerifierRules();
-            rules.VerifyAlgorithmConstraints(m_verificationData->GetChain());
-            rules.VerifyCommitmentRules();
-        }
+        VerifyPolicyRules(verifier, time);
     } catch (...) {
         kept.ReThrow();
         throw;
