@@ -154,6 +154,30 @@ private:
     long m_timeout;
 };
 
+// The online client over the library's own HTTP and HTTPS client, with
+// proxies (CONNECT for https, Basic proxy authentication). Through a proxy
+// every request carries a "Proxy-Authorization" line, empty credentials
+// included. There is no time-out: a download waits as long as the server or
+// the system allows. Failures: a transport failure → ErrCrlService (500),
+// an unreadable answer → 500, HTTP 503 → ErrCrlServiceUnavailable (501),
+// any other status but 200 → ErrCrlServiceBadResponse (502), a bad server or
+// proxy address → ErrInvalidParameter (102).
+class TESSERA_API X509QorCrlClientOnline : public X509CrlClientOnline {
+public:
+    X509QorCrlClientOnline();
+    X509QorCrlClientOnline(const X509QorCrlClientOnline& other);
+    X509QorCrlClientOnline& operator=(const X509QorCrlClientOnline& other);
+    ~X509QorCrlClientOnline() override;
+
+private:
+    void GetCrlEncoded(const wchar_t* url, qorstd::QorArray<unsigned char>& out) const override;
+    // 1 with schema 1 (http) or 2 (https), else 0; the scheme is compared in
+    // capitals.
+    int FindOutURLSchema(const wchar_t* url, int& schema) const;
+
+    std::unique_ptr<LogChannel> m_log;
+};
+
 // Asks the stacked clients in insertion order; the first non-null answer
 // wins. Exceptions of a stacked client pass through.
 class TESSERA_API X509CrlClientStack : public X509CrlClient,

@@ -15,6 +15,7 @@
 #include <openssl/pkcs12.h>
 #include <openssl/pkcs7.h>
 #include <openssl/rsa.h>
+#include <openssl/ssl.h>
 #include <openssl/ts.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
@@ -110,6 +111,9 @@ inline void FreeOpenSslText(char* text) {
     OPENSSL_free(text);
 }
 using OpenSslTextPtr = OpenSslPtr<char, FreeOpenSslText>;
+// The own HTTP client's TLS exchange.
+using SslCtxPtr = OpenSslPtr<SSL_CTX, SSL_CTX_free>;
+using SslPtr = OpenSslPtr<SSL, SSL_free>;
 
 // Another reference to a handle that something else owns, for as long as
 // the result lives. Null for a null handle or when OpenSSL refuses the
