@@ -23,3 +23,10 @@ target_link_libraries(tessera_qor_crl_client_tests
 target_include_directories(tessera_qor_crl_client_tests
     PRIVATE ${CMAKE_SOURCE_DIR}/lib/qorstl/internal)
 tessera_discover_tests(tessera_qor_crl_client_tests FIXTURES_REQUIRED rawhttp)
+
+# `tessera fetch-crl --own-http`, also through tinyproxy.
+add_test(NAME cli.fetch_crl_own_http
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_fetch_crl_own_http.sh
+            $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.fetch_crl_own_http PROPERTIES
+    ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED rawhttp TIMEOUT 60)

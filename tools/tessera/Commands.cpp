@@ -85,12 +85,23 @@ const std::vector<Command>& Commands() {
          "revocation time and reason\n"
          "--json\tprint one JSON object instead of text\n",
          "tessera crl ca.crl --cert signer.pem\n", RunCrl},
-        {"fetch-crl", "CERT [--out FILE] [--timeout SECONDS]",
+        {"fetch-crl",
+         "CERT [--out FILE] [--timeout SECONDS | --own-http [--proxy URL --proxy-user U "
+         "--proxy-password P] [--url URL]]",
          "download the CRL of a certificate from its http:// distribution points and show it; "
          "when none delivers, the failure of the last one is printed",
          "--out FILE\twrite the CRL's DER\n"
-         "--timeout SECONDS\tthe limit for each download (default 0: none)\n",
-         "tessera fetch-crl signer.pem --out signer-ca.crl --timeout 10\n", RunFetchCrl},
+         "--timeout SECONDS\tthe limit for each download (default 0: none)\n"
+         "--own-http\tdownload with the library's own HTTP/HTTPS client instead of libcurl\n"
+         "--proxy URL\twith --own-http: go through this proxy (CONNECT for https)\n"
+         "--proxy-user U\twith --proxy: the Basic proxy user name (default empty)\n"
+         "--proxy-password P\twith --proxy: the Basic proxy password (default empty)\n"
+         "--url URL\twith --own-http: fetch this http:// or https:// URL instead of the "
+         "points\n",
+         "tessera fetch-crl signer.pem --out signer-ca.crl --timeout 10\n"
+         "tessera fetch-crl signer.pem --own-http --proxy http://proxy:3128 --proxy-user u "
+         "--proxy-password p\n",
+         RunFetchCrl},
         {"timestamp", "--url URL [--hash NAME] [--out TOKEN] FILE",
          "ask a time-stamp authority for a token over FILE's digest and show the token",
          "--url URL\tthe time-stamp authority's address (required)\n"
