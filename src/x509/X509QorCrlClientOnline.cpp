@@ -141,7 +141,6 @@ void X509QorCrlClientOnline::GetCrlEncoded(const wchar_t* url,
     const qorstd::QorStringW wideUrl = Widen(narrowUrl);
     MemoryOut header;
     MemoryOut body;
-    response.param.type = kIoMemory;
     const int split = QOR_HTTP_SplitData(&response.param, &header.param, &body.param);
     QOR_Param_MemFree(&response.param);
     if (split != 0) {

@@ -19,7 +19,6 @@
 
 namespace qorhttp {
 
-
 namespace {
 
 // Fixed limits of the request parts; longer values are refused rather than
