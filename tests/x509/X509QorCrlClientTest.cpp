@@ -237,6 +237,32 @@ TEST_F(QorCrlClientTest, TlsIsReadUntilCloseAlsoThroughTinyproxy) {
     QOR_Param_MemFree(&out);
 }
 
+TEST_F(QorCrlClientTest, ExchangesStopOnTheirTimeoutAndOnTheCallbacksRefusal) {
+    // Without Content-Length the answer ends only when the server closes,
+    // which this one does not do for 10 s.
+    Answer("plain", "stall-hold", "HTTP/1.0 200 OK\r\n\r\npartial");
+    Answer("tls", "stall-hold", "HTTP/1.0 200 OK\r\n\r\npartial");
+    const std::string plain = Url("plain") + "/stall-hold";
+    const std::string tls = Url("tls") + "/stall-hold";
+    HttpConnectParams params{};
+    params.timeout = 1;
+    IoParam out{nullptr, 0, kIoMemory};
+    params.url = plain.c_str();
+    EXPECT_EQ(QOR_HTTP_Connect(&out, nullptr, &params, nullptr, nullptr), kHttpTimeout) << "plain";
+    params.url = tls.c_str();
+    EXPECT_EQ(QOR_HTTPS_Connect(&out, nullptr, nullptr, &params, nullptr, nullptr), kHttpTimeout)
+        << "TLS";
+    EXPECT_EQ(out.data, nullptr) << "a failed exchange stores nothing";
+    const HttpProgressCallback refuse = [](int phase, unsigned, unsigned, void*) {
+        return phase == 0 ? 1 : 0;
+    };
+    params.url = plain.c_str();
+    EXPECT_EQ(QOR_HTTP_Connect(&out, nullptr, &params, refuse, nullptr), kHttpAborted)
+        << "refused while receiving";
+    params.url = tls.c_str();
+    EXPECT_EQ(QOR_HTTPS_Connect(&out, nullptr, nullptr, &params, refuse, nullptr), kHttpAborted);
+}
+
 TEST(QorHttpReading, SplitCodeHeaderItemsAndDates) {
     std::string raw = "HTTP/1.1 301 Moved\r\nLocation :  \"http://x/\" \t\r\nX: 1\r\n\r\nrest";
     IoParam in{raw.data(), static_cast<std::uint32_t>(raw.size()), kIoMemory};
