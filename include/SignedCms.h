@@ -37,6 +37,7 @@ namespace TesseraLib {
 class LogChannel;
 class SignerCms;
 class VerifierCades;
+class VerifierTimeStamp;
 class X509Attribute;
 class X509Chain;
 class X509ChainPolicy;
@@ -316,6 +317,14 @@ public:
     CMS_ContentInfo_st* GetCms() const { return m_pCms; }
 
 protected:
+    friend class VerifierTimeStamp;
+
+    // Decode of a message the caller has decoded already: takes over
+    // `decoded`, what d2i_CMS_ContentInfo made of exactly `message`, instead
+    // of decoding `message` once more (null: as Decode). A failure frees it.
+    void DecodeAdopting(const qorstd::QorArray<unsigned char>& message,
+                        CMS_ContentInfo_st* decoded);
+
     // Frees the message and the signer infos and empties what was read from
     // them; the content too when `freeContent` is nonzero.
     virtual void FreeCms(int freeContent);

@@ -210,24 +210,32 @@ void SignedCms::Decode(const unsigned char* message, long size) {
 }
 
 void SignedCms::Decode(const qorstd::QorArray<unsigned char>& message) {
+    DecodeAdopting(message, nullptr);
+}
+
+void SignedCms::DecodeAdopting(const qorstd::QorArray<unsigned char>& message,
+                               CMS_ContentInfo* decoded) {
+    CmsContentInfoPtr cms(decoded);
     TLOG_DEBUG(m_log, L"Decoding...");
     if (message.GetSize() == 0) {
         Fail(m_log, L"Decode: Bad parameter - msg is empty.", ErrInvalidParameter,
              L"SignedCms - Crypto message is empty.");
     }
     FreeCms(0);
-    // Signatures embedded in other formats come padded to a reserved size
-    // (PDF signature fields are the common case): the message is the first
-    // DER object, and what follows it is not part of it.
-    std::size_t consumed = 0;
-    CmsContentInfoPtr cms = DecodeFirst<CmsContentInfoPtr>(d2i_CMS_ContentInfo, message.GetData(),
-                                                           message.GetSize(), &consumed);
     if (!cms) {
-        FailCrypto(m_log, "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
-    }
-    if (consumed < message.GetSize()) {
-        TLOG_DEBUG(m_log, L"Decode: %u bytes after the message ignored.",
-                   static_cast<unsigned>(message.GetSize() - consumed));
+        // Signatures embedded in other formats come padded to a reserved
+        // size (PDF signature fields are the common case): the message is
+        // the first DER object, and what follows it is not part of it.
+        std::size_t consumed = 0;
+        cms = DecodeFirst<CmsContentInfoPtr>(d2i_CMS_ContentInfo, message.GetData(),
+                                             message.GetSize(), &consumed);
+        if (!cms) {
+            FailCrypto(m_log, "Decode: d2i_CMS_ContentInfo() failed.", ErrInvalidMessageFormat);
+        }
+        if (consumed < message.GetSize()) {
+            TLOG_DEBUG(m_log, L"Decode: %u bytes after the message ignored.",
+                       static_cast<unsigned>(message.GetSize() - consumed));
+        }
     }
     m_pCms = cms.release();
     try {

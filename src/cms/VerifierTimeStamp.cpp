@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <typeinfo>
 
 #include "CryptException.h"
 #include "CryptHash.h"
@@ -160,7 +161,16 @@ void VerifierTimeStamp::Check(const qorstd::QorArray<unsigned char>& hash,
     // The TSA signer.
     try {
         const QorTsp2Lib::TspArray<unsigned char> der = m_timeStamp->Encode(1);
-        token->Decode(der.GetData(), static_cast<long>(der.GetSize()));
+        const SignedCades& made = *token;
+        if (!der.IsEmpty() &&
+            (typeid(made) == typeid(SignedCades) || typeid(made) == typeid(SignedCades2))) {
+            // The token's message as the time-stamp decoded it, unless an
+            // earlier check took it; a signature class of the verifier's own
+            // may decode in its own way.
+            token->DecodeAdopting(der, m_timeStamp->TakeDecodedToken());
+        } else {
+            token->Decode(der.GetData(), static_cast<long>(der.GetSize()));
+        }
         if (token->GetSignerInfoCount() == 0) {
             if (store != nullptr) {
                 Fail(m_log, L"VerifyDigest: pTsaSigners is empty", ErrSignerCertNotFound,

@@ -239,6 +239,18 @@ TEST(TimeStampCheckTest, ImprintTimeUsageAndSigners) {
         return std::vector<Bytes>{P().tsa.Token(EVP_sha256(), Sha256(value), true)};
     });
     EXPECT_EQ(VerifyFailure(good, trust.verifier).first, 0);
+    // The first check takes the token as it was decoded with the message, a
+    // later check decodes it again; a copy of the message shares that one.
+    SignedCades decoded;
+    decoded.Decode(Array(good));
+    SignedCades copy(decoded);
+    for (SignedCades* message : {&decoded, &decoded, &copy}) {
+        EXPECT_EQ(Catch([&] { message->Verify(trust.verifier, SignedCades::cptCadesNone); }).code,
+                  0)
+            << "every check of the same time-stamped message succeeds";
+        EXPECT_NE(message->GetSignerInfo(0)->GetTimeStampChain(), nullptr)
+            << "every check built the TSA's path";
+    }
     const Trust early(TsaReply().genTime - 1);
     EXPECT_EQ(VerifyFailure(good, early.verifier),
               std::make_pair(static_cast<int>(ErrTimeStampAfterVerifyTime), true))

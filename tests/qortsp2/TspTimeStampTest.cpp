@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <openssl/cms.h>
+#include <openssl/objects.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
@@ -184,6 +185,20 @@ TEST_F(TspTimeStampTest, CopiesAreIndependentAndResetEmpties) {
     }
     assigned = assigned;
     EXPECT_FALSE(assigned.IsEmpty()) << "self-assignment keeps the token";
+}
+
+TEST_F(TspTimeStampTest, TheDecodedTokenIsHandedOverOnceAmongCopies) {
+    const TspTimeStamp original = DecodeBytes(Sha256Token());
+    const TspTimeStamp copy(original);
+    const tsp_test::Owned<CMS_ContentInfo, CMS_ContentInfo_free> taken(copy.TakeDecodedToken());
+    ASSERT_TRUE(taken) << "a decoded token hands over its message";
+    EXPECT_EQ(OBJ_obj2nid(CMS_get0_eContentType(taken.get())), NID_id_smime_ct_TSTInfo)
+        << "the message handed over is the token's";
+    EXPECT_EQ(original.TakeDecodedToken(), nullptr)
+        << "the copies share the one message: it is handed over only once";
+    EXPECT_EQ(original.GetTime(), UtcTime(2024, 6, 1, 12, 0, 0))
+        << "handing the message over changes nothing the object answers";
+    EXPECT_EQ(TspTimeStamp().TakeDecodedToken(), nullptr) << "an empty object has none";
 }
 
 TEST_F(TspTimeStampTest, AnythingButExactlyOneTokenIsRefused) {

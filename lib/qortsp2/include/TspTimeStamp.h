@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "QorTsp2Export.h"
 #include "TspTypes.h"
 
 struct x509_st;
+struct CMS_ContentInfo_st;
 
 namespace QorTsp2Lib {
 
@@ -93,7 +95,17 @@ public:
     // The nonce in upper-case hexadecimal; empty when the token has none.
     const StlString& GetNonceHex() const { return m_nonceHex; }
 
+    // The CMS message Decode read the token from, handed over to the first
+    // caller, who owns it then and may change it: checking the TSA's
+    // signature need not decode the token once more. Copies share it, so it
+    // is null once this object or a copy has handed it over, and when empty.
+    // Nothing else this object answers depends on it. Safe to call on copies
+    // from several threads.
+    CMS_ContentInfo_st* TakeDecodedToken() const;
+
 private:
+    struct DecodedToken;
+
     TspArray<unsigned char> m_der;
     std::int64_t m_time;
     StlString m_generalizedTime;
@@ -104,6 +116,7 @@ private:
     StlString m_policyId;
     std::int64_t m_accuracyMicros;
     StlString m_nonceHex;
+    std::shared_ptr<DecodedToken> m_decodedToken;  // shared by copies
 };
 
 }  // namespace QorTsp2Lib

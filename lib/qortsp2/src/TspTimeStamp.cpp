@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -159,6 +160,11 @@ bool TspCertificate::operator==(const TspCertificate& other) const {
 
 // ---------------------------------------------------------------- time-stamp
 
+struct TspTimeStamp::DecodedToken {
+    std::mutex lock;
+    CmsContentInfoPtr cms;  // null once handed over
+};
+
 TspTimeStamp::TspTimeStamp() : m_time(0), m_accuracyMicros(-1) {}
 
 TspTimeStamp::TspTimeStamp(const TspTimeStamp& other) = default;
@@ -169,6 +175,14 @@ TspTimeStamp::~TspTimeStamp() = default;
 
 void TspTimeStamp::Reset() {
     *this = TspTimeStamp();
+}
+
+CMS_ContentInfo_st* TspTimeStamp::TakeDecodedToken() const {
+    if (!m_decodedToken) {
+        return nullptr;
+    }
+    const std::lock_guard<std::mutex> guard(m_decodedToken->lock);
+    return m_decodedToken->cms.release();
 }
 
 const TspCertificate* TspTimeStamp::GetTsaCertificate() const {
@@ -287,6 +301,9 @@ void TspTimeStamp::Decode(const unsigned char* der, unsigned int length) {
         }
     }
     ERR_clear_error();
+    // Only read above: the message is still as d2i made it.
+    decoded.m_decodedToken = std::make_shared<DecodedToken>();
+    decoded.m_decodedToken->cms = std::move(cms);
     *this = decoded;
 }
 
