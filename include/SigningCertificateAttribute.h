@@ -18,6 +18,11 @@ namespace TesseraLib {
 class LogChannel;
 class X509Certificate;
 
+namespace cms {
+struct SigningCertValue;
+class SigningCertAccess;
+}  // namespace cms
+
 // One ESSCertID(v2) entry as read from an attribute.
 class TESSERA_API SigningCertificate {
 public:
@@ -70,6 +75,9 @@ public:
                                 CryptHash::cptHashAlgorithm alg);
     SigningCertificateAttribute(const SigningCertificateAttribute& other);
     SigningCertificateAttribute& operator=(const SigningCertificateAttribute& other);
+    // Moves take the other's attribute and entries and leave it empty.
+    SigningCertificateAttribute(SigningCertificateAttribute&& other);
+    SigningCertificateAttribute& operator=(SigningCertificateAttribute&& other);
     ~SigningCertificateAttribute() override;
 
     // Releases the attribute and clears the entries.
@@ -95,8 +103,13 @@ protected:
     virtual void Decode(const x509_attributes_st* attr);
 
 private:
+    friend class cms::SigningCertAccess;
+
     std::unique_ptr<LogChannel> m_log;
     qorstd::QorVector<SigningCertificate> m_certificateIds;
+    // The value the attribute form of Decode read, for the signer-certificate
+    // check; null when it read none. Shared by copies, never changed.
+    std::shared_ptr<const cms::SigningCertValue> m_value;
 };
 
 }  // namespace TesseraLib

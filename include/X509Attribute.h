@@ -19,6 +19,9 @@ public:
     // Copies duplicate the attribute.
     X509Attribute(const X509Attribute& other);
     X509Attribute& operator=(const X509Attribute& other);
+    // Moves take the other's attribute and leave it empty.
+    X509Attribute(X509Attribute&& other) noexcept;
+    X509Attribute& operator=(X509Attribute&& other) noexcept;
     virtual ~X509Attribute();
 
     // Releases the held attribute.

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -86,6 +87,10 @@ public:
     // and share the private key through a CryptKey of their own.
     X509Certificate(const X509Certificate& other);
     X509Certificate& operator=(const X509Certificate& other);
+    // Moves take the other's certificate, key and decoded fields and leave
+    // it empty (with a channel of its own, as after construction).
+    X509Certificate(X509Certificate&& other);
+    X509Certificate& operator=(X509Certificate&& other);
     virtual ~X509Certificate();
 
     // Releases certificate, key and serial number; clears every field.
@@ -117,40 +122,43 @@ public:
     // The held certificate itself (not a copy); null when empty.
     x509_st* GetX509() const { return m_x509.get(); }
     // The version field's value: 2 means version 3.
-    unsigned long GetVersion() const { return m_decoded.version; }
+    unsigned long GetVersion() const { return m_decoded->version; }
     // Seconds since 1970 UTC.
-    const std::int64_t& GetNotBefore() const { return m_decoded.notBefore; }
-    const std::int64_t& GetNotAfter() const { return m_decoded.notAfter; }
+    const std::int64_t& GetNotBefore() const { return m_decoded->notBefore; }
+    const std::int64_t& GetNotAfter() const { return m_decoded->notAfter; }
     // The serial number as OpenSSL's big number; null when empty.
     const bignum_st* GetSerialNumber() const { return m_serial.get(); }
     // OpenSSL's NID of the outer signature algorithm; 0 when empty.
-    int GetSignatureAlgorithmNID() const { return m_decoded.signatureNid; }
+    int GetSignatureAlgorithmNID() const { return m_decoded->signatureNid; }
     // Modulus length in bits for RSA keys; 0 for every other key.
-    int GetKeyLength() const { return m_decoded.keyLength; }
-    const X509Name& GetSubjectName() const { return m_decoded.subjectName; }
-    const X509Name& GetIssuerName() const { return m_decoded.issuerName; }
+    int GetKeyLength() const { return m_decoded->keyLength; }
+    // Read from the certificate on first use (by any copy).
+    const X509Name& GetSubjectName() const;
+    const X509Name& GetIssuerName() const;
     // DER of the subject and issuer names.
-    const qorstd::QorArray<unsigned char>& GetSubject() const { return m_decoded.subject; }
-    const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_decoded.issuer; }
+    const qorstd::QorArray<unsigned char>& GetSubject() const { return m_decoded->subject; }
+    const qorstd::QorArray<unsigned char>& GetIssuer() const { return m_decoded->issuer; }
     const qorstd::QorArray<unsigned char>& GetSubjectKeyId() const {
-        return m_decoded.subjectKeyId;
+        return m_decoded->subjectKeyId;
     }
     // The keyIdentifier part of the authority key identifier.
     const qorstd::QorArray<unsigned char>& GetAuthorityKeyId() const {
-        return m_decoded.authorityKeyId;
+        return m_decoded->authorityKeyId;
     }
     // KeyUsageBits OR-ed together.
-    unsigned long GetKeyUsage() const { return m_decoded.keyUsage; }
+    unsigned long GetKeyUsage() const { return m_decoded->keyUsage; }
     // Dotted OIDs, in extension order.
     const qorstd::QorVector<qorstd::QorString>& GetExtendedKeyUsages() const {
-        return m_decoded.extendedKeyUsages;
+        return m_decoded->extendedKeyUsages;
     }
-    const qorstd::QorVector<QcStatement>& GetQCStatements() const { return m_decoded.qcStatements; }
+    const qorstd::QorVector<QcStatement>& GetQCStatements() const {
+        return m_decoded->qcStatements;
+    }
     const qorstd::QorVector<qorstd::QorString>& GetCertificatePolicies() const {
-        return m_decoded.certificatePolicies;
+        return m_decoded->certificatePolicies;
     }
     // The URI of the last OCSP access description; empty when none.
-    const qorstd::QorString& GetOcspResponderUrl() const { return m_decoded.ocspUrl; }
+    const qorstd::QorString& GetOcspResponderUrl() const { return m_decoded->ocspUrl; }
     // Owned by the certificate; null when none.
     CryptKey* GetPrivateKey() const { return m_privateKey.get(); }
 
@@ -277,20 +285,27 @@ private:
     };
 
     void CopyFrom(const X509Certificate& other);
+    void MoveFrom(X509Certificate& other);
     void ParseX509();
-    void ParseExtensions();
     qorstd::QorStringW PrintName(const struct X509_name_st* name, int flags,
                                  const wchar_t* logLine) const;
 
-    // What ParseX509 reads from the certificate. Plain values only, so that
-    // copying, assigning and clearing them is the struct's own.
+    // What ParseX509 reads from the certificate. Read once and never changed
+    // afterwards, so that copies share one of them (an empty object shares
+    // the one empty instance); only the names are filled on first use.
     struct Decoded {
         unsigned long version = 0;
         std::int64_t notBefore = 0;
         std::int64_t notAfter = 0;
         int signatureNid = 0;
-        X509Name subjectName;
-        X509Name issuerName;
+        // The names inside the certificate, which `owner` keeps alive; their
+        // entries are checked on import, their attributes read on first use.
+        const X509_name_st* subjectSource = nullptr;
+        const X509_name_st* issuerSource = nullptr;
+        std::shared_ptr<const void> owner;
+        mutable std::once_flag namesRead;
+        mutable X509Name subjectName;
+        mutable X509Name issuerName;
         qorstd::QorArray<unsigned char> subject;
         qorstd::QorArray<unsigned char> issuer;
         qorstd::QorArray<unsigned char> subjectKeyId;
@@ -304,11 +319,15 @@ private:
         int keyLength = 0;
     };
 
+    static void ParseExtensions(const x509_st* certificate, Decoded& decoded);
+    static void ReadNames(const Decoded& decoded);
+    static const std::shared_ptr<const Decoded>& EmptyDecoded();
+
     std::unique_ptr<x509_st, X509Deleter> m_x509;  // shared with copies
     std::unique_ptr<LogChannel> m_log;
     std::unique_ptr<CryptKey> m_privateKey;
-    std::unique_ptr<bignum_st, BignumDeleter> m_serial;
-    Decoded m_decoded;
+    std::shared_ptr<const bignum_st> m_serial;  // shared with copies, never changed
+    std::shared_ptr<const Decoded> m_decoded;   // never null
 };
 
 }  // namespace TesseraLib

@@ -17,7 +17,7 @@ namespace cms {
 namespace {
 
 // The first entry of a signing-certificate value, with the decoded value
-// that owns it.
+// that owns it when the check decoded it itself.
 struct FirstCertId {
     EssSigningCertPtr v1;
     EssSigningCertV2Ptr v2;
@@ -25,6 +25,34 @@ struct FirstCertId {
     const ASN1_OCTET_STRING* hash = nullptr;
     const QOR_ESS_ISSUER_SERIAL* issuerSerial = nullptr;
 };
+
+void FirstOfV1(const LogChannel& log, const QOR_ESS_SIGNING_CERT& value, FirstCertId& first) {
+    if (value.cert_ids == nullptr) {
+        Fail(log, L"VerifySigningCert: pEssSignCert->cert_ids is null.", ErrInternal,
+             L"SignedCades::SignerInfo - pEssCertIds=NULL");
+    }
+    if (sk_QOR_ESS_CERT_ID_num(value.cert_ids) > 0) {
+        const QOR_ESS_CERT_ID* id = sk_QOR_ESS_CERT_ID_value(value.cert_ids, 0);
+        first.md = EVP_sha1();
+        first.hash = id->hash;
+        first.issuerSerial = id->issuer_serial;
+    }
+}
+
+void FirstOfV2(const LogChannel& log, const QOR_ESS_SIGNING_CERT_V2& value, FirstCertId& first) {
+    if (value.certs == nullptr) {
+        Fail(log, L"VerifySigningCert: pEssCertIdsV2->certs is null.", ErrInternal,
+             L"SignedCades::SignerInfo - pEssCertIdsV2=NULL");
+    }
+    if (sk_QOR_ESS_CERT_ID_V2_num(value.certs) > 0) {
+        const QOR_ESS_CERT_ID_V2* id = sk_QOR_ESS_CERT_ID_V2_value(value.certs, 0);
+        // Without an algorithm the entry uses the default, SHA-256.
+        first.md =
+            id->hash_alg == nullptr ? EVP_sha256() : EVP_get_digestbyobj(id->hash_alg->algorithm);
+        first.hash = id->hash;
+        first.issuerSerial = id->issuer_serial;
+    }
+}
 
 FirstCertId ReadV1(const LogChannel& log, const qorstd::QorArray<unsigned char>& value) {
     FirstCertId first;
@@ -34,16 +62,7 @@ FirstCertId ReadV1(const LogChannel& log, const qorstd::QorArray<unsigned char>&
         Fail(log, L"VerifySigningCert: Decode signing certificate attribute error.",
              ErrAsn1Decoding);
     }
-    if (first.v1->cert_ids == nullptr) {
-        Fail(log, L"VerifySigningCert: pEssSignCert->cert_ids is null.", ErrInternal,
-             L"SignedCades::SignerInfo - pEssCertIds=NULL");
-    }
-    if (sk_QOR_ESS_CERT_ID_num(first.v1->cert_ids) > 0) {
-        const QOR_ESS_CERT_ID* id = sk_QOR_ESS_CERT_ID_value(first.v1->cert_ids, 0);
-        first.md = EVP_sha1();
-        first.hash = id->hash;
-        first.issuerSerial = id->issuer_serial;
-    }
+    FirstOfV1(log, *first.v1, first);
     return first;
 }
 
@@ -55,17 +74,18 @@ FirstCertId ReadV2(const LogChannel& log, const qorstd::QorArray<unsigned char>&
         Fail(log, L"VerifySigningCert: Decode signing certificate V2 attribute error.",
              ErrAsn1Decoding);
     }
-    if (first.v2->certs == nullptr) {
-        Fail(log, L"VerifySigningCert: pEssCertIdsV2->certs is null.", ErrInternal,
-             L"SignedCades::SignerInfo - pEssCertIdsV2=NULL");
-    }
-    if (sk_QOR_ESS_CERT_ID_V2_num(first.v2->certs) > 0) {
-        const QOR_ESS_CERT_ID_V2* id = sk_QOR_ESS_CERT_ID_V2_value(first.v2->certs, 0);
-        // Without an algorithm the entry uses the default, SHA-256.
-        first.md =
-            id->hash_alg == nullptr ? EVP_sha256() : EVP_get_digestbyobj(id->hash_alg->algorithm);
-        first.hash = id->hash;
-        first.issuerSerial = id->issuer_serial;
+    FirstOfV2(log, *first.v2, first);
+    return first;
+}
+
+// The first entry of the value the attribute decoded from the same bytes
+// when it was read (the entries borrow from it).
+FirstCertId ReadDecoded(const LogChannel& log, const SigningCertValue& value) {
+    FirstCertId first;
+    if (value.v1) {
+        FirstOfV1(log, *value.v1, first);
+    } else {
+        FirstOfV2(log, *value.v2, first);
     }
     return first;
 }
@@ -105,7 +125,9 @@ void VerifySigningCert(const LogChannel& log, const SigningCertificateAttribute&
         Fail(log, L"VerifySigningCert: attr.GetValue() is empty", ErrSigningCertAttrNotFound);
     }
     // The v1 type names SHA-1 hashes; anything else is read as v2.
-    const FirstCertId first = std::strcmp(attr.GetOID().c_str(), kOidSigningCertificate) == 0
+    const SigningCertValue* decoded = SigningCertAccess::ValueOf(attr);
+    const FirstCertId first = decoded != nullptr ? ReadDecoded(log, *decoded)
+                              : std::strcmp(attr.GetOID().c_str(), kOidSigningCertificate) == 0
                                   ? ReadV1(log, value)
                                   : ReadV2(log, value);
     if (first.md == nullptr) {

@@ -7,6 +7,7 @@
 
 #include "LogChannel.h"
 #include "SigningCertificateAttribute.h"
+#include "cms/att_signcertv2.h"
 
 namespace TesseraLib {
 namespace cms {
@@ -25,6 +26,15 @@ namespace cms {
 //   ErrHashGeneration           the certificate cannot be hashed.
 void VerifySigningCert(const LogChannel& log, const SigningCertificateAttribute& attr,
                        const X509* signerCert);
+
+// What the check reads of an attribute beyond its public face.
+class SigningCertAccess {
+public:
+    // The value the attribute decoded when it was read; null when none.
+    static const SigningCertValue* ValueOf(const SigningCertificateAttribute& attr) {
+        return attr.m_value.get();
+    }
+};
 
 }  // namespace cms
 }  // namespace TesseraLib

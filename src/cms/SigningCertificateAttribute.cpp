@@ -5,6 +5,7 @@
 #include <openssl/x509.h>
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "CryptException.h"
@@ -176,13 +177,35 @@ SigningCertificateAttribute::SigningCertificateAttribute(
 SigningCertificateAttribute::SigningCertificateAttribute(const SigningCertificateAttribute& other)
     : X509Attribute(other),
       m_log(std::make_unique<LogChannel>(kChannelName)),
-      m_certificateIds(other.m_certificateIds) {}
+      m_certificateIds(other.m_certificateIds),
+      m_value(other.m_value) {}
 
 SigningCertificateAttribute& SigningCertificateAttribute::operator=(
     const SigningCertificateAttribute& other) {
     if (this != &other) {
         X509Attribute::operator=(other);
         m_certificateIds = other.m_certificateIds;
+        m_value = other.m_value;
+    }
+    return *this;
+}
+
+SigningCertificateAttribute::SigningCertificateAttribute(SigningCertificateAttribute&& other)
+    : X509Attribute(std::move(other)),
+      m_log(std::make_unique<LogChannel>(kChannelName)),
+      m_certificateIds(other.m_certificateIds),
+      m_value(std::move(other.m_value)) {
+    // The entries are few and plain: they are copied, then dropped.
+    other.m_certificateIds.RemoveAll();
+}
+
+SigningCertificateAttribute& SigningCertificateAttribute::operator=(
+    SigningCertificateAttribute&& other) {
+    if (this != &other) {
+        X509Attribute::operator=(std::move(other));
+        m_certificateIds = other.m_certificateIds;
+        other.m_certificateIds.RemoveAll();
+        m_value = std::move(other.m_value);
     }
     return *this;
 }
@@ -195,6 +218,7 @@ SigningCertificateAttribute::~SigningCertificateAttribute() {
 void SigningCertificateAttribute::Reset() {
     FreeAttribute();
     m_certificateIds.RemoveAll();
+    m_value.reset();
 }
 
 void SigningCertificateAttribute::Decode(const qorstd::QorArray<unsigned char>& der) {
@@ -211,9 +235,10 @@ void SigningCertificateAttribute::Decode(const x509_attributes_st* attr) {
     Reset();
     m_attr = CloneAttribute(const_cast<x509_attributes_st*>(attr));
     try {
-        const qorstd::QorString oid = GetOID();
-        const bool v1 = std::strcmp(oid.c_str(), cms::kOidSigningCertificate) == 0;
-        if (!v1 && std::strcmp(oid.c_str(), cms::kOidSigningCertificateV2) != 0) {
+        // The two types by number: the same test as their dotted texts.
+        const int nid = OBJ_obj2nid(X509_ATTRIBUTE_get0_object(m_attr));
+        const bool v1 = nid == NID_id_smime_aa_signingCertificate;
+        if (!v1 && nid != NID_id_smime_aa_signingCertificateV2) {
             Fail(m_log, L"Decode: Attribute is no signing-certificate attribute.", ErrAsn1Decoding);
         }
         // A value that is no readable SEQUENCE of the type leaves no entries;
@@ -226,19 +251,23 @@ void SigningCertificateAttribute::Decode(const x509_attributes_st* attr) {
         }
         const unsigned char* der = ASN1_STRING_get0_data(value->value.sequence);
         const auto length = static_cast<std::size_t>(ASN1_STRING_length(value->value.sequence));
+        auto decoded = std::make_shared<cms::SigningCertValue>();
         if (v1) {
-            const cms::EssSigningCertPtr decoded =
+            decoded->v1 =
                 qorssl::DecodeWhole<cms::EssSigningCertPtr>(d2i_QOR_ESS_SIGNING_CERT, der, length);
-            if (decoded) {
-                AppendEntries(*decoded, m_certificateIds);
+            if (!decoded->v1) {
+                return;
             }
+            AppendEntries(*decoded->v1, m_certificateIds);
         } else {
-            const cms::EssSigningCertV2Ptr decoded = qorssl::DecodeWhole<cms::EssSigningCertV2Ptr>(
-                d2i_QOR_ESS_SIGNING_CERT_V2, der, length);
-            if (decoded) {
-                AppendEntries(*decoded, m_certificateIds);
+            decoded->v2 = qorssl::DecodeWhole<cms::EssSigningCertV2Ptr>(d2i_QOR_ESS_SIGNING_CERT_V2,
+                                                                        der, length);
+            if (!decoded->v2) {
+                return;
             }
+            AppendEntries(*decoded->v2, m_certificateIds);
         }
+        m_value = std::move(decoded);
     } catch (...) {
         Reset();
         throw;

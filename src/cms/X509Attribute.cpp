@@ -49,6 +49,19 @@ X509Attribute& X509Attribute::operator=(const X509Attribute& other) {
     return *this;
 }
 
+X509Attribute::X509Attribute(X509Attribute&& other) noexcept : m_attr(other.m_attr) {
+    other.m_attr = nullptr;
+}
+
+X509Attribute& X509Attribute::operator=(X509Attribute&& other) noexcept {
+    if (this != &other) {
+        X509_ATTRIBUTE_free(m_attr);
+        m_attr = other.m_attr;
+        other.m_attr = nullptr;
+    }
+    return *this;
+}
+
 X509Attribute::~X509Attribute() {
     // The subclasses release the attribute through FreeAttribute; this
     // catches what a subclass left behind.

@@ -82,6 +82,14 @@ using EssSigningCertPtr = qorssl::OpenSslPtr<QOR_ESS_SIGNING_CERT, QOR_ESS_SIGNI
 using EssSigningCertV2Ptr =
     qorssl::OpenSslPtr<QOR_ESS_SIGNING_CERT_V2, QOR_ESS_SIGNING_CERT_V2_free>;
 
+// A signing-certificate value as the attribute decoded it: `v1` for the v1
+// type, `v2` for the v2 type. Never changed once read, so that the copies of
+// the attribute share it.
+struct SigningCertValue {
+    EssSigningCertPtr v1;
+    EssSigningCertV2Ptr v2;
+};
+
 // Dotted OIDs of the two attribute types.
 constexpr const char* kOidSigningCertificate = "1.2.840.113549.1.9.16.2.12";
 constexpr const char* kOidSigningCertificateV2 = "1.2.840.113549.1.9.16.2.47";

@@ -37,7 +37,8 @@ namespace TesseraLib {
 
 namespace {
 
-const char kBraddleIdOid[] = "1.3.6.1.4.1.47385.4.3";
+// 1.3.6.1.4.1.47385.4.3, the content octets of its DER encoding.
+const unsigned char kBraddleIdOid[] = {0x2b, 0x06, 0x01, 0x04, 0x01, 0x82, 0xf2, 0x19, 0x04, 0x03};
 const wchar_t kChannelName[] = L"X509Certificate";
 
 using AccessInfoPtr = OpenSslPtr<AUTHORITY_INFO_ACCESS, AUTHORITY_INFO_ACCESS_free>;
@@ -60,17 +61,24 @@ OpenSslPtr<T, Free> DecodeExtension(const X509_EXTENSION* extension) {
 
 // The dotted form of `object`, however long; false when it has none.
 bool OidToText(const ASN1_OBJECT* object, qorstd::QorString& text) {
-    const int length = object != nullptr ? OBJ_obj2txt(nullptr, 0, object, 1) : 0;
+    // Most identifiers fit the buffer, which saves OpenSSL a second printing.
+    char buffer[128];
+    const int length =
+        object != nullptr ? OBJ_obj2txt(buffer, static_cast<int>(sizeof(buffer)), object, 1) : 0;
     if (length <= 0) {
         ERR_clear_error();
         return false;
     }
-    std::vector<char> buffer(static_cast<std::size_t>(length) + 1, '\0');
-    if (OBJ_obj2txt(buffer.data(), length + 1, object, 1) != length) {
+    if (static_cast<std::size_t>(length) < sizeof(buffer)) {
+        text.assign(buffer, static_cast<unsigned int>(length));
+        return true;
+    }
+    std::vector<char> longer(static_cast<std::size_t>(length) + 1, '\0');
+    if (OBJ_obj2txt(longer.data(), length + 1, object, 1) != length) {
         ERR_clear_error();
         return false;
     }
-    text.assign(buffer.data(), static_cast<unsigned int>(length));
+    text.assign(longer.data(), static_cast<unsigned int>(length));
     return true;
 }
 
@@ -219,9 +227,18 @@ void X509Certificate::BignumDeleter::operator()(bignum_st* number) const {
     BN_free(number);
 }
 
+const std::shared_ptr<const X509Certificate::Decoded>& X509Certificate::EmptyDecoded() {
+    // Never destroyed: certificates in static storage reset to it while the
+    // program ends, after function-local statics are gone.
+    static const std::shared_ptr<const Decoded>* const empty =
+        new std::shared_ptr<const Decoded>(std::make_shared<const Decoded>());
+    return *empty;
+}
+
 // ---------------------------------------------------------------- lifecycle
 
-X509Certificate::X509Certificate() : m_log(std::make_unique<LogChannel>(kChannelName)) {}
+X509Certificate::X509Certificate()
+    : m_log(std::make_unique<LogChannel>(kChannelName)), m_decoded(EmptyDecoded()) {}
 
 X509Certificate::X509Certificate(const x509_st* certificate) : X509Certificate() {
     if (certificate == nullptr) {
@@ -260,32 +277,51 @@ X509Certificate& X509Certificate::operator=(const X509Certificate& other) {
     return *this;
 }
 
+X509Certificate::X509Certificate(X509Certificate&& other) : X509Certificate() {
+    MoveFrom(other);
+}
+
+X509Certificate& X509Certificate::operator=(X509Certificate&& other) {
+    if (this != &other) {
+        Reset();
+        MoveFrom(other);
+    }
+    return *this;
+}
+
 X509Certificate::~X509Certificate() {
     m_log.reset();
     Reset();
 }
 
 void X509Certificate::CopyFrom(const X509Certificate& other) {
-    // The handle is shared (nothing changes a certificate once read); the
-    // serial number and the key are objects of their own.
+    // The handle, the serial number and the decoded fields are shared
+    // (nothing changes them once read); the key is an object of its own.
     X509Ptr x509 = UpRef(other.m_x509.get());
-    std::unique_ptr<bignum_st, BignumDeleter> serial(other.m_serial ? BN_dup(other.m_serial.get())
-                                                                    : nullptr);
-    if ((other.m_x509 && !x509) || (other.m_serial && !serial)) {
+    if (other.m_x509 && !x509) {
         Fail(ErrOutOfMemory);
     }
-    m_x509.reset(x509.release());
-    m_serial = std::move(serial);
     m_privateKey.reset(other.m_privateKey ? CryptKey::CreateKey(other.m_privateKey->GetKeyEVP())
                                           : nullptr);
+    m_x509.reset(x509.release());
+    m_serial = other.m_serial;
     m_decoded = other.m_decoded;
+}
+
+void X509Certificate::MoveFrom(X509Certificate& other) {
+    // The channel stays with each object.
+    m_x509 = std::move(other.m_x509);
+    m_privateKey = std::move(other.m_privateKey);
+    m_serial = std::move(other.m_serial);
+    m_decoded = std::move(other.m_decoded);
+    other.m_decoded = EmptyDecoded();
 }
 
 void X509Certificate::Reset() {
     m_x509.reset();
     m_privateKey.reset();
     m_serial.reset();
-    m_decoded = Decoded();
+    m_decoded = EmptyDecoded();
 }
 
 // ------------------------------------------------------------------- import
@@ -391,38 +427,42 @@ void X509Certificate::ImportPKCS12(const unsigned char* data, long size, const w
 
 void X509Certificate::ParseX509() {
     X509* certificate = m_x509.get();
-    m_decoded.version = static_cast<unsigned long>(X509_get_version(certificate));
+    // Filled here and only read afterwards: copies share it.
+    const std::shared_ptr<Decoded> fresh = std::make_shared<Decoded>();
+    Decoded& decoded = *fresh;
+    decoded.version = static_cast<unsigned long>(X509_get_version(certificate));
 
-    if (!qortime::Asn1TimeToSeconds(X509_get0_notBefore(certificate), &m_decoded.notBefore)) {
+    if (!qortime::Asn1TimeToSeconds(X509_get0_notBefore(certificate), &decoded.notBefore)) {
         Fail(m_log, L"ParseX509: Parsing notBefore failed.", ErrAsn1Decoding);
     }
-    if (!qortime::Asn1TimeToSeconds(X509_get0_notAfter(certificate), &m_decoded.notAfter)) {
+    if (!qortime::Asn1TimeToSeconds(X509_get0_notAfter(certificate), &decoded.notAfter)) {
         Fail(m_log, L"ParseX509: Parsing notAfter failed.", ErrAsn1Decoding);
     }
 
-    m_serial.reset(ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate), nullptr));
-    if (!m_serial) {
+    const std::shared_ptr<const bignum_st> serial(
+        ASN1_INTEGER_to_BN(X509_get0_serialNumber(certificate), nullptr), BignumDeleter());
+    if (!serial) {
         FailCrypto(m_log, "ParseX509: Parsing serial number failed.", ErrAsn1Decoding);
     }
 
-    m_decoded.signatureNid = X509_get_signature_nid(certificate);
-    if (m_decoded.signatureNid == NID_undef) {
+    decoded.signatureNid = X509_get_signature_nid(certificate);
+    if (decoded.signatureNid == NID_undef) {
         Fail(m_log, L"ParseX509: Parsing signature algorithm failed.", ErrAlgorithmNotSupported);
     }
 
-    m_decoded.keyLength = 0;
+    decoded.keyLength = 0;
     const EVP_PKEY* publicKey = X509_get0_pubkey(certificate);
     if (publicKey != nullptr && EVP_PKEY_get_base_id(publicKey) == EVP_PKEY_RSA) {
-        m_decoded.keyLength = EVP_PKEY_get_bits(publicKey);
-        if (m_decoded.keyLength <= 0) {
-            m_decoded.keyLength = 0;
+        decoded.keyLength = EVP_PKEY_get_bits(publicKey);
+        if (decoded.keyLength <= 0) {
+            decoded.keyLength = 0;
             Fail(m_log, L"ParseX509: Parsing key length failed.", ErrAlgorithmNotSupported);
         }
     }
     ERR_clear_error();
 
-    // The names read the certificate's own structures and keep a reference
-    // to it, instead of duplicating them.
+    // The names will read the certificate's own structures and keep a
+    // reference to it, instead of duplicating them.
     const std::shared_ptr<const void> owner = UpRef(certificate);
     if (!owner) {
         Fail(ErrOutOfMemory);
@@ -431,33 +471,46 @@ void X509Certificate::ParseX509() {
     if (subject == nullptr) {
         Fail(m_log, L"ParseX509: Parsing subject DN failed.", ErrAsn1Decoding);
     }
-    m_decoded.subjectName = X509Name(subject, owner);
-    m_decoded.subject = EncodeName(subject);
-    if (m_decoded.subject.GetSize() < 1) {
+    if (!x509::NameEntriesReadable(subject)) {
+        Fail(ErrAsn1Decoding, L"pNameValues=NULL");
+    }
+    decoded.subjectSource = subject;
+    decoded.subject = EncodeName(subject);
+    if (decoded.subject.GetSize() < 1) {
         Fail(m_log, L"ParseX509: Parsing subject raw data failed.", ErrAsn1Decoding);
     }
     const X509_NAME* issuer = X509_get_issuer_name(certificate);
     if (issuer == nullptr) {
         Fail(m_log, L"ParseX509: Parsing issuer DN failed.", ErrAsn1Decoding);
     }
-    m_decoded.issuerName = X509Name(issuer, owner);
-    m_decoded.issuer = EncodeName(issuer);
-    if (m_decoded.issuer.GetSize() < 1) {
+    if (!x509::NameEntriesReadable(issuer)) {
+        Fail(ErrAsn1Decoding, L"pNameValues=NULL");
+    }
+    decoded.issuerSource = issuer;
+    decoded.owner = owner;
+    decoded.issuer = EncodeName(issuer);
+    if (decoded.issuer.GetSize() < 1) {
         Fail(m_log, L"ParseX509: Parsing issuer raw data failed.", ErrAsn1Decoding);
     }
 
-    Asn1ObjectPtr braddleOid(OBJ_txt2obj(kBraddleIdOid, 1));
-    const int braddleIndex =
-        braddleOid ? X509_get_ext_by_OBJ(certificate, braddleOid.get(), -1) : -1;
-    if (braddleIndex >= 0) {
-        m_decoded.braddleId = DecodeBraddleId(X509_get_ext(certificate, braddleIndex));
+    // The first extension of that type, compared as X509_get_ext_by_OBJ
+    // does, without making the object for it each time.
+    for (int i = 0; i < X509_get_ext_count(certificate); ++i) {
+        const X509_EXTENSION* extension = X509_get_ext(certificate, i);
+        const ASN1_OBJECT* type = X509_EXTENSION_get_object(const_cast<X509_EXTENSION*>(extension));
+        if (static_cast<std::size_t>(OBJ_length(type)) == sizeof(kBraddleIdOid) &&
+            std::memcmp(OBJ_get0_data(type), kBraddleIdOid, sizeof(kBraddleIdOid)) == 0) {
+            decoded.braddleId = DecodeBraddleId(extension);
+            break;
+        }
     }
 
-    ParseExtensions();
+    ParseExtensions(certificate, decoded);
+    m_serial = serial;
+    m_decoded = fresh;
 }
 
-void X509Certificate::ParseExtensions() {
-    const X509* certificate = m_x509.get();
+void X509Certificate::ParseExtensions(const x509_st* certificate, Decoded& decoded) {
     for (int i = 0; i < X509_get_ext_count(certificate); ++i) {
         const X509_EXTENSION* extension = X509_get_ext(certificate, i);
         const ASN1_OBJECT* type = X509_EXTENSION_get_object(const_cast<X509_EXTENSION*>(extension));
@@ -468,26 +521,26 @@ void X509Certificate::ParseExtensions() {
                 if (!keyId) {
                     Fail(ErrAsn1Decoding);
                 }
-                AssignBytes(keyId.get(), m_decoded.subjectKeyId);
+                AssignBytes(keyId.get(), decoded.subjectKeyId);
                 break;
             }
             case NID_key_usage:
-                DecodeKeyUsage(extension, m_decoded.keyUsage);
+                DecodeKeyUsage(extension, decoded.keyUsage);
                 break;
             case NID_certificate_policies:
-                DecodeCertificatePolicies(extension, m_decoded.certificatePolicies);
+                DecodeCertificatePolicies(extension, decoded.certificatePolicies);
                 break;
             case NID_authority_key_identifier: {
                 AuthorityKeyIdPtr keyId =
                     DecodeExtension<AUTHORITY_KEYID, d2i_AUTHORITY_KEYID, AUTHORITY_KEYID_free>(
                         extension);
                 if (keyId) {
-                    AssignBytes(keyId->keyid, m_decoded.authorityKeyId);
+                    AssignBytes(keyId->keyid, decoded.authorityKeyId);
                 }
                 break;
             }
             case NID_ext_key_usage:
-                DecodeExtendedKeyUsage(extension, m_decoded.extendedKeyUsages);
+                DecodeExtendedKeyUsage(extension, decoded.extendedKeyUsages);
                 break;
             case NID_info_access: {
                 AccessInfoPtr access =
@@ -498,7 +551,7 @@ void X509Certificate::ParseExtensions() {
                     if (entry != nullptr && OBJ_obj2nid(entry->method) == NID_ad_OCSP &&
                         entry->location != nullptr && entry->location->type == GEN_URI) {
                         const ASN1_IA5STRING* uri = entry->location->d.uniformResourceIdentifier;
-                        m_decoded.ocspUrl.assign(
+                        decoded.ocspUrl.assign(
                             reinterpret_cast<const char*>(ASN1_STRING_get0_data(uri)),
                             static_cast<unsigned int>(ASN1_STRING_length(uri)));
                     }
@@ -506,7 +559,7 @@ void X509Certificate::ParseExtensions() {
                 break;
             }
             case NID_qcStatements:
-                x509::AppendQcStatements(extension, m_decoded.qcStatements);
+                x509::AppendQcStatements(extension, decoded.qcStatements);
                 break;
             default:
                 break;
@@ -562,6 +615,27 @@ qorstd::QorArray<unsigned char> X509Certificate::ExportPrivateKey() const {
 
 // ----------------------------------------------------------- derived values
 
+const X509Name& X509Certificate::GetSubjectName() const {
+    ReadNames(*m_decoded);
+    return m_decoded->subjectName;
+}
+
+const X509Name& X509Certificate::GetIssuerName() const {
+    ReadNames(*m_decoded);
+    return m_decoded->issuerName;
+}
+
+void X509Certificate::ReadNames(const Decoded& decoded) {
+    std::call_once(decoded.namesRead, [&decoded] {
+        if (decoded.subjectSource != nullptr) {
+            decoded.subjectName = X509Name(decoded.subjectSource, decoded.owner);
+        }
+        if (decoded.issuerSource != nullptr) {
+            decoded.issuerName = X509Name(decoded.issuerSource, decoded.owner);
+        }
+    });
+}
+
 qorstd::QorString X509Certificate::GetSerialNumberStringDec() const {
     if (!m_serial) {
         return qorstd::QorString();
@@ -585,11 +659,11 @@ qorstd::QorString X509Certificate::GetSerialNumberStringHex() const {
 }
 
 qorstd::QorString X509Certificate::GetSubjectKeyIdStringHex() const {
-    return x509::LowerHex(m_decoded.subjectKeyId);
+    return x509::LowerHex(m_decoded->subjectKeyId);
 }
 
 qorstd::QorString X509Certificate::GetAuthorityKeyIdStringHex() const {
-    return x509::LowerHex(m_decoded.authorityKeyId);
+    return x509::LowerHex(m_decoded->authorityKeyId);
 }
 
 qorstd::QorArray<unsigned char> X509Certificate::GetSHA1Hash() const {
@@ -602,14 +676,14 @@ qorstd::QorString X509Certificate::GetSHA1HashHex() const {
 
 qorstd::QorString X509Certificate::GetSignatureAlgorithmName() const {
     const char* name =
-        m_decoded.signatureNid != NID_undef ? OBJ_nid2ln(m_decoded.signatureNid) : nullptr;
+        m_decoded->signatureNid != NID_undef ? OBJ_nid2ln(m_decoded->signatureNid) : nullptr;
     return qorstd::QorString(name != nullptr ? name : "");
 }
 
 qorstd::QorString X509Certificate::GetSignatureAlgorithmOID() const {
     qorstd::QorString text;
-    if (m_decoded.signatureNid != NID_undef) {
-        OidToText(OBJ_nid2obj(m_decoded.signatureNid), text);
+    if (m_decoded->signatureNid != NID_undef) {
+        OidToText(OBJ_nid2obj(m_decoded->signatureNid), text);
     }
     return text;
 }
@@ -630,7 +704,7 @@ double X509Certificate::GetTimeToExpiration() const {
     if (!m_x509) {
         return 0.0;
     }
-    return static_cast<double>(m_decoded.notAfter - CryptUtils::GetCurrentTimeUTC());
+    return static_cast<double>(m_decoded->notAfter - CryptUtils::GetCurrentTimeUTC());
 }
 
 qorstd::QorStringW X509Certificate::PrintName(const X509_name_st* name, int flags,
@@ -646,27 +720,27 @@ qorstd::QorStringW X509Certificate::PrintName(const X509_name_st* name, int flag
 }
 
 qorstd::QorStringW X509Certificate::GetSubjectStringX500(int flags) const {
-    if (m_decoded.subject.GetSize() == 0) {
+    if (m_decoded->subject.GetSize() == 0) {
         return qorstd::QorStringW();
     }
-    return PrintName(m_decoded.subjectName.GetX509Name(), flags,
+    return PrintName(m_decoded->subjectSource, flags,
                      L"GetSubjectStringX500: QOR_X509Name_Print() failed.");
 }
 
 qorstd::QorStringW X509Certificate::GetIssuerStringX500(int flags) const {
-    if (m_decoded.issuer.GetSize() == 0) {
+    if (m_decoded->issuer.GetSize() == 0) {
         return qorstd::QorStringW();
     }
-    return PrintName(m_decoded.issuerName.GetX509Name(), flags,
+    return PrintName(m_decoded->issuerSource, flags,
                      L"GetIssuerStringX500: QOR_X509Name_Print() failed.");
 }
 
 qorstd::QorString X509Certificate::GetQorBraddleId() const {
-    if (m_decoded.braddleId.GetSize() == 0) {
+    if (m_decoded->braddleId.GetSize() == 0) {
         return qorstd::QorString();
     }
-    return qorstd::QorString(reinterpret_cast<const char*>(m_decoded.braddleId.GetData()),
-                             m_decoded.braddleId.GetSize());
+    return qorstd::QorString(reinterpret_cast<const char*>(m_decoded->braddleId.GetData()),
+                             m_decoded->braddleId.GetSize());
 }
 
 // -------------------------------------------------------------------- tests
@@ -739,21 +813,21 @@ int X509Certificate::IsQorStandard() const {
 }
 
 int X509Certificate::IsQorBraddles() const {
-    return m_x509 && m_decoded.braddleId.GetSize() > 0 ? 1 : 0;
+    return m_x509 && m_decoded->braddleId.GetSize() > 0 ? 1 : 0;
 }
 
 int X509Certificate::IsPseudonymous() const {
     if (!m_x509) {
         return 0;
     }
-    std::wstring commonName = m_decoded.subjectName.GetCommonName().c_str();
+    std::wstring commonName = GetSubjectName().GetCommonName().c_str();
     for (wchar_t& c : commonName) {
         c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
     }
     if (commonName.find(L"pseudonym") != std::wstring::npos) {
         return 1;
     }
-    return m_decoded.subjectName.GetPseudonym().empty() ? 0 : 1;
+    return GetSubjectName().GetPseudonym().empty() ? 0 : 1;
 }
 
 int X509Certificate::HasQualifiedQcStatement() const {
@@ -762,8 +836,8 @@ int X509Certificate::HasQualifiedQcStatement() const {
         return 0;
     }
     const QcStatement compliance(x509::kQcComplianceOid);
-    for (unsigned int i = 0; i < m_decoded.qcStatements.GetSize(); ++i) {
-        if (m_decoded.qcStatements[i] == compliance) {
+    for (unsigned int i = 0; i < m_decoded->qcStatements.GetSize(); ++i) {
+        if (m_decoded->qcStatements[i] == compliance) {
             return 1;
         }
     }
@@ -794,9 +868,9 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
                        : 0;
         case cptCompareCertificateKind: {
             const bool q = HasQualifiedQcStatement() != 0;
-            const bool b = m_decoded.braddleId.GetSize() > 0;
+            const bool b = m_decoded->braddleId.GetSize() > 0;
             const bool otherQ = other.HasQualifiedQcStatement() != 0;
-            const bool otherB = other.m_decoded.braddleId.GetSize() > 0;
+            const bool otherB = other.m_decoded->braddleId.GetSize() > 0;
             if (b && q) {
                 return otherB && otherQ ? 1 : 0;
             }
@@ -812,11 +886,11 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
             return !otherB && !otherQ ? 1 : 0;
         }
         case cptCompareBraddleId:
-            return m_decoded.braddleId.GetSize() > 0 &&
-                           m_decoded.braddleId.GetSize() == other.m_decoded.braddleId.GetSize() &&
-                           std::memcmp(m_decoded.braddleId.GetData(),
-                                       other.m_decoded.braddleId.GetData(),
-                                       m_decoded.braddleId.GetSize()) == 0
+            return m_decoded->braddleId.GetSize() > 0 &&
+                           m_decoded->braddleId.GetSize() == other.m_decoded->braddleId.GetSize() &&
+                           std::memcmp(m_decoded->braddleId.GetData(),
+                                       other.m_decoded->braddleId.GetData(),
+                                       m_decoded->braddleId.GetSize()) == 0
                        ? 1
                        : 0;
         default:
@@ -826,8 +900,8 @@ int X509Certificate::Compare(cptCompareOption option, const X509Certificate& oth
 
 bool X509Certificate::VerifyDN(const std::vector<std::pair<std::string, std::string>>& expected,
                                DNSource source) const {
-    const qorstd::QorArray<unsigned char>* der = source == DNSourceIssuer    ? &m_decoded.issuer
-                                                 : source == DNSourceSubject ? &m_decoded.subject
+    const qorstd::QorArray<unsigned char>* der = source == DNSourceIssuer    ? &m_decoded->issuer
+                                                 : source == DNSourceSubject ? &m_decoded->subject
                                                                              : nullptr;
     X509NamePtr name;
     if (der != nullptr && der->GetSize() > 0) {

@@ -2,9 +2,11 @@
 
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/objects.h>
 #include <openssl/x509.h>
 
 #include <cwchar>
+#include <string>
 #include <vector>
 
 #include "CryptException.h"
@@ -94,42 +96,50 @@ void X509Name::ClearAttributes() {
 
 void X509Name::Parse() {
     struct Attribute {
-        const char* oid;
+        int nid;
         qorstd::QorStringW X509Name::*field;
     };
+    // Matched by NID, which OpenSSL finds from the encoded identifier: the
+    // same identifiers as their dotted forms, without printing each one.
     static const Attribute kAttributes[] = {
-        {"2.5.4.6", &X509Name::m_country},
-        {"2.5.4.8", &X509Name::m_stateOrProvince},
-        {"2.5.4.7", &X509Name::m_locality},
-        {"2.5.4.10", &X509Name::m_organization},
-        {"2.5.4.11", &X509Name::m_organizationUnit},
-        {"2.5.4.3", &X509Name::m_commonName},
-        {"1.2.840.113549.1.9.1", &X509Name::m_emailAddress},
-        {"2.5.4.65", &X509Name::m_pseudonym},
+        {NID_countryName, &X509Name::m_country},                      // 2.5.4.6
+        {NID_stateOrProvinceName, &X509Name::m_stateOrProvince},      // 2.5.4.8
+        {NID_localityName, &X509Name::m_locality},                    // 2.5.4.7
+        {NID_organizationName, &X509Name::m_organization},            // 2.5.4.10
+        {NID_organizationalUnitName, &X509Name::m_organizationUnit},  // 2.5.4.11
+        {NID_commonName, &X509Name::m_commonName},                    // 2.5.4.3
+        {NID_pkcs9_emailAddress, &X509Name::m_emailAddress},          // 1.2.840.113549.1.9.1
+        {NID_pseudonym, &X509Name::m_pseudonym},                      // 2.5.4.65
     };
-    static const char kSerialNumberOid[] = "2.5.4.5";
 
-    std::vector<x509::NameEntry> entries;
-    if (!x509::ListNameEntries(m_name.get(), entries)) {
+    // Every entry must be readable before any attribute is taken.
+    const X509_NAME* name = m_name.get();
+    if (!x509::NameEntriesReadable(name)) {
         Fail(ErrAsn1Decoding, L"pNameValues=NULL");
     }
+    const int count = X509_NAME_entry_count(name);
     ClearAttributes();
-    for (const x509::NameEntry& entry : entries) {
-        const qorstd::QorStringW value = qorstd::text::NarrowToWide(
-            entry.value.c_str(), static_cast<unsigned>(entry.value.size()),
-            qorstd::text::kCharsetUtf8);
-        if (entry.oid == kSerialNumberOid) {
-            if (value.length() >= kQorSerialPrefixLength &&
-                std::wcsncmp(value.c_str(), kQorSerialPrefix, kQorSerialPrefixLength) == 0) {
-                m_qorSerialNumber = value.c_str() + kQorSerialPrefixLength;
-            }
-            continue;
-        }
+    for (int i = 0; i < count; ++i) {
+        const X509_NAME_ENTRY* entry = X509_NAME_get_entry(name, i);
+        const int nid = OBJ_obj2nid(X509_NAME_ENTRY_get_object(entry));
+        qorstd::QorStringW X509Name::*field = nullptr;
         for (const Attribute& attribute : kAttributes) {
-            if (entry.oid == attribute.oid) {
-                this->*attribute.field = value;
+            if (nid == attribute.nid) {
+                field = attribute.field;
                 break;
             }
+        }
+        if (field == nullptr && nid != NID_serialNumber) {
+            continue;
+        }
+        const std::string utf8 = x509::NameValueToUtf8(X509_NAME_ENTRY_get_data(entry));
+        const qorstd::QorStringW value = qorstd::text::NarrowToWide(
+            utf8.c_str(), static_cast<unsigned>(utf8.size()), qorstd::text::kCharsetUtf8);
+        if (field != nullptr) {
+            this->*field = value;
+        } else if (value.length() >= kQorSerialPrefixLength &&
+                   std::wcsncmp(value.c_str(), kQorSerialPrefix, kQorSerialPrefixLength) == 0) {
+            m_qorSerialNumber = value.c_str() + kQorSerialPrefixLength;
         }
     }
 }

@@ -187,6 +187,23 @@ std::string NameValueToUtf8(const ASN1_STRING* value) {
     }
 }
 
+bool NameEntriesReadable(const X509_NAME* name) {
+    if (name == nullptr) {
+        return false;
+    }
+    const int count = X509_NAME_entry_count(name);
+    for (int i = 0; i < count; ++i) {
+        const X509_NAME_ENTRY* entry = X509_NAME_get_entry(name, i);
+        const ASN1_OBJECT* type = entry != nullptr ? X509_NAME_ENTRY_get_object(entry) : nullptr;
+        if (type == nullptr || X509_NAME_ENTRY_get_data(entry) == nullptr ||
+            (OBJ_obj2nid(type) == NID_undef && OBJ_obj2txt(nullptr, 0, type, 1) <= 0)) {
+            ERR_clear_error();
+            return false;
+        }
+    }
+    return true;
+}
+
 bool ListNameEntries(const X509_NAME* name, std::vector<NameEntry>& entries) {
     if (name == nullptr) {
         return false;

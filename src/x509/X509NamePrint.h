@@ -42,6 +42,10 @@ struct NameEntry {
 // replaced by a blank. Returns false when an entry or its type cannot be read.
 bool ListNameEntries(const X509_NAME* name, std::vector<NameEntry>& entries);
 
+// Whether every entry of `name` can be read: it has a type and a value, and
+// a type OpenSSL does not know prints as a dotted OID. False for null.
+bool NameEntriesReadable(const X509_NAME* name);
+
 // One value as UTF-8 by the rule above.
 std::string NameValueToUtf8(const ASN1_STRING* value);
 

@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CryptException.h"
@@ -179,6 +180,23 @@ TEST(CertificateDecodeTest, EmptyObjectAnswersEmpty) {
         << "tests answer 0";
     EXPECT_EQ(VerifyFails(empty, X509Certificate::cptVerifyWholeChain, kNow).code, 0)
         << "verifying an empty object does nothing";
+}
+
+TEST(CertificateDecodeTest, MovedFromObjectIsEmptyAndUsable) {
+    X509Certificate source = Cert(Certs().leaf);
+    X509Certificate moved(std::move(source));
+    EXPECT_STREQ(moved.GetSubjectName().GetCommonName().c_str(), L"Jan Novak")
+        << "the moved-to object answers the certificate's names";
+    EXPECT_TRUE(source.GetX509() == nullptr && source.GetSerialNumber() == nullptr &&
+                source.GetSubject().GetSize() == 0 && source.GetExtendedKeyUsages().IsEmpty() &&
+                source.GetSubjectName().GetCommonName().empty())
+        << "the moved-from object is empty";
+    source = Cert(Certs().root);
+    EXPECT_STREQ(source.GetSubjectName().GetCommonName().c_str(), L"Q.OR Standard Root")
+        << "the moved-from object takes a certificate again";
+    moved = std::move(source);
+    EXPECT_STREQ(moved.GetIssuerName().GetCommonName().c_str(), L"Q.OR Standard Root")
+        << "move assignment replaces the held certificate";
 }
 
 // ------------------------------------------------ import failures and exports
