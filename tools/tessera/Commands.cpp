@@ -99,7 +99,7 @@ const std::vector<Command>& Commands() {
          "--url URL\twith --own-http: fetch this http:// or https:// URL instead of the "
          "points\n",
          "tessera fetch-crl signer.pem --out signer-ca.crl --timeout 10\n"
-         "tessera fetch-crl signer.pem --own-http --proxy http://proxy:3128 --proxy-user u "
+         "tessera fetch-crl signer.pem --own-http --proxy http://px:3128 --proxy-user u "
          "--proxy-password p\n",
          RunFetchCrl},
         {"timestamp", "--url URL [--hash NAME] [--out TOKEN] FILE",
