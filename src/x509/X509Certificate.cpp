@@ -427,6 +427,11 @@ void X509Certificate::ImportPKCS12(const unsigned char* data, long size, const w
 
 void X509Certificate::ParseX509() {
     X509* certificate = m_x509.get();
+    // OpenSSL fills its extension cache on first use, and threads sharing
+    // the certificate would race there: fill it now, while only this object
+    // holds it. Bad extensions are reported where a check reads them.
+    (void)X509_check_purpose(certificate, -1, 0);
+    ERR_clear_error();
     // Filled here and only read afterwards: copies share it.
     const std::shared_ptr<Decoded> fresh = std::make_shared<Decoded>();
     Decoded& decoded = *fresh;

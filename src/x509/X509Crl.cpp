@@ -170,6 +170,9 @@ void X509Crl::Parse() {
         Fail(ErrInvalidParameter, L"pCrl=NULL");
     }
     m_decoded.version = static_cast<unsigned long>(X509_CRL_get_version(crl));
+    // OpenSSL sorts the entries on the first look-up, and threads sharing
+    // the CRL would race there: sort them now, as that look-up would.
+    sk_X509_REVOKED_sort(X509_CRL_get_REVOKED(crl));
 
     if (!qortime::Asn1TimeToSeconds(X509_CRL_get0_lastUpdate(crl), &m_decoded.thisUpdate)) {
         Fail(ErrAsn1Decoding);
