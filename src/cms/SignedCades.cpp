@@ -8,12 +8,14 @@
 #include <openssl/x509.h>
 
 #include <string>
+#include <vector>
 
 #include "CryptException.h"
 #include "Failure.h"
 #include "LogChannel.h"
 #include "OpenSslPtr.h"
 #include "SignaturePolicy.h"
+#include "cms/CmsOid.h"
 #include "cms/CmsSigning.h"
 
 namespace qorstd {
@@ -199,8 +201,8 @@ x509_attributes_st* SignedCades::SignerInfo::SingleAttribute(const char* oid,
     if (m_pSigner == nullptr) {
         Fail(ErrInternal, L"SignedCades::SignerInfo - m_pSigner = NULL");
     }
-    const Asn1ObjectPtr object(OBJ_txt2obj(oid, 1));
-    if (!object) {
+    const std::vector<unsigned char> type = cms::OidBytes(oid);
+    if (type.empty()) {
         Fail(ErrInternal, L"SignedCades::SignerInfo - pAsn1Obj = NULL");
     }
     const int count = GetSignedAttrCount(oid);
@@ -214,7 +216,7 @@ x509_attributes_st* SignedCades::SignerInfo::SingleAttribute(const char* oid,
             std::wstring(operation) + L": Signed attribute " + what + L" occurs more than once.";
         Fail(m_cadesLog, text.c_str(), multiple);
     }
-    return CMS_signed_get_attr(m_pSigner, CMS_signed_get_attr_by_OBJ(m_pSigner, object.get(), -1));
+    return CMS_signed_get_attr(m_pSigner, cms::SignedAttrByOid(m_pSigner, type, -1));
 }
 
 x509_attributes_st* SignedCades::SignerInfo::GetSigningCertAttr() const {

@@ -5,6 +5,7 @@
 #include <openssl/x509.h>
 
 #include <string>
+#include <vector>
 
 #include "CryptException.h"
 #include "CryptHash.h"
@@ -38,13 +39,14 @@ void RequireSigner(const LogChannel* log, const CMS_SignerInfo* signer, const wc
 }
 
 // The object of a dotted OID text (numbers only).
-Asn1ObjectPtr ObjectOf(const LogChannel* log, const char* oid, const wchar_t* operation) {
-    Asn1ObjectPtr object(oid != nullptr ? OBJ_txt2obj(oid, 1) : nullptr);
-    if (!object) {
+// The OID's content octets; an OID text nobody reads fails.
+std::vector<unsigned char> OidOf(const LogChannel* log, const char* oid, const wchar_t* operation) {
+    std::vector<unsigned char> der = cms::OidBytes(oid);
+    if (der.empty()) {
         const std::wstring text = std::wstring(operation) + L": pAsn1Obj is null";
         Fail(log, text.c_str(), ErrInternal, L"SignedCms::SignerInfo - pAsn1Obj = NULL");
     }
-    return object;
+    return der;
 }
 
 // How often an attribute occurs; `next(lastpos)` gives the next index or a
@@ -58,9 +60,8 @@ int CountOccurrences(Next next) {
     return count;
 }
 
-int CountSigned(const CMS_SignerInfo* signer, const ASN1_OBJECT* object) {
-    return CountOccurrences(
-        [&](int last) { return CMS_signed_get_attr_by_OBJ(Mutable(signer), object, last); });
+int CountSigned(const CMS_SignerInfo* signer, const std::vector<unsigned char>& oid) {
+    return CountOccurrences([&](int last) { return cms::SignedAttrByOid(signer, oid, last); });
 }
 
 int CountSigned(const CMS_SignerInfo* signer, int nid) {
@@ -68,9 +69,8 @@ int CountSigned(const CMS_SignerInfo* signer, int nid) {
         [&](int last) { return CMS_signed_get_attr_by_NID(Mutable(signer), nid, last); });
 }
 
-int CountUnsigned(const CMS_SignerInfo* signer, const ASN1_OBJECT* object) {
-    return CountOccurrences(
-        [&](int last) { return CMS_unsigned_get_attr_by_OBJ(Mutable(signer), object, last); });
+int CountUnsigned(const CMS_SignerInfo* signer, const std::vector<unsigned char>& oid) {
+    return CountOccurrences([&](int last) { return cms::UnsignedAttrByOid(signer, oid, last); });
 }
 
 int CountUnsigned(const CMS_SignerInfo* signer, int nid) {
@@ -345,14 +345,14 @@ int SignedCms::SignerInfo::HasSignedAttributes() const {
 
 int SignedCms::SignerInfo::HasSignedAttribute(const char* oid) const {
     RequireSigner(m_log.get(), m_pSigner, L"HasSignedAttribute");
-    const Asn1ObjectPtr object = ObjectOf(m_log.get(), oid, L"HasSignedAttribute");
-    return CMS_signed_get_attr_by_OBJ(m_pSigner, object.get(), -1) >= 0 ? 1 : 0;
+    return cms::SignedAttrByOid(m_pSigner, OidOf(m_log.get(), oid, L"HasSignedAttribute"), -1) >= 0
+               ? 1
+               : 0;
 }
 
 int SignedCms::SignerInfo::GetSignedAttrCount(const char* oid) const {
     RequireSigner(m_log.get(), m_pSigner, L"GetSignedAttrCount");
-    const Asn1ObjectPtr object = ObjectOf(m_log.get(), oid, L"GetSignedAttrCount");
-    return CountSigned(m_pSigner, object.get());
+    return CountSigned(m_pSigner, OidOf(m_log.get(), oid, L"GetSignedAttrCount"));
 }
 
 int SignedCms::SignerInfo::GetSignedAttrCount(int nid) const {
@@ -362,14 +362,15 @@ int SignedCms::SignerInfo::GetSignedAttrCount(int nid) const {
 
 int SignedCms::SignerInfo::HasUnsignedAttribute(const char* oid) const {
     RequireSigner(m_log.get(), m_pSigner, L"HasUnsignedAttribute");
-    const Asn1ObjectPtr object = ObjectOf(m_log.get(), oid, L"HasUnsignedAttribute");
-    return CMS_unsigned_get_attr_by_OBJ(m_pSigner, object.get(), -1) >= 0 ? 1 : 0;
+    return cms::UnsignedAttrByOid(m_pSigner, OidOf(m_log.get(), oid, L"HasUnsignedAttribute"),
+                                  -1) >= 0
+               ? 1
+               : 0;
 }
 
 int SignedCms::SignerInfo::GetUnsignedAttrCount(const char* oid) const {
     RequireSigner(m_log.get(), m_pSigner, L"GetUnsignedAttrCount");
-    const Asn1ObjectPtr object = ObjectOf(m_log.get(), oid, L"GetUnsignedAttrCount");
-    return CountUnsigned(m_pSigner, object.get());
+    return CountUnsigned(m_pSigner, OidOf(m_log.get(), oid, L"GetUnsignedAttrCount"));
 }
 
 int SignedCms::SignerInfo::GetUnsignedAttrCount(int nid) const {
