@@ -8,3 +8,9 @@ tessera_discover_tests(tessera_crl_store_tests)
 add_test(NAME cli.crl
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_crl.sh $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.crl PROPERTIES ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" TIMEOUT 60)
+
+# The system store over a directory the tests fill with certificate and key
+# files; its keys sign a CAdES signature the openssl tool verifies.
+tessera_add_gtest(tessera_win_store_tests X509WinStoreTest.cpp)
+target_link_libraries(tessera_win_store_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_win_store_tests)
