@@ -14,3 +14,13 @@ set_tests_properties(cli.crl PROPERTIES ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}
 tessera_add_gtest(tessera_win_store_tests X509WinStoreTest.cpp)
 target_link_libraries(tessera_win_store_tests PRIVATE tessera OpenSSL::Crypto)
 tessera_discover_tests(tessera_win_store_tests)
+
+# The PKCS#11 store over two SoftHSM2 tokens each test writes in a folder of
+# its own (the fixture's token is not used); its key signs a CAdES signature
+# the openssl tool verifies.
+tessera_add_gtest(tessera_pkcs11_store_tests X509Pkcs11StoreTest.cpp
+    ${CMAKE_SOURCE_DIR}/tests/qorpkcs11/SoftHsmFixture.cpp)
+target_include_directories(tessera_pkcs11_store_tests
+    PRIVATE ${CMAKE_SOURCE_DIR}/tests/qorpkcs11)
+target_link_libraries(tessera_pkcs11_store_tests PRIVATE tessera OpenSSL::Crypto ${CMAKE_DL_LIBS})
+tessera_discover_tests(tessera_pkcs11_store_tests TIMEOUT 120)
