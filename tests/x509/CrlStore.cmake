@@ -24,3 +24,10 @@ target_include_directories(tessera_pkcs11_store_tests
     PRIVATE ${CMAKE_SOURCE_DIR}/tests/qorpkcs11)
 target_link_libraries(tessera_pkcs11_store_tests PRIVATE tessera OpenSSL::Crypto ${CMAKE_DL_LIBS})
 tessera_discover_tests(tessera_pkcs11_store_tests TIMEOUT 120)
+
+# `tessera store list` and signing with a signer picked from a directory
+# store and from SoftHSM2 tokens the script writes itself, judged by the
+# openssl command.
+add_test(NAME cli.store
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_store.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.store PROPERTIES ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" TIMEOUT 120)
