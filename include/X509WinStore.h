@@ -29,9 +29,10 @@ class LogChannel;
 // Open reads the directory once: the certificates are decoded then, and the
 // store shows that snapshot until the next Open, whatever happens to the
 // directory meanwhile. Only the key files are read later, when a key is
-// asked for. A file that cannot be read or holds no certificate is left out
-// of the snapshot with a warning in the log, so that the other certificates
-// are still listed.
+// asked for. A file that cannot be read or holds no certificate, and a
+// certificate that does not decode, are left out of the snapshot with a
+// warning in the log, so that the other certificates are still listed;
+// GetCertificates therefore never fails on them.
 //
 // Copies share the snapshot (which is immutable), so a copy stays usable
 // after the store it was made from is gone. A store, copies included, is

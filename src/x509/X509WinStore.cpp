@@ -200,7 +200,16 @@ int X509WinStore::Open(const wchar_t* storeName, unsigned long /*flags*/) {
         const bool withKey =
             std::filesystem::exists(std::filesystem::symlink_status(keyPath, error));
         for (std::size_t i = 0; i < certificates.size(); ++i) {
-            X509Certificate certificate(certificates[i].get());
+            X509Certificate certificate;
+            try {
+                certificate = X509Certificate(certificates[i].get());
+            } catch (const CryptException&) {
+                // OpenSSL decoded it, but its fields cannot be read; the
+                // file's other certificates still count.
+                TLOG_WARNING(m_log, L"Open: Certificate %u of %hs cannot be read, left out.",
+                             static_cast<unsigned>(i + 1), path.string().c_str());
+                continue;
+            }
             snapshot->entries.push_back(
                 {certificate.Export(), withKey && i == 0 ? keyPath.string() : std::string()});
             snapshot->certificates.Add(certificate);
