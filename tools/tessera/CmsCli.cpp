@@ -1,5 +1,6 @@
 #include "CmsCli.h"
 
+#include <dlfcn.h>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -146,6 +147,12 @@ bool StartPkcs11(const std::string& command, const std::string& module, const st
                      module.c_str());
         return false;
     }
+    // libp11 allocates method tables it never frees; with its library kept
+    // mapped until the tool exits they stay reachable instead of leaking
+    // when the engine is unloaded.
+    const std::wstring engineFile(kEngineLibrary);
+    dlopen(std::string(engineFile.begin(), engineFile.end()).c_str(),
+           RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
     std::unique_ptr<ENGINE, decltype(&ENGINE_free)> engine(
         TesseraLib::Pkcs11Manager::GetInstance().GetEngine(), ENGINE_free);
     if (!engine ||
