@@ -1,5 +1,6 @@
 #include "Pkcs11Key.h"
 
+#include "CryptException.h"
 #include "QorHex.h"
 
 #include <cerrno>
@@ -73,6 +74,38 @@ EvpPkeyPtr LoadPrivateKey(ENGINE* engine, const char* keyId, void* callbackData)
         return EvpPkeyPtr();
     }
     return EvpPkeyPtr(ENGINE_load_private_key(engine, engineKeyId.c_str(), nullptr, callbackData));
+}
+
+int KeyLoadFailure(unsigned long error) {
+    // Whole codes that engines queue for a cancelled PIN dialogue, a wrong
+    // PIN and a locked PIN; they are matched before the return values.
+    const unsigned long kCancelled = 0x80005050ul;
+    const unsigned long kCancelledByUser = 0x80005006ul;
+    const unsigned long kPinIncorrect = 0x800050A0ul;
+    const unsigned long kPinIncorrectCapi = 0x25066067ul;
+    const unsigned long kPinLocked = 0x800050A4ul;
+    const unsigned long kUiCancelled = 0x26096080ul;
+    const unsigned long kCkrPinIncorrect = 0x0A0;
+    const unsigned long kCkrPinLocked = 0x0A4;
+    const unsigned long kCkrTokenNotPresent = 0x0E0;
+
+    const unsigned long low = error & 0xFFFul;
+    if (error == kCancelled || error == kCancelledByUser) {
+        return ErrUserAborted;
+    }
+    if (error == kPinIncorrect || error == kPinIncorrectCapi || low == kCkrPinIncorrect) {
+        return ErrWrongPin;
+    }
+    if (error == kPinLocked || low == kCkrPinLocked) {
+        return ErrPinBlocked;
+    }
+    if (error == kUiCancelled) {
+        return ErrUserAborted;
+    }
+    if (low == kCkrTokenNotPresent) {
+        return ErrCardNotInserted;
+    }
+    return ErrPrivateKeyRead;
 }
 
 }  // namespace pkcs11

@@ -33,5 +33,13 @@ std::string EngineKeyIdentifier(const char* keyId);
 // stay queued for the caller.
 EvpPkeyPtr LoadPrivateKey(ENGINE* engine, const char* keyId, void* callbackData);
 
+// The error code a failed key load is reported with, from the earliest
+// error the engine queued: a cancelled PIN entry → ErrUserAborted, a wrong
+// PIN → ErrWrongPin, a locked PIN → ErrPinBlocked, a missing token →
+// ErrCardNotInserted, anything else → ErrPrivateKeyRead. libp11 queues the
+// PKCS#11 return value as the reason under a library number it is given at
+// run time, so the return values are matched on the low 12 bits alone.
+int KeyLoadFailure(unsigned long error);
+
 }  // namespace pkcs11
 }  // namespace TesseraLib

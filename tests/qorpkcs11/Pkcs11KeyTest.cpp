@@ -7,6 +7,7 @@
 #include <climits>
 #include <string>
 
+#include "CryptException.h"
 #include "CryptKey.h"
 #include "EncryptionUtils.h"
 #include "OpenSslPtr.h"
@@ -59,6 +60,28 @@ TEST(Pkcs11KeyIdentifier, EngineFormHasTheSlotInDecimal) {
         EXPECT_EQ(pkcs11::EngineKeyIdentifier(keyId), "") << "'" << keyId << "' is refused";
     }
     EXPECT_EQ(pkcs11::EngineKeyIdentifier(nullptr), "") << "a null identifier is refused";
+}
+
+TEST(Pkcs11KeyLoadFailure, TranslatesTheEarliestErrorIntoTheUserFacingCode) {
+    struct Row {
+        unsigned long error;
+        int code;
+        const char* what;
+    };
+    const Row rows[] = {
+        {0x80005050ul, ErrUserAborted, "a cancelled PIN dialogue"},
+        {0x26096080ul, ErrUserAborted, "a cancelled UI prompt"},
+        {0x25066067ul, ErrWrongPin, "a wrong PIN by its whole code"},
+        {ERR_PACK(ERR_LIB_USER + 3, 0, 0xA0), ErrWrongPin, "CKR_PIN_INCORRECT of one library"},
+        {ERR_PACK(ERR_LIB_USER + 40, 0, 0xA0), ErrWrongPin, "and of any other library number"},
+        {ERR_PACK(ERR_LIB_USER + 3, 0, 0xA4), ErrPinBlocked, "CKR_PIN_LOCKED"},
+        {ERR_PACK(ERR_LIB_USER + 3, 0, 0xE0), ErrCardNotInserted, "CKR_TOKEN_NOT_PRESENT"},
+        {ERR_PACK(ERR_LIB_USER + 3, 0, 101), ErrPrivateKeyRead, "the engine's key not found"},
+        {0, ErrPrivateKeyRead, "no error queued at all"},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(pkcs11::KeyLoadFailure(row.error), row.code) << row.what;
+    }
 }
 
 // The manager of this test program with module and engine loaded, and the

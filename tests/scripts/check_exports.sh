@@ -31,6 +31,8 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "TesseraLib::Pkcs11Manager::GetInstance()" \
           "typeinfo for TesseraLib::X509Certificate" \
           "typeinfo for TesseraLib::X509MemoryStore" \
+          "typeinfo for TesseraLib::X509WinStore" \
+          "typeinfo for TesseraLib::X509Pkcs11Store" \
           "typeinfo for TesseraLib::X509OcspClientOnline" \
           "typeinfo for TesseraLib::TimeStampValidationReport" \
           "typeinfo for TesseraLib::SignatureWithTimeValidationProcessReport" \

@@ -130,5 +130,6 @@ int RunCosign(const std::vector<std::string>& args);
 int RunEstimate(const std::vector<std::string>& args);
 int RunUpgrade(const std::vector<std::string>& args);
 int RunValidate(const std::vector<std::string>& args);
+int RunStore(const std::vector<std::string>& args);
 
 }  // namespace tessera_cli

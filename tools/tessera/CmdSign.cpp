@@ -4,10 +4,14 @@
 // tessera cosign      SIGNER [--no-attrs] [--pem] [--content FILE] SIG OUT
 // tessera estimate    SIGNER [--detached] [--no-attrs] [--pem] IN [OUT]
 //
-// SIGNER: --cert CERT (--key KEY [--password P] | --p12 FILE --password P |
-//         --pkcs11 MODULE --key-id slot_X-id_Y --pin PIN)
+// SIGNER: (--cert CERT (--key KEY [--password P] | --p12 FILE --password P |
+//         --pkcs11 MODULE --key-id slot_X-id_Y --pin PIN) |
+//         --store-dir DIR --subject TEXT | --pkcs11 MODULE --subject TEXT --pin PIN)
 //         [--include none|signer|chain|whole] [--trust FILE] [--extra FILE]
 //         [--hash sha1|sha256|sha384|sha512]
+//
+// With --subject the signer is the one certificate of the store whose
+// subject contains TEXT, with the key the store holds for it.
 //
 // sign makes a CMS signature of IN (attached, or --detached); sign-digest
 // one over a digest of the content made by the caller with the signer's

@@ -1,5 +1,6 @@
 #include "CmsCli.h"
 
+#include <dlfcn.h>
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -16,6 +17,7 @@
 #include "CryptHash.h"
 #include "CryptKey.h"
 #include "Pkcs11Manager.h"
+#include "StoreCli.h"
 #include "TesseraApi.h"
 
 namespace tessera_cli {
@@ -103,20 +105,13 @@ int LoadTokenKey(const std::string& command, const Arguments& parsed, SignerSetu
     if (engineKeyId.empty()) {
         return UsageError(command + ": --key-id must read slot_<hex>-id_<hex>");
     }
-    const std::wstring modulePath(module.begin(), module.end());
-    if (Tessera_InitializePkcs11(modulePath.c_str(), kEngineLibrary) != 1) {
-        std::fprintf(stderr, "tessera %s: cannot load the PKCS#11 module %s\n", command.c_str(),
-                     module.c_str());
+    const std::string pin = parsed.Get("--pin");
+    if (!StartPkcs11(command, module, &pin)) {
         return kExitFailure;
     }
     setup->pkcs11 = true;
     std::unique_ptr<ENGINE, decltype(&ENGINE_free)> engine(
         TesseraLib::Pkcs11Manager::GetInstance().GetEngine(), ENGINE_free);
-    if (!engine ||
-        ENGINE_ctrl_cmd_string(engine.get(), "PIN", parsed.Get("--pin").c_str(), 0) != 1) {
-        std::fprintf(stderr, "tessera %s: the engine pkcs11 is not available\n", command.c_str());
-        return kExitFailure;
-    }
     std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
         ENGINE_load_private_key(engine.get(), engineKeyId.c_str(), nullptr, nullptr),
         EVP_PKEY_free);
@@ -145,10 +140,34 @@ SignerCms::cptIncludeOption IncludeOption(const std::string& name, bool* known) 
 
 }  // namespace
 
+bool StartPkcs11(const std::string& command, const std::string& module, const std::string* pin) {
+    const std::wstring modulePath(module.begin(), module.end());
+    if (Tessera_InitializePkcs11(modulePath.c_str(), kEngineLibrary) != 1) {
+        std::fprintf(stderr, "tessera %s: cannot load the PKCS#11 module %s\n", command.c_str(),
+                     module.c_str());
+        return false;
+    }
+    // libp11 allocates method tables it never frees; with its library kept
+    // mapped until the tool exits they stay reachable instead of leaking
+    // when the engine is unloaded.
+    const std::wstring engineFile(kEngineLibrary);
+    dlopen(std::string(engineFile.begin(), engineFile.end()).c_str(),
+           RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+    std::unique_ptr<ENGINE, decltype(&ENGINE_free)> engine(
+        TesseraLib::Pkcs11Manager::GetInstance().GetEngine(), ENGINE_free);
+    if (!engine ||
+        (pin != nullptr && ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin->c_str(), 0) != 1)) {
+        Tessera_UninitializePkcs11();
+        std::fprintf(stderr, "tessera %s: the engine pkcs11 is not available\n", command.c_str());
+        return false;
+    }
+    return true;
+}
+
 const std::set<std::string>& SignerOptions() {
-    static const std::set<std::string> options = {"--cert",   "--key",    "--password", "--p12",
-                                                  "--pkcs11", "--key-id", "--pin",      "--include",
-                                                  "--trust",  "--extra",  "--hash"};
+    static const std::set<std::string> options = {
+        "--cert",    "--key",   "--password", "--p12",  "--pkcs11",    "--key-id", "--pin",
+        "--include", "--trust", "--extra",    "--hash", "--store-dir", "--subject"};
     return options;
 }
 
@@ -165,10 +184,20 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
     const bool fromKey = parsed.options.count("--key") != 0;
     const bool fromP12 = parsed.options.count("--p12") != 0;
     const bool fromToken = parsed.options.count("--pkcs11") != 0;
-    if (fromKey + fromP12 + fromToken != 1) {
-        return UsageError(command + ": give exactly one of --key, --p12 and --pkcs11");
+    const bool fromDirectory = parsed.options.count("--store-dir") != 0;
+    const bool bySubject = parsed.options.count("--subject") != 0;
+    if (fromKey + fromP12 + fromToken + fromDirectory != 1) {
+        return UsageError(command + ": give exactly one of --key, --p12, --pkcs11 and --store-dir");
     }
-    if (parsed.options.count("--cert") == 0 && !fromP12) {
+    if (bySubject != (fromDirectory || (fromToken && parsed.options.count("--key-id") == 0))) {
+        return UsageError(command +
+                          ": --subject picks the signer of --store-dir or --pkcs11 "
+                          "(without --key-id), and they need it");
+    }
+    if (bySubject && parsed.options.count("--cert") != 0) {
+        return UsageError(command + ": --subject picks the certificate; leave out --cert");
+    }
+    if (parsed.options.count("--cert") == 0 && !fromP12 && !bySubject) {
         return UsageError(command + ": --cert is required");
     }
     bool knownInclude = false;
@@ -230,6 +259,11 @@ int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttri
         }
         for (unsigned int i = 1; i < bundled.GetSize(); ++i) {
             setup->extraStore.AddCertificate(bundled[i]);
+        }
+    } else if (bySubject) {
+        const int status = LoadStoreSigner(command, parsed, &setup->pkcs11, &cert);
+        if (status != kExitOk) {
+            return status;
         }
     } else {
         const int status = LoadTokenKey(command, parsed, setup, &cert);

@@ -18,7 +18,7 @@ namespace tessera_cli {
 
 // The options LoadSigner reads, each taking a value: --cert, --key,
 // --password, --p12, --pkcs11, --key-id, --pin, --include, --trust, --extra,
-// --hash.
+// --hash, --store-dir, --subject.
 const std::set<std::string>& SignerOptions();
 
 // What one signing command signs with. Not copyable: the signer points at
@@ -39,7 +39,8 @@ struct SignerSetup {
 };
 
 // Fills `setup` from the signer options: the certificate (--cert; with
-// --p12 it may come from the PKCS#12 file instead), exactly one key source,
+// --p12 it may come from the PKCS#12 file instead; with --subject it is
+// picked from the store of --store-dir or --pkcs11), exactly one key source,
 // --include none|signer|chain|whole (default signer), --hash (default: the
 // certificate's), and signed attributes unless `noAttributes` (--no-attrs).
 // The path of --include chain and whole runs from the --trust anchors
@@ -50,6 +51,11 @@ struct SignerSetup {
 // are thrown.
 int LoadSigner(const std::string& command, const Arguments& parsed, bool noAttributes,
                SignerSetup* setup);
+
+// Loads the PKCS#11 module `module` with the engine pkcs11 over it, and
+// hands the engine `pin` when one is given. false, after a line on stderr and
+// with nothing left loaded, when that fails.
+bool StartPkcs11(const std::string& command, const std::string& module, const std::string* pin);
 
 // The client every command that asks a time-stamp authority uses (timestamp,
 // sign --tsa, upgrade), for the address `url`.

@@ -23,6 +23,10 @@ const std::string kSignerOptions =
     "--pkcs11 MODULE\tthe PKCS#11 module of a token that holds the private key\n"
     "--key-id slot_X-id_Y\tthe token key: slot and key identifier in hexadecimal\n"
     "--pin PIN\tthe token's user PIN\n"
+    "--store-dir DIR\ta certificate store directory (as store list --dir) to pick the signer "
+    "and its key from, with --subject\n"
+    "--subject TEXT\tpicks the one certificate of --store-dir or of the --pkcs11 tokens whose "
+    "subject contains TEXT, and its key; several matches are an error\n"
     "--include WHICH\tthe signer's certificates the signature carries: none, signer (default), "
     "chain (the path without its anchor) or whole (with it)\n"
     "--trust FILE\tanchors (PEM or DER) for the path of --include chain and whole (repeatable); "
@@ -152,9 +156,23 @@ const std::vector<Command>& Commands() {
          "tessera chain signer.pem --trust root.pem --extra sub-ca.pem --crl sub-ca.crl\n"
          "tessera chain signer.pem --trust root.pem --mode either --fetch\n",
          RunChain},
+        {"store", "list (--dir DIR | --pkcs11 MODULE [--pin PIN] | --card) [--json]",
+         "list the certificates of a certificate store with subject, issuer, serial, whether "
+         "the store has their private key, and the key's identifier",
+         "--dir DIR\ta directory store: the files *.pem, *.crt, *.cer and *.der, each "
+         "certificate's key in the PEM file of the same name ending in .key beside it\n"
+         "--pkcs11 MODULE\tthe tokens of this PKCS#11 module; their keys are named "
+         "slot_X-id_Y\n"
+         "--pin PIN\tthe tokens' user PIN; without it whether a key is there stays unknown\n"
+         "--card\tthe inserted smart card\n"
+         "--json\tprint one JSON object instead of text\n",
+         "tessera store list --dir certs\n"
+         "tessera store list --pkcs11 /usr/lib/softhsm/libsofthsm2.so --pin 1234 --json\n",
+         RunStore},
         {"sign",
-         "--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
-         "--key-id slot_X-id_Y --pin PIN) [--include none|signer|chain|whole] [--trust FILE] "
+         "(--cert CERT (--key KEY [--password P] | --p12 FILE --password P | --pkcs11 MODULE "
+         "--key-id slot_X-id_Y --pin PIN) | --store-dir DIR --subject TEXT | --pkcs11 MODULE "
+         "--subject TEXT --pin PIN) [--include none|signer|chain|whole] [--trust FILE] "
          "[--extra FILE] [--hash sha1|sha256|sha384|sha512] [--cades bes|epes] [--policy FILE] "
          "[--mime TYPE] [--tsa URL] [--detached] [--no-attrs] [--pem] IN OUT",
          "make a CMS signature of a file, or with --cades a CAdES signature, and with --tsa a "
@@ -177,7 +195,12 @@ const std::vector<Command>& Commands() {
              kSigner +
              " --cades epes --policy policy.der in.pdf out.p7s\n"
              "tessera sign " +
-             kSigner + " --tsa http://tsa.example/ in.pdf out.p7s\n",
+             kSigner +
+             " --tsa http://tsa.example/ in.pdf out.p7s\n"
+             "tessera sign --store-dir certs --subject \"CN=Jane Doe\" --cades bes in.pdf "
+             "out.p7s\n"
+             "tessera sign --pkcs11 /usr/lib/softhsm/libsofthsm2.so --subject Jane --pin 1234 "
+             "in.pdf out.p7s\n",
          RunSign},
         {"sign-digest", "SIGNER [--no-attrs] [--pem] --digest HEX OUT",
          "make a detached CMS signature over a digest of the content made elsewhere with the "
