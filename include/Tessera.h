@@ -23,6 +23,7 @@
 #include "QorVector.h"
 #include "SignedCms.h"
 #include "SignerCms.h"
+#include "SmartCardServices.h"
 #include "TesseraApi.h"
 #include "TesseraExport.h"
 #include "TimeStampAttribute.h"
@@ -50,3 +51,4 @@
 #include "X509Name.h"
 #include "X509OcspClient.h"
 #include "X509Store.h"
+#include "X509WinCardStore.h"

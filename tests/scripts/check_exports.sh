@@ -31,6 +31,9 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "TesseraLib::Pkcs11Manager::GetInstance()" \
           "typeinfo for TesseraLib::X509Certificate" \
           "typeinfo for TesseraLib::X509MemoryStore" \
+          "typeinfo for TesseraLib::X509WinCardStore" \
+          "typeinfo for TesseraLib::CardProvider" \
+          "TesseraLib::SmartCardServices::RegisterProvider(qorstd::QorStringW const&, unsigned long, TesseraLib::CardProvider*)" \
           "typeinfo for TesseraLib::X509OcspClientOnline" \
           "typeinfo for TesseraLib::TimeStampValidationReport" \
           "typeinfo for TesseraLib::SignatureWithTimeValidationProcessReport" \
@@ -49,8 +52,8 @@ done
 
 # Internal pieces stay hidden.
 for hidden in "TesseraLib::LogChannel" "TesseraLib::logging::" "TesseraLib::objects::" \
-              "TesseraLib::library::" "qorstd::text::" "qorlog::" "qorcurl::" "qortime::" \
-              "qorssl::"; do
+              "TesseraLib::library::" "TesseraLib::cardreaders::" "TesseraLib::WinCard" \
+              "qorstd::text::" "qorlog::" "qorcurl::" "qortime::" "qorssl::"; do
     if grep -qF "$hidden" <<<"$demangled"; then
         echo "internal symbol exported: $(grep -F "$hidden" <<<"$demangled" | head -n 3)"; fail=1
     fi
