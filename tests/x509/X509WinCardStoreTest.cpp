@@ -67,22 +67,18 @@ struct MemoryReader {
     Bytes atr;
 };
 
+// Readers in the listed order; the store queries them in that order.
 class MemoryReaders : public cardreaders::ReaderService {
 public:
     std::vector<MemoryReader> readers;
-    long listResult = cardreaders::kSuccess;
-    long statusResult = cardreaders::kSuccess;
+    long listResult = cardreaders::kSuccess, statusResult = cardreaders::kSuccess;
     int open = 0;  // contexts established and not yet released
 
     long EstablishContext(unsigned long, cardreaders::Context& context) override {
-        context = ++m_next;
-        ++open;
+        context = ++open;
         return cardreaders::kSuccess;
     }
-    long ReleaseContext(cardreaders::Context) override {
-        --open;
-        return cardreaders::kSuccess;
-    }
+    long ReleaseContext(cardreaders::Context) override { return --open, cardreaders::kSuccess; }
     long ListReaders(cardreaders::Context, std::vector<std::string>& names) override {
         for (const MemoryReader& reader : readers) {
             names.push_back(reader.name);
@@ -91,19 +87,12 @@ public:
     }
     long GetStatusChange(cardreaders::Context, unsigned long,
                          std::vector<cardreaders::ReaderState>& states) override {
-        for (cardreaders::ReaderState& state : states) {
-            for (const MemoryReader& reader : readers) {
-                if (reader.name == state.reader) {
-                    state.eventState = reader.present ? 0x20 | 0x10 : 0x10;
-                    state.atr = reader.present ? reader.atr : Bytes();
-                }
-            }
+        for (size_t i = 0; i < states.size(); ++i) {
+            states[i].eventState = readers[i].present ? 0x30 : 0x10;  // 0x10: empty
+            states[i].atr = readers[i].present ? readers[i].atr : Bytes();
         }
         return statusResult;
     }
-
-private:
-    cardreaders::Context m_next = 0;
 };
 
 // ---- card database and providers --------------------------------------------
@@ -223,10 +212,6 @@ private:
     unsigned long m_type;
 };
 
-Bytes Atr(size_t length, unsigned char fill) {
-    return Bytes(length, fill);
-}
-
 Bytes Padded(Bytes atr) {
     atr.resize(36, 0);
     return atr;
@@ -253,13 +238,10 @@ protected:
         cardreaders::SetReaders(nullptr);
     }
 
-private:
-    unsigned char m_cards = 0;
-
-protected:
+    unsigned char cardCount = 0;
     // One reader holding a card of `provider`.
     void InsertCard(const std::wstring& provider, const std::string& reader = "Reader 0") {
-        const Bytes atr = Atr(12, ++m_cards);
+        const Bytes atr = Bytes(12, ++cardCount);
         readers.readers.push_back({reader, true, atr});
         const std::wstring card = L"Card of " + provider;
         database.cards[Padded(atr)].push_back(card);
@@ -295,21 +277,21 @@ TEST_F(CardStoreTest, NoReaderAndNoCardAreReportedApart) {
     EXPECT_EQ(ErrCardNotInserted, empty.code) << "two readers, neither holds a card";
     EXPECT_EQ("", empty.message) << "the message is empty";
 
-    readers.readers[1] = {"Reader 1", true, Atr(12, 1)};
+    readers.readers[1] = {"Reader 1", true, Bytes(12, 1)};
     readers.statusResult = cardreaders::kNoService;
     EXPECT_EQ(ErrCardNotInserted, CodeOf([&] { store.Open(); })) << "the state query failed";
     EXPECT_EQ(0, readers.open) << "every context established is released";
 }
 
 TEST_F(CardStoreTest, AtrsArePaddedToThirtySixBytesAndLongerOnesAreSkipped) {
-    readers.readers = {{"Full", true, Atr(36, 0xA1)},
-                       {"Short", true, Atr(10, 0xB2)},
-                       {"Long", true, Atr(40, 0xC3)}};
+    readers.readers = {{"Full", true, Bytes(36, 0xA1)},
+                       {"Short", true, Bytes(10, 0xB2)},
+                       {"Long", true, Bytes(40, 0xC3)}};
     X509WinCardStore store;
     EXPECT_EQ(0, store.Open()) << "no card of a supported provider";
     ASSERT_EQ(2u, database.asked.size()) << "the 40-byte ATR is not looked up";
-    EXPECT_EQ(Atr(36, 0xA1), database.asked[0]) << "a 36-byte ATR is looked up unchanged";
-    Bytes shortAtr = Atr(10, 0xB2);
+    EXPECT_EQ(Bytes(36, 0xA1), database.asked[0]) << "a 36-byte ATR is looked up unchanged";
+    Bytes shortAtr = Bytes(10, 0xB2);
     shortAtr.insert(shortAtr.end(), 26, 0);
     EXPECT_EQ(shortAtr, database.asked[1]) << "a 10-byte ATR gets 26 zero bytes";
 }
@@ -395,22 +377,16 @@ TEST_F(CardStoreTest, FindCertificateAttachesTheCardKey) {
 
     X509Certificate read;
     EXPECT_EQ(0, store.FindCertificate(L"c3", 1, read, 0)) << "an unknown container";
+    velmark.containers.push_back({"big", &P().large, nullptr});
+    velmark.specsRead.clear();
+    EXPECT_EQ(1, store.FindCertificate(L"big", 1, read, 0)) << "a certificate of over 8 KiB";
+    EXPECT_EQ(1, read.Equals(Cert(P().large))) << "is read whole";
+    EXPECT_EQ((std::vector<unsigned long>{1, 1}), velmark.specsRead)
+        << "once more after the provider asked for a larger buffer";
     velmark.keysMissing = true;
     const Thrown noKey = Catch([&] { store.FindCertificate(L"c1", 2, read, 1); });
     EXPECT_EQ(ErrPrivateKeyRead, noKey.code) << "the provider has no key for the certificate";
     EXPECT_EQ("", noKey.message) << "the message is empty";
-}
-
-TEST_F(CardStoreTest, LargeCertificatesAreReadAgainWithTheSizeAsked) {
-    InsertCard(L"VelmarkCSP");
-    velmark.containers = {{"big", &P().large, nullptr}};
-    X509WinCardStore store;
-    ASSERT_EQ(1, store.Open()) << "the Velmark card opens";
-    X509Certificate large;
-    EXPECT_EQ(1, store.FindCertificate(L"big", 1, large, 0)) << "read after the second call";
-    EXPECT_EQ(1, large.Equals(Cert(P().large))) << "the whole certificate";
-    EXPECT_EQ((std::vector<unsigned long>{1, 1}), velmark.specsRead)
-        << "read once more after the provider asked for a larger buffer";
 }
 
 TEST_F(CardStoreTest, ProviderFailuresAreInternalErrors) {
