@@ -75,7 +75,7 @@ private:
     int SupportsTwoKeysInKeyContainer() const;
 
     std::unique_ptr<LogChannel> m_log;
-    CardProviderContext* m_provider;  // owned; null when closed
+    std::unique_ptr<CardProviderContext> m_provider;  // null when closed
 };
 
 }  // namespace TesseraLib

@@ -158,12 +158,11 @@ void ReadReaderStates(qorstd::QorVector<WinCardState>& states, const LogChannel&
 
 }  // namespace
 
-X509WinCardStore::X509WinCardStore()
-    : m_log(std::make_unique<LogChannel>(kChannelName)), m_provider(nullptr) {}
+X509WinCardStore::X509WinCardStore() : m_log(std::make_unique<LogChannel>(kChannelName)) {}
 
 X509WinCardStore::X509WinCardStore(const X509WinCardStore& other)
-    : X509Store(other), m_log(std::make_unique<LogChannel>(kChannelName)), m_provider(nullptr) {
-    if (other.m_provider != nullptr) {
+    : X509Store(other), m_log(std::make_unique<LogChannel>(kChannelName)) {
+    if (other.m_provider) {
         Open();
     }
 }
@@ -171,7 +170,7 @@ X509WinCardStore::X509WinCardStore(const X509WinCardStore& other)
 X509WinCardStore& X509WinCardStore::operator=(const X509WinCardStore& other) {
     if (this != &other) {
         X509Store::operator=(other);
-        if (other.m_provider != nullptr) {
+        if (other.m_provider) {
             Open();
         } else {
             CloseProvider();
@@ -195,8 +194,7 @@ void X509WinCardStore::Close() {
 }
 
 void X509WinCardStore::CloseProvider() {
-    delete m_provider;
-    m_provider = nullptr;
+    m_provider.reset();
 }
 
 int X509WinCardStore::Open() {
@@ -237,8 +235,8 @@ int X509WinCardStore::OpenProvider(const qorstd::QorStringW& name, unsigned long
         return 0;
     }
     CardProvider* provider = SmartCardServices::FindProvider(name, type);
-    m_provider = provider != nullptr ? provider->AcquireContext(nullptr) : nullptr;
-    return m_provider != nullptr ? 1 : 0;
+    m_provider.reset(provider != nullptr ? provider->AcquireContext(nullptr) : nullptr);
+    return m_provider ? 1 : 0;
 }
 
 int X509WinCardStore::FindProviderType(const qorstd::QorStringW& name, unsigned long& type) {
@@ -270,7 +268,7 @@ int X509WinCardStore::CheckCardProvider(const qorstd::QorStringW& name) {
 }
 
 int X509WinCardStore::SupportsTwoKeysInKeyContainer() const {
-    if (m_provider == nullptr) {
+    if (!m_provider) {
         return 0;
     }
     const qorstd::QorStringW name = GetProviderName();
@@ -281,7 +279,7 @@ int X509WinCardStore::SupportsTwoKeysInKeyContainer() const {
 }
 
 unsigned long X509WinCardStore::GetProviderType() const {
-    if (m_provider == nullptr) {
+    if (!m_provider) {
         return 0;
     }
     unsigned long type = 0;
@@ -292,7 +290,7 @@ unsigned long X509WinCardStore::GetProviderType() const {
 }
 
 qorstd::QorStringW X509WinCardStore::GetProviderName() const {
-    if (m_provider == nullptr) {
+    if (!m_provider) {
         return qorstd::QorStringW();
     }
     qorstd::QorString name;
@@ -304,7 +302,7 @@ qorstd::QorStringW X509WinCardStore::GetProviderName() const {
 
 qorstd::QorVector<qorstd::QorStringW> X509WinCardStore::GetKeyContainers() const {
     qorstd::QorVector<qorstd::QorStringW> containers;
-    if (m_provider == nullptr) {
+    if (!m_provider) {
         return containers;
     }
     for (int first = 1;; first = 0) {
@@ -385,7 +383,7 @@ int X509WinCardStore::FindPrivateKey(const qorstd::QorStringW& container, unsign
 }
 
 int X509WinCardStore::FindCertificate(X509Certificate& cert, int withPrivateKey) {
-    if (m_provider == nullptr) {
+    if (!m_provider) {
         return 0;
     }
     const qorstd::QorVector<qorstd::QorStringW> containers = GetKeyContainers();
@@ -420,7 +418,7 @@ int X509WinCardStore::FindCertificate(X509Certificate& cert, int withPrivateKey)
 
 qorstd::QorVector<X509Certificate> X509WinCardStore::GetCertificates() const {
     qorstd::QorVector<X509Certificate> certificates;
-    if (m_provider == nullptr) {
+    if (!m_provider) {
         return certificates;
     }
     const qorstd::QorVector<qorstd::QorStringW> containers = GetKeyContainers();
