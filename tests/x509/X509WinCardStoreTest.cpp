@@ -297,10 +297,9 @@ TEST_F(CardStoreTest, AtrsArePaddedToThirtySixBytesAndLongerOnesAreSkipped) {
 }
 
 TEST_F(CardStoreTest, TheFirstCardOfASupportedProviderIsOpened) {
-    // An unknown provider, a provider name too long for the registry, then
-    // the old Halvern name, then Velmark: Halvern is taken under its new name.
+    // An unknown provider, then the old Halvern name, then Velmark: Halvern
+    // is taken under its new name.
     InsertCard(L"Other CSP", "Reader A");
-    InsertCard(std::wstring(256, L'V'), "Reader B");
     InsertCard(L"Q.OR Halvern v1.0", "Reader C");
     InsertCard(L"VelmarkCSP", "Reader D");
     SmartCardServices::RegisterProvider(L"Other CSP", 1, &velmark);
