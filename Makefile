@@ -12,7 +12,8 @@ FUZZ_SECONDS   ?= 60
 # Every Debian package the build, tests, demo and benchmarks need.
 DEB_PACKAGES := build-essential cmake pkg-config git openssl libssl-dev libcurl4-openssl-dev \
                 libp11-kit-dev libgtest-dev libbenchmark-dev binutils python3 \
-                softhsm2 libengine-pkcs11-openssl opensc clang-14 libclang-rt-14-dev tinyproxy
+                softhsm2 libengine-pkcs11-openssl opensc clang-14 libclang-rt-14-dev tinyproxy \
+                libpcsclite-dev pcscd
 
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 

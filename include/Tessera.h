@@ -23,6 +23,7 @@
 #include "QorVector.h"
 #include "SignedCms.h"
 #include "SignerCms.h"
+#include "SmartCardServices.h"
 #include "TesseraApi.h"
 #include "TesseraExport.h"
 #include "TimeStampAttribute.h"
@@ -52,3 +53,4 @@
 #include "X509Pkcs11Store.h"
 #include "X509Store.h"
 #include "X509WinStore.h"
+#include "X509WinCardStore.h"

@@ -33,6 +33,9 @@ for ti in "typeinfo for TesseraLib::CryptException" \
           "typeinfo for TesseraLib::X509MemoryStore" \
           "typeinfo for TesseraLib::X509WinStore" \
           "typeinfo for TesseraLib::X509Pkcs11Store" \
+          "typeinfo for TesseraLib::X509WinCardStore" \
+          "typeinfo for TesseraLib::CardProvider" \
+          "TesseraLib::SmartCardServices::RegisterProvider(qorstd::QorStringW const&, unsigned long, TesseraLib::CardProvider*)" \
           "typeinfo for TesseraLib::X509OcspClientOnline" \
           "typeinfo for TesseraLib::TimeStampValidationReport" \
           "typeinfo for TesseraLib::SignatureWithTimeValidationProcessReport" \
@@ -51,8 +54,8 @@ done
 
 # Internal pieces stay hidden.
 for hidden in "TesseraLib::LogChannel" "TesseraLib::logging::" "TesseraLib::objects::" \
-              "TesseraLib::library::" "qorstd::text::" "qorlog::" "qorcurl::" "qortime::" \
-              "qorssl::"; do
+              "TesseraLib::library::" "TesseraLib::cardreaders::" "TesseraLib::WinCard" \
+              "qorstd::text::" "qorlog::" "qorcurl::" "qortime::" "qorssl::"; do
     if grep -qF "$hidden" <<<"$demangled"; then
         echo "internal symbol exported: $(grep -F "$hidden" <<<"$demangled" | head -n 3)"; fail=1
     fi
