@@ -52,5 +52,5 @@
 #include "X509OcspClient.h"
 #include "X509Pkcs11Store.h"
 #include "X509Store.h"
-#include "X509WinStore.h"
 #include "X509WinCardStore.h"
+#include "X509WinStore.h"

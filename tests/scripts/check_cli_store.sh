@@ -95,5 +95,7 @@ verify token.der; check "sign --pkcs11 --subject: openssl verifies the CAdES sig
 fails "sign with a wrong PIN" '^tessera sign: error 130: ' \
     "$cli" sign --pkcs11 "$module" --subject "Store Signer" --pin 0000 in.bin x.der
 usage "--pkcs11 --subject without --pin" "$cli" sign --pkcs11 "$module" --subject S in.bin x.der
+# A test machine has no card reader: the card store says which thing is missing.
+fails "store list --card without a reader" '^tessera store: error 126: ' "$cli" store list --card
 
 exit $fail

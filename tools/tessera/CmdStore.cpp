@@ -18,6 +18,7 @@
 #include "StoreCli.h"
 #include "TesseraApi.h"
 #include "X509Pkcs11Store.h"
+#include "X509WinCardStore.h"
 #include "X509WinStore.h"
 
 namespace tessera_cli {
@@ -27,6 +28,7 @@ namespace {
 using TesseraLib::X509Certificate;
 using TesseraLib::X509Pkcs11Store;
 using TesseraLib::X509Store;
+using TesseraLib::X509WinCardStore;
 using TesseraLib::X509WinStore;
 
 enum class KeyState { Yes, No, Unknown };
@@ -178,12 +180,33 @@ int ListTokenStore(const std::string& command, const Arguments& parsed, bool jso
     return kExitOk;
 }
 
-// ---- The smart-card store -------------------------------------------------
-// ListCardStore is the one place `store list --card` reaches. It is to list
-// the certificates of the inserted smart card (X509WinCardStore) with
-// PrintRows, as the two functions above do for their stores.
-int ListCardStore(const std::string& command, bool /*json*/) {
-    return UsageError(command + ": --card is not available in this build");
+// The inserted smart card's certificates. Card types and their providers
+// are registered by the application that links the library; this tool
+// registers none, so on its own it tells which reader or card is missing.
+int ListCardStore(const std::string& command, bool json) {
+    X509WinCardStore store;
+    int opened = 0;
+    Failure failure;
+    if (!RunCatching([&] { opened = store.Open(); }, &failure)) {
+        return PrintFailure(command, failure);
+    }
+    if (opened != 1) {
+        std::fprintf(stderr,
+                     "tessera %s: no inserted card is served by a registered card provider\n",
+                     command.c_str());
+        return kExitFailure;
+    }
+    std::vector<Row> rows;
+    const qorstd::QorVector<X509Certificate> certs = store.GetCertificates();
+    for (unsigned int i = 0; i < certs.GetSize(); ++i) {
+        Row row = Describe(certs[i]);
+        if (const int status = ProbeKey(command, store, certs[i], &row); status != kExitOk) {
+            return status;
+        }
+        rows.push_back(row);
+    }
+    PrintRows(rows, json);
+    return kExitOk;
 }
 
 }  // namespace
