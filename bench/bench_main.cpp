@@ -1,11 +1,13 @@
 // The main of every benchmark program: runs the benchmarks, then prints for
 // each pair "<case>/tessera" and "<case>/openssl" how long Tessera takes
 // relative to the raw OpenSSL equivalent measured in the same run, and the
-// same ratio for every counter both report (e.g. "peak_MiB").
+// same ratio for every counter both report (e.g. "peak_MiB"). With
+// repetitions the ratio is that of the medians.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,11 +18,19 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-                m_times[run.benchmark_name()] = run.GetAdjustedRealTime();
-                for (const auto& counter : run.counters) {
-                    m_counters[run.benchmark_name()][counter.first] = counter.second.value;
-                }
+            // With repetitions the median stands for the case: on a busy
+            // machine one repetition can be far off.
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if (median) {
+                m_medians.insert(run.run_name.str());
+            } else if (run.run_type != Run::RT_Iteration || run.iterations <= 0 ||
+                       m_medians.count(run.run_name.str()) != 0) {
+                continue;
+            }
+            const std::string name = run.run_name.str();
+            m_times[name] = run.GetAdjustedRealTime();
+            for (const auto& counter : run.counters) {
+                m_counters[name][counter.first] = counter.second.value;
             }
         }
     }
@@ -65,6 +75,7 @@ private:
     }
 
     std::map<std::string, double> m_times;
+    std::set<std::string> m_medians;
     std::map<std::string, std::map<std::string, double>> m_counters;
 };
 
