@@ -40,3 +40,10 @@ add_test(NAME cli.validate.samples
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_validate_samples.sh
             $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.validate.samples PROPERTIES TIMEOUT 120)
+
+# Extension of CAdES-T signatures to LT and LTA with the long-term PKI of
+# TestArchive.h, in-process revocation sources and archive tokens; the
+# unreachable TSA is a refused loopback port.
+tessera_add_gtest(tessera_extend_tests SignedCades2ExtendTest.cpp)
+target_link_libraries(tessera_extend_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_extend_tests)
