@@ -191,8 +191,9 @@ public:
     // every signature time-stamp and of every archive time-stamp, and adds
     // to the message the certificates of those paths and the CRL or OCSP
     // response that decided each one's status, when the message does not
-    // hold the same DER already. OCSP responses go in as revocation info of
-    // the other format id-ri-ocsp-response. A path that cannot be built
+    // hold the same DER already (both when the either mode used both). OCSP
+    // responses go in as revocation info of the other format
+    // id-ri-ocsp-response. A path that cannot be built
     // fails with the chain's code; a policy without revocation checks
     // fails with ErrInvalidParameter, a checked certificate left without
     // revocation data with ErrRevocationUnknown.
@@ -227,9 +228,11 @@ private:
     // The signer at `signerIndex` of `work` (ErrOutOfBounds, ErrNoMessage).
     SignerInfo& ExtendedSigner(SignedCades2& work, unsigned int signerIndex,
                                const wchar_t* operation) const;
-    // The two steps on a copy that the caller takes over.
+    // The two steps on a copy that the caller takes over; `latestArchiveOnly`
+    // limits the paths to the one of the latest archive time-stamp's TSA.
     void AddValidationDataTo(SignedCades2& work, unsigned int signerIndex,
-                             const X509ChainPolicy& policy, std::int64_t time) const;
+                             const X509ChainPolicy& policy, std::int64_t time,
+                             bool latestArchiveOnly) const;
     void AddArchiveTimeStampTo(SignedCades2& work, unsigned int signerIndex,
                                const QorTsp2Lib::TspClient* client) const;
 

@@ -88,7 +88,8 @@ SignedCades2::SignerInfo& SignedCades2::ExtendedSigner(SignedCades2& work, unsig
 // ------------------------------------------------------------------- LT
 
 void SignedCades2::AddValidationDataTo(SignedCades2& work, unsigned int signerIndex,
-                                       const X509ChainPolicy& policy, std::int64_t time) const {
+                                       const X509ChainPolicy& policy, std::int64_t time,
+                                       bool latestArchiveOnly) const {
     const SignerInfo& signer = ExtendedSigner(work, signerIndex, L"AddValidationData");
     const X509ChainPolicy::cptRevocationOption option = policy.GetRevocationOption();
     if (option == X509ChainPolicy::revOptionNone) {
@@ -101,13 +102,19 @@ void SignedCades2::AddValidationDataTo(SignedCades2& work, unsigned int signerIn
              ErrSignerCertNotFound);
     }
     // The signer's path, then each TSA's, each under its own purpose.
-    std::vector<std::pair<X509Certificate, int>> subjects = {
-        {signer.GetCertificate(), policy.GetPurpose()}};
-    for (const qorstd::QorVector<TimeStampAttribute>* stamps :
-         {&signer.GetSignatureTimeStamps(), &signer.GetArchiveTimeStampsV3()}) {
-        for (unsigned int i = 0; i < stamps->GetSize(); ++i) {
-            subjects.emplace_back(TsaCertificateOf(m_cades2Log.get(), (*stamps)[i]),
-                                  X509ChainPolicy::kPurposeTimestampSign);
+    std::vector<std::pair<X509Certificate, int>> subjects;
+    const qorstd::QorVector<TimeStampAttribute>& archives = signer.GetArchiveTimeStampsV3();
+    if (latestArchiveOnly) {
+        subjects.emplace_back(TsaCertificateOf(m_cades2Log.get(), archives[archives.GetSize() - 1]),
+                              X509ChainPolicy::kPurposeTimestampSign);
+    } else {
+        subjects.emplace_back(signer.GetCertificate(), policy.GetPurpose());
+        for (const qorstd::QorVector<TimeStampAttribute>* stamps :
+             {&signer.GetSignatureTimeStamps(), &archives}) {
+            for (unsigned int i = 0; i < stamps->GetSize(); ++i) {
+                subjects.emplace_back(TsaCertificateOf(m_cades2Log.get(), (*stamps)[i]),
+                                      X509ChainPolicy::kPurposeTimestampSign);
+            }
         }
     }
 
@@ -137,13 +144,17 @@ void SignedCades2::AddValidationDataTo(SignedCades2& work, unsigned int signerIn
         for (unsigned int i = 0; i < elements.GetSize(); ++i) {
             const X509ChainElement& element = elements[i];
             items.Add(items.certificates, ToDer(element.GetCertificate()->Export()));
+            // Either mode may have decided with both.
             if (element.GetCrl() != nullptr) {
                 items.Add(items.revocationInfos, ToDer(element.GetCrl()->Export()));
-            } else if (element.GetOcspResponse() != nullptr) {
+            }
+            if (element.GetOcspResponse() != nullptr) {
                 items.Add(items.revocationInfos,
                           cms::OcspRevocationChoice(ToDer(element.GetOcspResponse()->Encode())));
-            } else if (chain::NeedsRevocationCheck(option, static_cast<int>(i),
-                                                   element.GetCertificate()->GetX509())) {
+            }
+            if (element.GetCrl() == nullptr && element.GetOcspResponse() == nullptr &&
+                chain::NeedsRevocationCheck(option, static_cast<int>(i),
+                                            element.GetCertificate()->GetX509())) {
                 TLOG_ERROR(m_cades2Log, L"AddValidationData: No revocation data for %ls.",
                            element.GetCertificate()->GetSubjectStringX500(0).c_str());
                 Fail(ErrRevocationUnknown);
@@ -261,7 +272,7 @@ void SignedCades2::AddValidationData(unsigned int signerIndex, const X509ChainPo
     TLOG_INFO(m_cades2Log, L"AddValidationData(Signer:%u)", signerIndex);
     SignedCades2 work;
     CopyForExtension(*this, work, m_cades2Log.get(), L"AddValidationData");
-    AddValidationDataTo(work, signerIndex, policy, time);
+    AddValidationDataTo(work, signerIndex, policy, time, false);
     Decode(work.Encode());
 }
 
@@ -284,13 +295,13 @@ void SignedCades2::Extend(unsigned int signerIndex, cptCadesType type,
     }
     SignedCades2 work;
     CopyForExtension(*this, work, m_cades2Log.get(), L"Extend");
-    AddValidationDataTo(work, signerIndex, policy, time);
+    AddValidationDataTo(work, signerIndex, policy, time, false);
     if (type == cptCades2Lta) {
         AddArchiveTimeStampTo(work, signerIndex, client);
         // The new archive TSA's path and revocation data too, so that the
         // message alone suffices to verify it; they are outside its hash
         // index, which allows them to be added afterwards.
-        AddValidationDataTo(work, signerIndex, policy, time);
+        AddValidationDataTo(work, signerIndex, policy, time, true);
     }
     Decode(work.Encode());
 }
