@@ -6,6 +6,7 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "CryptException.h"
@@ -66,6 +67,17 @@ X509Certificate TsaCertificateOf(const LogChannel* log, const TimeStampAttribute
              ErrSignerCertNotFound);
     }
     return tsa->GetCertificate();
+}
+
+// A copy of `policy` for one path, of its own kind: a validation policy
+// chooses its stores by the purpose.
+std::unique_ptr<X509ChainPolicy> PolicyFor(const X509ChainPolicy& policy, int purpose) {
+    const auto* validation = dynamic_cast<const X509ChainPolicyTL*>(&policy);
+    std::unique_ptr<X509ChainPolicy> copy = validation != nullptr
+                                                ? std::make_unique<X509ChainPolicyTL>(*validation)
+                                                : std::make_unique<X509ChainPolicy>(policy);
+    copy->SetPurpose(purpose);
+    return copy;
 }
 
 }  // namespace
@@ -131,14 +143,12 @@ void SignedCades2::AddValidationDataTo(SignedCades2& work, unsigned int signerIn
     for (const cms::DerSpan& span : layout.revocationInfos) {
         items.revocationInfos.emplace_back(span.data, span.data + span.length);
     }
-    items.added = 0;
 
     for (const auto& subject : subjects) {
         TLOG_DEBUG(m_cades2Log, L"AddValidationData: Path of %ls.",
                    subject.first.GetSubjectStringX500(0).c_str());
-        X509ChainPolicy purposeful(policy);
-        purposeful.SetPurpose(subject.second);
-        X509Chain chain(&purposeful);
+        const std::unique_ptr<X509ChainPolicy> purposeful = PolicyFor(policy, subject.second);
+        X509Chain chain(purposeful.get());
         chain.Build(&subject.first, time);
         const qorstd::QorVector<X509ChainElement>& elements = chain.GetElements();
         for (unsigned int i = 0; i < elements.GetSize(); ++i) {
