@@ -199,6 +199,11 @@ void SignedCades2::AddArchiveTimeStampTo(SignedCades2& work, unsigned int signer
         Fail(m_cades2Log, L"AddArchiveTimeStamp: Bad parameter - pTspClient is null",
              ErrInvalidParameter, L"SignedCades2 - pTspClient=NULL");
     }
+    if (work.IsDetached() != 0 && work.GetContent().IsEmpty()) {
+        Fail(m_cades2Log,
+             L"AddArchiveTimeStamp: The content of a detached signature is needed - it is not set.",
+             ErrNoContent);
+    }
     if (client->GetHashAlgorithm() == QorTsp2Lib::tspHashNone) {
         // As for signature time-stamps: the client learns the signer's digest.
         const CryptHash::cptHashAlgorithm own =

@@ -51,6 +51,14 @@ check "openssl cms -verify still accepts the LTA signature" $?
 ok "validate --poe" "$cli" validate lta.der --trust root.pem --tsa-trust "$tsa/pki/ca.pem" \
     --crl crl.pem --crl tsa-crl.pem --poe
 
+"$cli" sign --cert signer.pem --key signer.key --detached --tsa "$url" in.txt detached.der >/dev/null
+fails "LTA of a detached signature without its content" 'error 121: ' \
+    "$cli" extend detached.der --to lta --tsa "$url" "${paths[@]}" bad.der
+ok "LTA of a detached signature with --content" \
+    "$cli" extend detached.der --to lta --tsa "$url" --content in.txt "${paths[@]}" dlta.der
+ok "validate --poe --content" "$cli" validate dlta.der --content in.txt --trust root.pem \
+    --tsa-trust "$tsa/pki/ca.pem" --crl crl.pem --crl tsa-crl.pem --poe
+
 "$cli" sign --cert "$ocsp/pki/good.pem" --key "$ocsp/pki/good.key.pem" in.txt good.der >/dev/null
 ok "extend --mode ocsp --fetch" "$cli" extend good.der --to lt --trust "$ocsp/pki/ca.pem" \
     --mode ocsp --fetch good-lt.der

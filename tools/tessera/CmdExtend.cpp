@@ -1,13 +1,12 @@
-// tessera extend SIG --to lt|lta --tsa URL [--trust FILE --extra FILE --crl FILE --fetch
-//                    --mode crl|ocsp|either --time ISO8601] [--pem] OUT
+// tessera extend SIG --to lt|lta --tsa URL [--content FILE] [--trust FILE --extra FILE
+//                    --crl FILE --fetch --mode crl|ocsp|either --time ISO8601] [--pem] OUT
 //
 // Extends every CAdES signer of SIG (DER, or PEM labelled CMS or PKCS7) to
 // LT (the certificates and revocation data of the signer's and the
 // time-stamp authorities' paths) or LTA (also an archive time-stamp from
-// the authority at URL). The paths may run through the certificates the
-// signature carries. OUT is written only once every signer has been
-// extended, so that a failing authority or revocation source leaves no file
-// behind.
+// the authority at URL, which needs the content of a detached signature).
+// The paths may run through the certificates the signature carries. OUT is written only once every
+// signer has been extended, so that a failing authority or revocation source leaves no file behind.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -36,7 +35,8 @@ int RunExtend(const std::vector<std::string>& args) {
     }
     const bool fetch = TakeFetchFlag(&options);
     const Arguments parsed = ParseArguments(
-        kCommand, options, {"--to", "--tsa", "--trust", "--extra", "--crl", "--mode", "--time"});
+        kCommand, options,
+        {"--to", "--tsa", "--content", "--trust", "--extra", "--crl", "--mode", "--time"});
     if (!parsed.error.empty()) {
         return UsageError(parsed.error);
     }
@@ -61,6 +61,15 @@ int RunExtend(const std::vector<std::string>& args) {
         return kExitFailure;
     }
     SignedCades2 cades;
+    const std::string contentPath = parsed.Get("--content");
+    std::vector<unsigned char> content;
+    if (!contentPath.empty()) {
+        if (!ReadInputFile(kCommand, contentPath, &content, true)) {
+            return kExitFailure;
+        }
+        cades.SetContent(qorstd::QorArray<unsigned char>(
+            content.data(), static_cast<unsigned int>(content.size())));
+    }
     cades.Decode(
         qorstd::QorArray<unsigned char>(der.data(), static_cast<unsigned int>(der.size())));
     for (unsigned int i = 0; i < cades.GetCertificates().GetSize(); ++i) {
