@@ -209,4 +209,18 @@ if [ -s "$servers/tsa/url" ] && [ -s "$servers/ocsp/url" ]; then
          "tessera validate carol-t.p7s --trust $ocsp_pki/ca.pem --mode ocsp --fetch --process basic"
 fi
 
+# The long term: the CAdES-T signature extended to LTA, so that it stays
+# verifiable after the signer's and the TSA's certificates expire or are
+# revoked: the certificates and CRLs of both paths are added, then an archive
+# time-stamp over the signature, them and the signature time-stamp.
+if [ -s "$servers/tsa/url" ]; then
+    lta_paths="$trust --trust $servers/tsa/ca.pem --crl pki/tsa.crl"
+    step "The CAdES-T signature extended to LTA: validation data and an archive time-stamp" \
+         "tessera extend cades-t.p7s --to lta --tsa $(cat "$servers/tsa/url") $lta_paths cades-lta.p7s && tessera info cades-lta.p7s | grep -E '^(certificate|crl)|longTermForm|archiveStamp'"
+    step "OpenSSL still verifies the extended signature" \
+         "openssl cms -verify -binary -inform DER -in cades-lta.p7s -CAfile pki/ca.pem -out /dev/null"
+    step "Validated with proofs of existence: the archive time-stamp proves what it covers" \
+         "tessera validate cades-lta.p7s $trust --crl pki/tsa.crl --tsa-trust $servers/tsa/ca.pem --poe"
+fi
+
 printf '\nDemo finished.\n'

@@ -130,6 +130,15 @@ class TESSERA_API ATSHashIndexV3Attribute : public ATSHashIndexAttributeBase {
 public:
     ATSHashIndexV3Attribute() = default;
     explicit ATSHashIndexV3Attribute(const x509_attributes_st* attr);
+    // A new index listing, hashed with `algorithm`, every certificate of
+    // `certificates` (DER), every revocation choice of `revocationChoices`
+    // (as it stands in the message) and every value of `unsignedAttrs`,
+    // hashed the way Verify reads them back. An unknown algorithm fails
+    // with ErrAlgorithmNotSupported.
+    static ATSHashIndexV3Attribute Create(CryptHash::cptHashAlgorithm algorithm,
+                                          const HashList& certificates,
+                                          const HashList& revocationChoices,
+                                          const stack_st_X509_ATTRIBUTE* unsignedAttrs);
     using ATSHashIndexAttributeBase::Decode;
     void Decode(const x509_attributes_st* attr) override;
 

@@ -18,9 +18,15 @@
 #include "TimeStampAttribute.h"
 #include "VerificationData.h"
 
+namespace QorTsp2Lib {
+class TspClient;
+class TspTimeStamp;
+}  // namespace QorTsp2Lib
+
 namespace TesseraLib {
 
 class ValidationDataStore;
+class X509ChainPolicy;
 
 class TESSERA_API SignedCades2 : public SignedCades {
 public:
@@ -131,6 +137,15 @@ public:
         std::int64_t ProvenSignatureTime(const ValidationDataStore& store,
                                          std::int64_t fallback) const;
         qorstd::QorArray<unsigned char> SignatureValueHash() const;
+        // What an archive time-stamp v3 of this signer stamps, with
+        // `indexAttr` as its hash index: the content's digest under
+        // `atsHashAlg` (`msg`, the caller's digest, stands in for detached
+        // content that is not set), the archived fields and the index's
+        // value. One function for adding and checking, so that what is
+        // written is what is verified.
+        qorstd::QorArray<unsigned char> ArchiveImprintInput(
+            CryptHash::cptHashAlgorithm atsHashAlg, const qorstd::QorArray<unsigned char>* msg,
+            const x509_attributes_st* indexAttr) const;
         // The message's content type and this signer's archived fields as
         // they stand in the message (read again from its encoding when the
         // message was built here).
@@ -166,7 +181,43 @@ public:
                               cptCadesType type);
     void VerifySignerCertificate(const VerifierCades& verifier, ValidationDataStore* store);
 
+    // Extension of one signer to the long-term forms. Each operation works
+    // on a copy of the message and takes the result over only when all of
+    // it succeeded: a failure leaves the object as it was. What is signed
+    // is never touched. A detached message needs its content set.
+    //
+    // LT: builds at `time` (0: now) under `policy` (its stores and
+    // revocation clients) the path of the signer certificate, of the TSA of
+    // every signature time-stamp and of every archive time-stamp, and adds
+    // to the message the certificates of those paths and the CRL or OCSP
+    // response that decided each one's status, when the message does not
+    // hold the same DER already (both when the either mode used both). OCSP
+    // responses go in as revocation info of the other format
+    // id-ri-ocsp-response. A path that cannot be built
+    // fails with the chain's code; a policy without revocation checks
+    // fails with ErrInvalidParameter, a checked certificate left without
+    // revocation data with ErrRevocationUnknown.
+    void AddValidationData(unsigned int signerIndex, const X509ChainPolicy& policy,
+                           std::int64_t time);
+    // LTA: an archive time-stamp v3 from `client` over the signer, carrying
+    // an ats-hash-index-v3 of the message's certificates, revocation data
+    // and the signer's unsigned attributes (earlier archive time-stamps
+    // included, which it thus covers). The client's hash algorithm, when
+    // unset, becomes the signer's digest and stays set. Failures of the
+    // client are its own TspException.
+    void AddArchiveTimeStamp(unsigned int signerIndex, const QorTsp2Lib::TspClient* client);
+    // cptCades2Lt: AddValidationData; cptCades2Lta: AddValidationData,
+    // AddArchiveTimeStamp and once more AddValidationData for the new
+    // archive TSA's path, as one change. Other forms → ErrInvalidParameter.
+    void Extend(unsigned int signerIndex, cptCadesType type, const X509ChainPolicy& policy,
+                const QorTsp2Lib::TspClient* client, std::int64_t time);
+
 protected:
+    // The token over `imprint` (hashed with the client's algorithm). A
+    // derived container may get it from elsewhere.
+    virtual QorTsp2Lib::TspTimeStamp RequestArchiveTimeStamp(
+        const QorTsp2Lib::TspClient& client, const qorstd::QorArray<unsigned char>& imprint) const;
+
     void FreeCms(int freeContent) override;
     void ParseCms(CMS_ContentInfo_st* cms) override;
     CMS_SignerInfo_st* AddSignerCades(CMS_ContentInfo_st* cms, const SignerCades& signer,
@@ -174,6 +225,17 @@ protected:
     void UpdateSignerCades(const SignedCades::SignerInfo& info) override;
 
 private:
+    // The signer at `signerIndex` of `work` (ErrOutOfBounds, ErrNoMessage).
+    SignerInfo& ExtendedSigner(SignedCades2& work, unsigned int signerIndex,
+                               const wchar_t* operation) const;
+    // The two steps on a copy that the caller takes over; `latestArchiveOnly`
+    // limits the paths to the one of the latest archive time-stamp's TSA.
+    void AddValidationDataTo(SignedCades2& work, unsigned int signerIndex,
+                             const X509ChainPolicy& policy, std::int64_t time,
+                             bool latestArchiveOnly) const;
+    void AddArchiveTimeStampTo(SignedCades2& work, unsigned int signerIndex,
+                               const QorTsp2Lib::TspClient* client) const;
+
     std::unique_ptr<LogChannel> m_cades2Log;
     std::unique_ptr<qorstd::QorVector<SignerInfo>> m_pvCades2Signers;
 };

@@ -326,6 +326,82 @@ void ATSHashIndexV3Attribute::Decode(const x509_attributes_st* attr) {
     DecodeAs(attr, kOidV3, L"ATSHashIndexV3Attribute", true);
 }
 
+ATSHashIndexV3Attribute ATSHashIndexV3Attribute::Create(
+    CryptHash::cptHashAlgorithm algorithm, const HashList& certificates,
+    const HashList& revocationChoices, const stack_st_X509_ATTRIBUTE* unsignedAttrs) {
+    const evp_md_st* md =
+        algorithm != CryptHash::cptHashNone ? CryptHash::GetHashEVP(algorithm) : nullptr;
+    if (md == nullptr) {
+        Fail(ErrAlgorithmNotSupported, L"ATSHashIndexV3Attribute - hashAlg");
+    }
+    ATSHashIndexV3Attribute index;
+    index.m_hashAlgorithm = algorithm;
+    HashList attrInputs;
+    for (int i = 0; i < sk_X509_ATTRIBUTE_num(unsignedAttrs); ++i) {
+        const X509_ATTRIBUTE* attr = sk_X509_ATTRIBUTE_value(unsignedAttrs, i);
+        if (attr == nullptr) {
+            Fail(ErrInternal, L"pAttr == NULL");
+        }
+        const HashList more = index.UnsignedAttrHashInputs(attr);
+        for (unsigned k = 0; k < more.GetSize(); ++k) {
+            attrInputs.Add(more[k]);
+        }
+    }
+    const auto stack = [algorithm](const HashList& inputs) {
+        STACK_OF(ASN1_OCTET_STRING)* list = sk_ASN1_OCTET_STRING_new_null();
+        for (unsigned i = 0; list != nullptr && i < inputs.GetSize(); ++i) {
+            const qorstd::QorArray<unsigned char> digest = Digest(algorithm, inputs[i]);
+            Asn1OctetStringPtr entry(ASN1_OCTET_STRING_new());
+            if (!entry ||
+                ASN1_OCTET_STRING_set(entry.get(), digest.GetData(),
+                                      static_cast<int>(digest.GetSize())) != 1 ||
+                sk_ASN1_OCTET_STRING_push(list, entry.get()) <= 0) {
+                sk_ASN1_OCTET_STRING_pop_free(list, ASN1_OCTET_STRING_free);
+                return static_cast<STACK_OF(ASN1_OCTET_STRING)*>(nullptr);
+            }
+            entry.release();
+        }
+        return list;
+    };
+    HashIndexPtr value(reinterpret_cast<TESSERA_ATS_HASH_INDEX*>(
+        ASN1_item_new(ASN1_ITEM_rptr(TESSERA_ATS_HASH_INDEX_V2))));
+    if (!value) {
+        FailCrypto(nullptr, "ATSHashIndexV3Attribute::Create: ASN1_item_new() failed.",
+                   ErrOutOfMemory);
+    }
+    // The fields the template made empty are replaced by the filled ones.
+    sk_ASN1_OCTET_STRING_free(value->certificatesHashIndex);
+    sk_ASN1_OCTET_STRING_free(value->crlsHashIndex);
+    sk_ASN1_OCTET_STRING_free(value->unsignedAttrValuesHashIndex);
+    value->certificatesHashIndex = stack(certificates);
+    value->crlsHashIndex = stack(revocationChoices);
+    value->unsignedAttrValuesHashIndex = stack(attrInputs);
+    value->hashIndAlgorithm = X509_ALGOR_new();
+    if (value->certificatesHashIndex == nullptr || value->crlsHashIndex == nullptr ||
+        value->unsignedAttrValuesHashIndex == nullptr || value->hashIndAlgorithm == nullptr) {
+        FailCrypto(nullptr, "ATSHashIndexV3Attribute::Create: allocation failed.", ErrOutOfMemory);
+    }
+    // SHA-2 algorithm identifiers go without parameters.
+    X509_ALGOR_set_md(value->hashIndAlgorithm, md);
+    unsigned char* der = nullptr;
+    const int length = ASN1_item_i2d(reinterpret_cast<ASN1_VALUE*>(value.get()), &der,
+                                     ASN1_ITEM_rptr(TESSERA_ATS_HASH_INDEX_V2));
+    const OpenSslBytesPtr owned(der);
+    if (length <= 0) {
+        FailCrypto(nullptr, "ATSHashIndexV3Attribute::Create: ASN1_item_i2d() failed.",
+                   ErrAsn1Encoding);
+    }
+    const X509AttributePtr attr(
+        X509_ATTRIBUTE_create_by_txt(nullptr, kOidV3, V_ASN1_SEQUENCE, der, length));
+    if (!attr) {
+        FailCrypto(nullptr,
+                   "ATSHashIndexV3Attribute::Create: X509_ATTRIBUTE_create_by_txt() failed.",
+                   ErrAsn1Encoding);
+    }
+    index.Decode(attr.get());
+    return index;
+}
+
 // One entry per value: the type's DER followed by that value's DER, so that
 // a value added to an attribute later does not change the earlier entries.
 HashList ATSHashIndexV3Attribute::UnsignedAttrHashInputs(const x509_attributes_st* attr) const {

@@ -2,6 +2,9 @@
 // is the token's message imprint.
 #pragma once
 
+#include <openssl/cms.h>
+#include <openssl/x509.h>
+
 #include "CmsRevocationInfo.h"
 #include "QorArray.h"
 
@@ -10,6 +13,20 @@ namespace TesseraLib {
 class LogChannel;
 
 namespace cms {
+
+// A signer's unsigned attributes as one stack that borrows them: what a
+// hash index lists and is checked against.
+struct UnsignedAttributes {
+    explicit UnsignedAttributes(const CMS_SignerInfo* signer) {
+        for (int i = 0; i < CMS_unsigned_get_attr_count(signer); ++i) {
+            sk_X509_ATTRIBUTE_push(stack, CMS_unsigned_get_attr(signer, i));
+        }
+    }
+    ~UnsignedAttributes() { sk_X509_ATTRIBUTE_free(stack); }
+    UnsignedAttributes(const UnsignedAttributes&) = delete;
+    UnsignedAttributes& operator=(const UnsignedAttributes&) = delete;
+    STACK_OF(X509_ATTRIBUTE) * stack = sk_X509_ATTRIBUTE_new_null();
+};
 
 // A signer's version, sid, digest algorithm, signed attributes (when
 // present), signature algorithm and signature, one after the other, as

@@ -31,4 +31,5 @@ target_sources(tessera_objects PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/ATSHashIndexProofs.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ArchiveImprint.cpp
     ${CMAKE_CURRENT_LIST_DIR}/SignedCades2.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/SignedCades2Verify.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCades2Verify.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SignedCades2Extend.cpp)

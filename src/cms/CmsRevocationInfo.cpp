@@ -1,5 +1,6 @@
 #include "cms/CmsRevocationInfo.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -180,11 +181,15 @@ bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDa
         return false;
     }
     Tlv encapsulated;
-    if (!ReadExpected(&cursor, end, kTagSet, &element) ||
-        !ReadExpected(&cursor, end, kTagSequence, &encapsulated) ||
+    if (!ReadExpected(&cursor, end, kTagSet, &element)) {
+        return false;
+    }
+    layout->digestAlgorithms = DerSpan{element.start, element.totalLength};
+    if (!ReadExpected(&cursor, end, kTagSequence, &encapsulated) ||
         !ReadTlv(&cursor, end, &element)) {
         return false;
     }
+    layout->encapContentInfo = DerSpan{encapsulated.start, encapsulated.totalLength};
     {
         const unsigned char* at = encapsulated.content;
         Tlv type;
@@ -207,6 +212,7 @@ bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDa
     if (element.tag != kTagSet || !SplitElements(element, &layout->signerInfos)) {
         return false;
     }
+    layout->signerInfoSet = DerSpan{element.start, element.totalLength};
     // SignerInfo ::= SEQUENCE { version, sid, digestAlgorithm,
     //   signedAttrs [0] IMPLICIT OPTIONAL, signatureAlgorithm, signature OCTET STRING, ... }
     for (const DerSpan& signer : layout->signerInfos) {
@@ -253,6 +259,54 @@ bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDa
         layout->signerSignatures.push_back(DerSpan{field.content, field.contentLength});
     }
     return true;
+}
+
+std::vector<unsigned char> RebuildSignedData(
+    const SignedDataLayout& layout, unsigned long version,
+    std::vector<std::vector<unsigned char>> certificates,
+    std::vector<std::vector<unsigned char>> revocationInfos) {
+    // DER orders a SET OF by the elements' encodings, the way OpenSSL does
+    // when it writes the message again: a later re-encoding keeps the bytes.
+    const auto derOrder = [](const std::vector<unsigned char>& a,
+                             const std::vector<unsigned char>& b) {
+        const int cmp = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
+        return cmp != 0 ? cmp < 0 : a.size() < b.size();
+    };
+    const auto set = [&](unsigned char tag, std::vector<std::vector<unsigned char>>& items) {
+        std::sort(items.begin(), items.end(), derOrder);
+        std::vector<unsigned char> content;
+        for (const std::vector<unsigned char>& item : items) {
+            content.insert(content.end(), item.begin(), item.end());
+        }
+        return items.empty() ? std::vector<unsigned char>() : Wrap(tag, content);
+    };
+    const auto copy = [](const DerSpan& span) {
+        return std::vector<unsigned char>(span.data, span.data + span.length);
+    };
+    std::vector<unsigned char> versionDer;
+    for (unsigned long rest = version; rest != 0; rest >>= 8) {
+        versionDer.insert(versionDer.begin(), static_cast<unsigned char>(rest & 0xFF));
+    }
+    if (versionDer.empty() || (versionDer.front() & 0x80) != 0) {
+        versionDer.insert(versionDer.begin(), 0);
+    }
+    std::vector<unsigned char> body = Wrap(kTagInteger, versionDer);
+    for (const std::vector<unsigned char>& part :
+         {copy(layout.digestAlgorithms), copy(layout.encapContentInfo),
+          set(kTagContext0, certificates), set(kTagContext1, revocationInfos),
+          copy(layout.signerInfoSet)}) {
+        body.insert(body.end(), part.begin(), part.end());
+    }
+    std::vector<unsigned char> type = {kTagOid, sizeof(kOidSignedData)};
+    type.insert(type.end(), kOidSignedData, kOidSignedData + sizeof(kOidSignedData));
+    return Wrap(kTagSequence, Join(type, Wrap(kTagContext0, Wrap(kTagSequence, body))));
+}
+
+std::vector<unsigned char> OcspRevocationChoice(const std::vector<unsigned char>& response) {
+    // other [1] IMPLICIT OtherRevocationInfoFormat { id-ri-ocsp-response, OCSPResponse }
+    std::vector<unsigned char> format = {kTagOid, sizeof(kOidOcspResponse)};
+    format.insert(format.end(), kOidOcspResponse, kOidOcspResponse + sizeof(kOidOcspResponse));
+    return Wrap(kTagContext1, Join(format, response));
 }
 
 std::vector<OcspChoice> OcspChoicesOf(const SignedDataLayout& layout) {

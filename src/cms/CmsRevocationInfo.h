@@ -33,6 +33,10 @@ struct SignerFields {
 
 struct SignedDataLayout {
     unsigned long version = 0;
+    // The SignedData fields a rebuild copies unchanged, each whole.
+    DerSpan digestAlgorithms;
+    DerSpan encapContentInfo;
+    DerSpan signerInfoSet;
     DerSpan eContentType;                       // the encapsulated content's type, whole OID
     std::vector<DerSpan> certificates;          // every CertificateChoices, whole encoding
     std::vector<DerSpan> revocationInfos;       // every RevocationInfoChoice, whole encoding
@@ -45,6 +49,20 @@ struct SignedDataLayout {
 // Reads a DER ContentInfo of type signedData. False when the bytes are not
 // such a message (the layout is then incomplete and must not be used).
 bool ReadSignedDataLayout(const unsigned char* der, std::size_t length, SignedDataLayout* layout);
+
+// A ContentInfo of type signedData holding `layout`'s message with
+// `version`, `certificates` and `revocationInfos` (whole choices, written
+// in DER set order) in place of its own; digest algorithms, content and
+// signer infos are copied byte for byte, so that nothing signed changes.
+// An empty list leaves its set out.
+std::vector<unsigned char> RebuildSignedData(
+    const SignedDataLayout& layout, unsigned long version,
+    std::vector<std::vector<unsigned char>> certificates,
+    std::vector<std::vector<unsigned char>> revocationInfos);
+
+// The revocation choice "other" that carries `response` (an OCSPResponse
+// DER) under id-ri-ocsp-response.
+std::vector<unsigned char> OcspRevocationChoice(const std::vector<unsigned char>& response);
 
 // One OCSP response carried as "other" revocation info: the OCSPResponse
 // DER, and the whole revocation choice it came in.

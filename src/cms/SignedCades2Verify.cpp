@@ -43,19 +43,6 @@ bool HasMode(const X509ChainPolicy* policy, int flag) {
     return policy != nullptr && (policy->GetChainBuildMode() & flag) != 0;
 }
 
-// The signer's unsigned attributes as one stack that borrows them.
-struct UnsignedAttributes {
-    explicit UnsignedAttributes(const CMS_SignerInfo* signer) {
-        for (int i = 0; i < CMS_unsigned_get_attr_count(signer); ++i) {
-            sk_X509_ATTRIBUTE_push(stack, CMS_unsigned_get_attr(signer, i));
-        }
-    }
-    ~UnsignedAttributes() { sk_X509_ATTRIBUTE_free(stack); }
-    UnsignedAttributes(const UnsignedAttributes&) = delete;
-    UnsignedAttributes& operator=(const UnsignedAttributes&) = delete;
-    STACK_OF(X509_ATTRIBUTE) * stack = sk_X509_ATTRIBUTE_new_null();
-};
-
 // The hash index the archive token's signer carries. Archive time-stamps
 // in the wild carry any of the three versions (the public samples hold v1
 // and v3), so whichever one is there is taken, newest first; each version
@@ -398,6 +385,52 @@ void SignedCades2::SignerInfo::VerifySignatureTimeStamps(
 
 // --------------------------------------------------- archive time-stamps
 
+qorstd::QorArray<unsigned char> SignedCades2::SignerInfo::ArchiveImprintInput(
+    CryptHash::cptHashAlgorithm atsHashAlg, const qorstd::QorArray<unsigned char>* msg,
+    const x509_attributes_st* indexAttr) const {
+    // The content's digest under the token's own algorithm, whatever the
+    // signer's is: for a detached message the caller's digest counts only
+    // when the signer's algorithm is the token's, else the content is
+    // needed.
+    qorstd::QorArray<unsigned char> contentDigest;
+    const int atsNid = EVP_MD_get_type(CryptHash::GetHashEVP(atsHashAlg));
+    if (m_cades2Parent->IsDetached() == 0 || !m_cades2Parent->GetContent().IsEmpty()) {
+        if (m_cades2Parent->IsDetached() == 0 && m_cades2Parent->GetContent().IsEmpty()) {
+            Fail(m_cades2Log, L"VerifyArchiveTimeStamp: nContentLen <= 0", ErrInternal);
+        }
+        contentDigest = ContentDigest(atsNid);
+    } else if (msg == nullptr) {
+        Fail(m_cades2Log, L"VerifyArchiveTimeStamp: msg == NULL)", ErrInvalidParameter);
+    } else if (msg->IsEmpty()) {
+        Fail(m_cades2Log, L"VerifyArchiveTimeStamp: nContentLen <= 0", ErrInvalidParameter);
+    } else if (m_nHashAlgorithm != atsNid) {
+        Fail(m_cades2Log,
+             L"VerifyArchiveTimeStamp: The content is needed - the archive time-stamp's digest "
+             L"algorithm is not the signer's.",
+             ErrNoContent);
+    } else {
+        contentDigest = *msg;
+    }
+
+    // The index value exactly as the token carries it: re-encoding it into
+    // another layout would stamp bytes the TSA never saw.
+    const std::vector<unsigned char> indexValue =
+        indexAttr != nullptr
+            ? qorssl::Encode(i2d_ASN1_TYPE,
+                             X509_ATTRIBUTE_get0_type(const_cast<X509_ATTRIBUTE*>(indexAttr), 0))
+            : std::vector<unsigned char>();
+    if (indexValue.empty()) {
+        Fail(m_cades2Log, L"VerifyArchiveTimeStamp - hashIndex == NULL", ErrAsn1Decoding);
+    }
+    qorstd::QorArray<unsigned char> eContentType;
+    qorstd::QorArray<unsigned char> fields;
+    ArchivedParts(eContentType, fields);
+    return cms::ArchiveImprintInput(
+        m_cades2Log.get(), eContentType, contentDigest, fields,
+        qorstd::QorArray<unsigned char>(indexValue.data(),
+                                        static_cast<unsigned int>(indexValue.size())));
+}
+
 void SignedCades2::SignerInfo::VerifyArchiveTimeStamp(TimeStampVerificationData* data,
                                                       const VerifierCades& verifier,
                                                       ValidationDataStore* store,
@@ -443,52 +476,12 @@ void SignedCades2::SignerInfo::VerifyArchiveTimeStamp(TimeStampVerificationData*
              L"VerifyArchiveTimeStamp: atsHashIndexAttr.GetHashAlgorithm() != atsHashAlg",
              ErrAtsHashIndexAlgorithm);
     }
-    const UnsignedAttributes unsignedAttrs(m_pSigner);
+    const cms::UnsignedAttributes unsignedAttrs(m_pSigner);
     index->Verify(m_cades2Parent->GetCertificates(), m_cades2Parent->GetRevocationInfoChoices(),
                   unsignedAttrs.stack);
 
-    // The content's digest under the token's own algorithm, whatever the
-    // signer's is: for a detached message the caller's digest counts only
-    // when the signer's algorithm is the token's, else the content is
-    // needed.
-    qorstd::QorArray<unsigned char> contentDigest;
-    const int atsNid = EVP_MD_get_type(CryptHash::GetHashEVP(atsHashAlg));
-    if (m_cades2Parent->IsDetached() == 0 || !m_cades2Parent->GetContent().IsEmpty()) {
-        if (m_cades2Parent->IsDetached() == 0 && m_cades2Parent->GetContent().IsEmpty()) {
-            Fail(m_cades2Log, L"VerifyArchiveTimeStamp: nContentLen <= 0", ErrInternal);
-        }
-        contentDigest = ContentDigest(atsNid);
-    } else if (msg == nullptr) {
-        Fail(m_cades2Log, L"VerifyArchiveTimeStamp: msg == NULL)", ErrInvalidParameter);
-    } else if (msg->IsEmpty()) {
-        Fail(m_cades2Log, L"VerifyArchiveTimeStamp: nContentLen <= 0", ErrInvalidParameter);
-    } else if (m_nHashAlgorithm != atsNid) {
-        Fail(m_cades2Log,
-             L"VerifyArchiveTimeStamp: The content is needed - the archive time-stamp's digest "
-             L"algorithm is not the signer's.",
-             ErrNoContent);
-    } else {
-        contentDigest = *msg;
-    }
-
-    // The index value exactly as the token carries it: re-encoding it into
-    // another layout would stamp bytes the TSA never saw.
-    const x509_attributes_st* indexAttr = index->GetX509Attr();
-    const std::vector<unsigned char> indexValue =
-        indexAttr != nullptr
-            ? qorssl::Encode(i2d_ASN1_TYPE,
-                             X509_ATTRIBUTE_get0_type(const_cast<X509_ATTRIBUTE*>(indexAttr), 0))
-            : std::vector<unsigned char>();
-    if (indexValue.empty()) {
-        Fail(m_cades2Log, L"VerifyArchiveTimeStamp - hashIndex == NULL", ErrAsn1Decoding);
-    }
-    qorstd::QorArray<unsigned char> eContentType;
-    qorstd::QorArray<unsigned char> fields;
-    ArchivedParts(eContentType, fields);
-    const qorstd::QorArray<unsigned char> input = cms::ArchiveImprintInput(
-        m_cades2Log.get(), eContentType, contentDigest, fields,
-        qorstd::QorArray<unsigned char>(indexValue.data(),
-                                        static_cast<unsigned int>(indexValue.size())));
+    const qorstd::QorArray<unsigned char> input =
+        ArchiveImprintInput(atsHashAlg, msg, index->GetX509Attr());
 
     VerifierCades atProof(verifier);
     atProof.SetVerifyTime(verifyTime != nullptr ? *verifyTime : 0);

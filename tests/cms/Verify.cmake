@@ -40,3 +40,18 @@ add_test(NAME cli.validate.samples
     COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_validate_samples.sh
             $<TARGET_FILE:tessera_cli>)
 set_tests_properties(cli.validate.samples PROPERTIES TIMEOUT 120)
+
+# Extension of CAdES-T signatures to LT and LTA with the long-term PKI of
+# TestArchive.h, in-process revocation sources and archive tokens; the
+# unreachable TSA is a refused loopback port.
+tessera_add_gtest(tessera_extend_tests SignedCades2ExtendTest.cpp)
+target_link_libraries(tessera_extend_tests PRIVATE tessera OpenSSL::Crypto)
+tessera_discover_tests(tessera_extend_tests)
+
+# `tessera extend` to LT and LTA against the loopback TSA and OCSP responder,
+# checked by `openssl cms -verify` and `tessera validate --poe`; the http
+# fixture is a failing authority.
+add_test(NAME cli.extend
+    COMMAND ${CMAKE_SOURCE_DIR}/tests/scripts/check_cli_extend.sh $<TARGET_FILE:tessera_cli>)
+set_tests_properties(cli.extend PROPERTIES
+    ENVIRONMENT "${TESSERA_TEST_ENVIRONMENT}" FIXTURES_REQUIRED "tsa;ocsp;http" TIMEOUT 120)

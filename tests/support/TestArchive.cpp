@@ -140,9 +140,8 @@ std::string LongTermContent() {
     return "archived for the long term\n";
 }
 
-Bytes LongTermSignature(const std::vector<ArchivePlan>& archives) {
+CmsPtr LongTermT() {
     const LongTermPki& pki = LongTermPki::Get();
-    const std::int64_t far = UtcTime(2040, 1, 1);
     CmsSignPlan plan;
     plan.content = LongTermContent();
     plan.signers = {&pki.signer};
@@ -158,10 +157,17 @@ Bytes LongTermSignature(const std::vector<ArchivePlan>& archives) {
     Check(CMS_unsigned_add1_attr_by_NID(si, NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
                                         token.data(), static_cast<int>(token.size())),
           "adding the signature time-stamp");
+    return cms;
+}
+
+Bytes LongTermSignature(const std::vector<ArchivePlan>& archives) {
+    const LongTermPki& pki = LongTermPki::Get();
+    const std::int64_t far = UtcTime(2040, 1, 1);
+    CmsPtr cms = LongTermT();
     Check(CMS_add1_crl(cms.get(), IssueCrl(pki.tsa1.Ca(), UtcTime(2024, 5, 1), far).get()),
           "adding TSA 1's CRL");
     for (const ArchivePlan& archive : archives) {
-        AddArchiveTimeStamp(cms.get(), plan.content, archive);
+        AddArchiveTimeStamp(cms.get(), LongTermContent(), archive);
     }
     Check(CMS_add1_crl(cms.get(), IssueCrl(pki.root, UtcTime(2025, 7, 1), far,
                                            {RevokedEntry{5, LongTermTimes::Revoked(),

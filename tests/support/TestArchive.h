@@ -62,10 +62,13 @@ Bytes ArchiveImprintInput(CMS_ContentInfo* cms, const std::string& content, cons
 // content is `content`.
 void AddArchiveTimeStamp(CMS_ContentInfo* cms, const std::string& content, const ArchivePlan& plan);
 
-// A CAdES-T of the signer over `LongTermContent()` stamped by TSA 1 and
-// carrying TSA 1's CRL, extended with `archives`; the root's CRL revoking
-// the signer and TSA 2's CRL are added after them.
+// The CAdES-T of the signer over `LongTermContent()` stamped by TSA 1,
+// without revocation data.
 std::string LongTermContent();
+CmsPtr LongTermT();
+
+// That CAdES-T carrying TSA 1's CRL, extended with `archives`; the root's CRL revoking
+// the signer and TSA 2's CRL are added after them.
 Bytes LongTermSignature(const std::vector<ArchivePlan>& archives);
 
 }  // namespace tessera_test

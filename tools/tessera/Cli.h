@@ -129,6 +129,7 @@ int RunSignDigest(const std::vector<std::string>& args);
 int RunCosign(const std::vector<std::string>& args);
 int RunEstimate(const std::vector<std::string>& args);
 int RunUpgrade(const std::vector<std::string>& args);
+int RunExtend(const std::vector<std::string>& args);
 int RunValidate(const std::vector<std::string>& args);
 int RunStore(const std::vector<std::string>& args);
 

@@ -230,6 +230,23 @@ const std::vector<Command>& Commands() {
          "tessera upgrade signed.p7s --tsa http://tsa.example/ stamped.p7s\n"
          "tessera upgrade signed.p7s --tsa http://tsa.example/ --type t-if-missing out.p7s\n",
          RunUpgrade},
+        {"extend",
+         "SIG --to lt|lta [--tsa URL] [--content FILE] [--trust FILE] [--extra FILE] "
+         "[--crl FILE] [--mode crl|ocsp|either] [--fetch] [--time ISO8601] [--pem] OUT",
+         "extend every CAdES signer of SIG (DER, or PEM labelled CMS or PKCS7) to LT: the "
+         "certificates of the signer's and the time-stamp authorities' paths and the CRL or OCSP "
+         "response that decided each one's status are added; or to LTA: also an archive "
+         "time-stamp v3 over all of it; the paths may run through the certificates SIG carries; "
+         "what is signed is not touched, and OUT is written only when every signer was extended",
+         "--to FORM\tlt or lta (required)\n"
+         "--tsa URL\tthe address of the time-stamp authority of the archive time-stamp "
+         "(required for lta)\n"
+         "--content FILE\tthe signed content of a detached signature (needed for lta)\n" +
+             kPathOptions + "--pem\twrite PEM labelled CMS instead of DER\n",
+         "tessera extend stamped.p7s --to lt --trust root.pem --fetch --mode either lt.p7s\n"
+         "tessera extend t.p7s --to lta --tsa http://tsa.example/ --trust roots.pem --fetch "
+         "lta.p7s\n",
+         RunExtend},
         {"verify",
          "SIG [--content FILE | --digest HEX] [--trust FILE] [--extra FILE] [--crl FILE] "
          "[--mode crl|ocsp|either] [--fetch] [--time ISO8601] [--verify none|signer|chain] "
