@@ -22,11 +22,8 @@
 #include <openssl/ocsp.h>
 #include <openssl/ts.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <unistd.h>
 
 #include <fcntl.h>
@@ -45,6 +42,7 @@
 #include "SignedCades2.h"
 #include "TestCms.h"
 #include "TestPki.h"
+#include "TestServers.h"
 #include "TestTsa.h"
 #include "TspClient.h"
 #include "X509ChainPolicy.h"
@@ -66,18 +64,6 @@ Issued Rsa(const char* name, long serial, int slot, const Issued* issuer, bool c
     const KeyPtr key = CachedKey(KeyKind::Rsa2048, slot);
     plan.key = key.get();
     return IssueCertificate(plan, issuer);
-}
-
-std::string FreePort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return std::to_string(ntohs(address.sin_port));
 }
 
 std::string ReadFile(const std::string& path) {
@@ -134,7 +120,7 @@ struct Setup {
     Issued signer = Rsa("Bench Extend Signer", 3, 62, &ca, false);
     TestTsa tsa{KeyKind::Rsa2048, EVP_sha256(), KeyKind::Rsa2048, kFar, 63};
     std::string dir;
-    std::string ocspPort = FreePort();
+    std::string ocspPort = std::to_string(FreeLoopbackPort());
     std::string tsaPort;
     std::unique_ptr<Server> ocsp, tsaServer;
     Bytes t;  // the CAdES-T

@@ -1,11 +1,7 @@
 // Signature policy clients as an application sees them (libtessera.so), the
 // online client against the loopback "http" fixture. Policy files go into the
 // fixture's root under names unique to each test.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -38,19 +34,6 @@ qorstd::QorStringW PublishPolicy() {
         ReadBinaryFile(std::string(TESSERA_VECTORS_DIR) + "/policies/PA_AD_RB_v2_3.der");
     WriteTextFile(ServerDir("http") + "/root/" + name, std::string(der.begin(), der.end()));
     return HttpUrl("/file/" + name);
-}
-
-// A loopback port nobody listens on (taken from the system, then released).
-int ClosedPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
 }
 
 bool Logged(Level level, const std::wstring& fragment) {
@@ -115,7 +98,8 @@ TEST_F(PolicyClientTest, CurlTransportMapsFailuresToPolicyDownloadCodes) {
     EXPECT_TRUE(Logged(Level::Error, L"HTTP body: status 404")) << "and the body of the answer";
     EXPECT_EQ(fetch(HttpUrl("/status/503")), ErrPolicyUnavailable) << "503 → 603";
 
-    const std::string refused = "http://127.0.0.1:" + std::to_string(ClosedPort()) + "/policy";
+    const std::string refused =
+        "http://127.0.0.1:" + std::to_string(FreeLoopbackPort()) + "/policy";
     EXPECT_EQ(fetch(qorstd::QorStringW(Wide(refused).c_str())), ErrPolicyDownloadConnect)
         << "a refused connection → 602";
     EXPECT_TRUE(Logged(Level::Error, L"HTTP request failed. Result code=7. Message="))

@@ -1,6 +1,10 @@
 #include "TestServers.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <openssl/evp.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -43,6 +47,18 @@ void PublishToCrlService(X509_CRL* crl, std::int64_t thisUpdate) {
     WriteTextFile(ServerDir("crlservice") + "/root/" + key.substr(0, key.find('=')) + "." +
                       std::to_string(thisUpdate) + ".der",
                   std::string(der.begin(), der.end()));
+}
+
+int FreeLoopbackPort() {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
 }
 
 }  // namespace tessera_test

@@ -21,4 +21,8 @@ std::string ServerFile(const std::string& name, const std::string& file);
 // without padding, then thisUpdate.
 void PublishToCrlService(X509_CRL* crl, std::int64_t thisUpdate);
 
+// A loopback port nobody listens on now (taken from the system, then
+// released): for a server to start on, or a connection to be refused.
+int FreeLoopbackPort();
+
 }  // namespace tessera_test

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "CadesValidationProcess.h"
+#include "LongTermValidation.h"
 #include "TestArchive.h"
 #include "TestCms.h"
 #include "TestTessera.h"
@@ -397,34 +398,7 @@ TEST(ValidationProcess, ArchiveTimeStampProvesASignatureTimeStampWhoseTsaExpired
     // The long-term PKI of TestArchive.h: TSA 1 expired in 2025, the signer
     // was revoked in 2025, the validation runs in 2026.
     const LongTermPki& pki = LongTermPki::Get();
-    X509MemoryStore sigTrust, tsTrust, tsExtra, tsu;
-    sigTrust.AddCertificate(Cert(pki.root));
-    for (const TestTsa* tsa : {&pki.tsa1, &pki.tsa2}) {
-        tsTrust.AddCertificate(Cert(tsa->Ca()));
-        tsExtra.AddCrl(X509Crl(IssueCrl(tsa->Ca(), UtcTime(2024, 5, 1), kFar).get()));
-        tsu.AddCertificate(Cert(tsa->Tsa()));
-    }
-    X509ChainPolicyTL policy;
-    policy.SetTrustStoreSig(&sigTrust);
-    policy.SetTrustStoreTS(&tsTrust);
-    policy.SetExtraStoreTS(&tsExtra);
-    policy.SetTSUStore(&tsu);
-    policy.SetRevocationOption(X509ChainPolicy::revOptionChain);
-    policy.SetChainBuildMode(X509ChainPolicy::cptChainBuildStores);
-    const auto withTime = [&](const Bytes& der) {
-        SignedCades cades;
-        cades.Decode(Array(der));
-        ValidatorCades validator;
-        validator.SetSignedCades(&cades);
-        validator.SetChainPolicy(&policy);
-        validator.SetValidationProcessType(ValidationProcess::vptSignatureWithTimeValidation);
-        validator.SetSignatureStandard(ValidationProcess::vptEN319122_1);
-        validator.SetValidationTime(LongTermTimes::Verified());
-        validator.Validate();
-        const auto& report = *dynamic_cast<const SignatureWithTimeValidationProcessReport*>(
-            validator.GetValidationReport());
-        return Outcome(report) + "@" + std::to_string(report.GetBestSignatureTime());
-    };
+    LongTermWithTime withTime;
     EXPECT_EQ(withTime(LongTermSignature({{&pki.tsa2, LongTermTimes::Archived()}})),
               "repTotalPassed/repNoSubStatusIndication@" + std::to_string(LongTermTimes::Stamped()))
         << "the time-stamp is judged when the archive time-stamp proves it";
