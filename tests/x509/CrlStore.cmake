@@ -23,6 +23,15 @@ tessera_add_gtest(tessera_pkcs11_store_tests X509Pkcs11StoreTest.cpp
 target_include_directories(tessera_pkcs11_store_tests
     PRIVATE ${CMAKE_SOURCE_DIR}/tests/qorpkcs11)
 target_link_libraries(tessera_pkcs11_store_tests PRIVATE tessera OpenSSL::Crypto ${CMAKE_DL_LIBS})
+# SoftHSM2 behind a module that can take a token away while a store holds its slot.
+add_library(tessera_test_removed_token MODULE ${CMAKE_SOURCE_DIR}/tests/qorpkcs11/RemovedTokenModule.cpp)
+target_compile_options(tessera_test_removed_token PRIVATE -Wall -Wextra -Werror)
+pkg_check_modules(REMOVED_TOKEN_P11KIT REQUIRED p11-kit-1)
+target_include_directories(tessera_test_removed_token PRIVATE ${REMOVED_TOKEN_P11KIT_INCLUDE_DIRS})
+target_link_libraries(tessera_test_removed_token PRIVATE ${CMAKE_DL_LIBS})
+add_dependencies(tessera_pkcs11_store_tests tessera_test_removed_token)
+target_compile_definitions(tessera_pkcs11_store_tests PRIVATE
+    TESSERA_REMOVED_TOKEN_MODULE=L"$<TARGET_FILE:tessera_test_removed_token>")
 tessera_discover_tests(tessera_pkcs11_store_tests TIMEOUT 120)
 
 # `tessera store list` and signing with a signer picked from a directory

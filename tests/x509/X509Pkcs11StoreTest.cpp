@@ -10,6 +10,7 @@
 #include <openssl/err.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -137,6 +138,30 @@ TEST_F(Pkcs11StoreTest, WrongPinIsErrWrongPin) {
     EXPECT_EQ(CodeOf([&] { store.FindCertificate(signer, 1); }), ErrWrongPin)
         << "the engine's CKR_PIN_INCORRECT";
     EXPECT_EQ(signer.HasPrivateKey(), 0) << "no key is attached";
+}
+
+// A token taken away after Open: its slot is passed over, the other
+// token's certificate is still listed and found.
+TEST_F(Pkcs11StoreTest, ARemovedTokenIsPassedOver) {
+    m_slotA = m_tokens.AddToken("store-a");
+    ASSERT_NE(m_tokens.AddToken("store-b"), 0ul) << "the second token is made";
+    m_tokens.AddCertificate("store-a", m_signer.cert.get(), nullptr, "0a01");
+    m_tokens.AddCertificate("store-b", m_other.cert.get(), nullptr, "0b01");
+    ASSERT_EQ(Tessera_InitializePkcs11(TESSERA_REMOVED_TOKEN_MODULE, nullptr), 1)
+        << "the module that can take a token away loads";
+    X509Pkcs11Store store;
+    ASSERT_EQ(store.Open(), 1) << "both tokens are there when the store opens";
+    setenv("TESSERA_TEST_REMOVED_SLOT", std::to_string(m_slotA).c_str(), 1);
+    const qorstd::QorVector<X509Certificate> certs = store.GetCertificates();
+    X509Certificate signer = Cert(m_signer);
+    X509Certificate other = Cert(m_other);
+    const int foundSigner = store.FindCertificate(signer, 0);
+    const int foundOther = store.FindCertificate(other, 0);
+    unsetenv("TESSERA_TEST_REMOVED_SLOT");
+    ASSERT_EQ(certs.GetSize(), 1u) << "only the remaining token's certificate is listed";
+    EXPECT_EQ(certs.GetAt(0).Equals(other), 1) << "and it is the other token's";
+    EXPECT_EQ(foundSigner, 0) << "the removed token's certificate is not found";
+    EXPECT_EQ(foundOther, 1) << "the remaining token's certificate is found";
 }
 
 }  // namespace
