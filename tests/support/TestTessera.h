@@ -88,4 +88,25 @@ private:
     bool m_active = false;
 };
 
+// Signs `text` as a CAdES-BES with `signer`, whose key a store attached,
+// and whether `openssl cms -verify` accepts it against `anchor` and gives
+// `text` back; `why` gets openssl's output when it does not.
+inline bool OpensslVerifiesCadesBy(const TesseraLib::X509Certificate& signer,
+                                   const std::string& text, X509* anchor, std::string* why) {
+    TesseraLib::SignerCades cadesSigner(signer);
+    cadesSigner.SetIncludeOption(TesseraLib::SignerCms::cptIncludeSignerCertificate);
+    cadesSigner.SetAttributeOption(TesseraLib::SignerCms::cptAttributeDefault);
+    TesseraLib::SignedCades cades(Array(text));
+    cades.Sign(cadesSigner, TesseraLib::SignedCades::cptCadesBes, 0);
+    ScratchDir dir;
+    dir.Write("sig.der", ToBytes(cades.Encode()));
+    dir.Write("anchor.pem", CertToPem(anchor));
+    const bool verified = dir.Openssl(
+                              "cms -verify -binary -inform DER -in sig.der -CAfile anchor.pem "
+                              "-purpose any -attime 1718452800 -out out.bin") &&
+                          ReadBinaryFile(dir.Path("out.bin")) == Bytes(text.begin(), text.end());
+    *why = dir.Output();
+    return verified;
+}
+
 }  // namespace tessera_test

@@ -125,16 +125,10 @@ TEST(X509WinStoreTest, KeysComeFromTheKeyFileBesideTheCertificate) {
     EXPECT_EQ(store.FindCertificate(stranger, 1), 0) << "a certificate not in the store";
 
     // The key signs where it lies; openssl judges the signature.
-    SignerCades cadesSigner(signer);
-    cadesSigner.SetIncludeOption(SignerCms::cptIncludeSignerCertificate);
-    cadesSigner.SetAttributeOption(SignerCms::cptAttributeDefault);
-    SignedCades cades(Array(std::string("signed from the directory store")));
-    cades.Sign(cadesSigner, SignedCades::cptCadesBes, 0);
-    files.dir.Write("sig.der", ToBytes(cades.Encode()));
-    EXPECT_TRUE(
-        files.dir.Openssl("cms -verify -binary -inform DER -in sig.der -CAfile a-root.pem "
-                          "-purpose any -out out.bin"))
-        << "openssl verifies the CAdES signature: " << files.dir.Output();
+    std::string why;
+    EXPECT_TRUE(OpensslVerifiesCadesBy(signer, "signed from the directory store",
+                                       files.root.cert.get(), &why))
+        << "openssl verifies the CAdES signature: " << why;
 }
 
 TEST(X509WinStoreTest, LookupsCopiesAndHandlesShareTheSnapshot) {
