@@ -223,10 +223,7 @@ int BuildChainSetup(const std::string& command, const Arguments& parsed, bool fe
 }
 
 bool TakeFetchFlag(std::vector<std::string>* args) {
-    const auto end = std::remove(args->begin(), args->end(), "--fetch");
-    const bool fetch = end != args->end();
-    args->erase(end, args->end());
-    return fetch;
+    return TakeFlag(args, "--fetch");
 }
 
 }  // namespace tessera_cli

@@ -76,6 +76,10 @@ struct Arguments {
 Arguments ParseArguments(const std::string& command, const std::vector<std::string>& args,
                          const std::set<std::string>& valued);
 
+// Takes every occurrence of the flag `flag` (an option without a value) out
+// of `args`, leaving the rest for ParseArguments; whether it was given.
+bool TakeFlag(std::vector<std::string>* args, const std::string& flag);
+
 // Prints "tessera COMMAND: error CODE: DESCRIPTION (MESSAGE)" to stderr and
 // returns kExitFailure.
 int PrintError(const std::string& command, int code, const wchar_t* description,

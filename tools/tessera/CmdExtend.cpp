@@ -28,11 +28,7 @@ const char kCommand[] = "extend";
 
 int RunExtend(const std::vector<std::string>& args) {
     std::vector<std::string> options = args;
-    bool pem = false;
-    for (auto it = options.begin(); it != options.end();) {
-        pem = pem || *it == "--pem";
-        it = *it == "--pem" ? options.erase(it) : it + 1;
-    }
+    const bool pem = TakeFlag(&options, "--pem");
     const bool fetch = TakeFetchFlag(&options);
     const Arguments parsed = ParseArguments(
         kCommand, options,

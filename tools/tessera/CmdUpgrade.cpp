@@ -34,11 +34,7 @@ unsigned int StampCount(const SignedCades& cades) {
 
 int RunUpgrade(const std::vector<std::string>& args) {
     std::vector<std::string> options = args;
-    bool pem = false;
-    for (auto it = options.begin(); it != options.end();) {
-        pem = pem || *it == "--pem";
-        it = *it == "--pem" ? options.erase(it) : it + 1;
-    }
+    const bool pem = TakeFlag(&options, "--pem");
     const Arguments parsed = ParseArguments(kCommand, options, {"--tsa", "--type"});
     if (!parsed.error.empty()) {
         return UsageError(parsed.error);

@@ -1,4 +1,5 @@
 // tessera: the command-line face of libtessera.
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
@@ -41,6 +42,13 @@ std::string Narrow(const wchar_t* text) {
 std::string Arguments::Get(const std::string& name, const std::string& fallback) const {
     const auto found = options.find(name);
     return found != options.end() && !found->second.empty() ? found->second.back() : fallback;
+}
+
+bool TakeFlag(std::vector<std::string>* args, const std::string& flag) {
+    const auto end = std::remove(args->begin(), args->end(), flag);
+    const bool given = end != args->end();
+    args->erase(end, args->end());
+    return given;
 }
 
 Arguments ParseArguments(const std::string& command, const std::vector<std::string>& args,
